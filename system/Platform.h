@@ -1,0 +1,87 @@
+// Everything that differs between the operating systems the service runs on.
+//
+// Each function here has one implementation per platform: Platform_linux.cpp
+// on Linux and Platform_apple.cpp on macOS.  Nothing outside those two files
+// asks which platform it runs on.
+#ifndef ZQ_SYSTEM_PLATFORM_H_
+#define ZQ_SYSTEM_PLATFORM_H_
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace platform {
+
+// ---- Process table ----------------------------------------------------
+
+// The longest short command name the kernel keeps for a process
+// (16 characters on macOS, 15 on Linux).
+extern const size_t kShortNameLength;
+
+struct ProcessRecord {
+  pid_t pid;
+  std::string shortName;  // the kernel's short command name
+};
+
+// A snapshot of every process with its short command name.  Returns 0, or an
+// errno value with `records` left empty.
+int SnapshotProcesses(std::vector<ProcessRecord>* records);
+
+// Every process id of the machine, in the kernel's listing order.
+std::vector<pid_t> ListProcessIds();
+
+// The short command name of one process; nullopt when it has gone or cannot
+// be inspected.
+std::optional<std::string> ProcessShortName(pid_t pid);
+
+// ---- Disks ------------------------------------------------------------
+
+// The name, under /dev, of the raw (character) device that belongs to the
+// block device with this device number; empty when there is none.  On Linux
+// a disk has no separate raw device, so this is the block device's own name.
+std::string RawDeviceName(dev_t blockDevice);
+
+// The device's logical block size from the disk ioctl, or nullopt when the
+// descriptor is not a disk that answers it.
+std::optional<uint32_t> DeviceBlockSize(int fd);
+
+// Where the volume on /dev/<bsdName> is mounted; nullopt when it is not.
+std::optional<std::string> VolumeMountPath(const std::string& bsdName);
+
+// ---- Application bundle ----------------------------------------------
+
+// The application bundle that holds the running executable: the folder
+// above "Contents" when the executable lies in "<bundle>/Contents/MacOS",
+// otherwise the executable's own folder.
+std::string MainBundlePath();
+
+// Makes MainBundlePath() answer `path` from now on (tests and tools that run
+// outside a bundle).
+void SetMainBundlePath(const std::string& path);
+
+// ---- Background work --------------------------------------------------
+
+// Runs `work` on a background thread that nobody waits for.
+void RunInBackground(std::function<void()> work);
+
+// ---- Property lists ---------------------------------------------------
+
+using PropertyValue = std::variant<std::string, bool, std::vector<std::string>>;
+// A dictionary whose keys keep the order in which they were added.
+using PropertyList = std::vector<std::pair<std::string, PropertyValue>>;
+
+// Writes `list` as an XML property list to a temporary file in the same
+// folder, then renames it over `path`.  A failed write leaves any earlier
+// file in place.
+bool WritePropertyListAtomically(const std::string& path, const PropertyList& list);
+
+}  // namespace platform
+
+#endif  // ZQ_SYSTEM_PLATFORM_H_
