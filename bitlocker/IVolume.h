@@ -1,0 +1,50 @@
+// The interface of the package's BitLocker library, "libBitLockerWapper.dylib".
+//
+// The service loads the library at run time and calls the two entry points
+// below.  A volume that the library opens is handed over as an IVolume; the
+// receiver deletes it, which releases everything and wipes its keys.
+#ifndef ZQ_BITLOCKER_IVOLUME_H_
+#define ZQ_BITLOCKER_IVOLUME_H_
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+class IVolume {
+ public:
+  virtual ~IVolume() = default;
+
+  // Size of the unlocked volume in bytes.
+  virtual uint64_t Size() const = 0;
+
+  // Reads up to `length` bytes of the unlocked volume at `offset` into
+  // `buffer`.  Returns the number of bytes read (0 at the end of the
+  // volume), or -1 with errno set.
+  virtual ssize_t Read(uint64_t offset, void* buffer, size_t length) = 0;
+};
+
+// Statuses of open_bitlocker_device.
+enum BitlockerOpenStatus : int {
+  kBitlockerOpened = 0,
+  kBitlockerNotBitlocker = 1,      // no BitLocker volume on the device
+  kBitlockerWrongCredential = 2,   // no protector opens with this credential
+  kBitlockerUnsupported = 3,       // a BitLocker volume this library cannot read
+  kBitlockerIoError = 4,           // the device could not be read
+};
+
+extern "C" {
+
+// True when the device holds a BitLocker or BitLocker To Go volume.  Needs
+// no credential.
+bool is_bitlocker_drive(const char* rawDevice);
+
+// Opens the volume on `rawDevice` with `credential`: a password, a 48-digit
+// recovery password, or the path of a startup key (.BEK) file; an empty
+// credential asks for the clear key.  On success stores a new volume in
+// *volume and returns kBitlockerOpened.
+int open_bitlocker_device(const char* rawDevice, const char* credential, IVolume** volume);
+
+}  // extern "C"
+
+#endif  // ZQ_BITLOCKER_IVOLUME_H_
