@@ -1,0 +1,30 @@
+// Opens a BitLocker volume through the package's library to prove the
+// credential, then starts the explorer application on it in the background.
+#ifndef ZQ_BITLOCKER_CBITLOCKEREXPLORER_H_
+#define ZQ_BITLOCKER_CBITLOCKEREXPLORER_H_
+
+#include <optional>
+#include <string>
+
+#include "IVolume.h"
+
+class CBitlockerExplorer {
+ public:
+  CBitlockerExplorer();
+
+  // 255 when the library or its entry point is missing; otherwise the
+  // library's status.  The explorer is started only when the volume opened.
+  int OpenExplorer(const std::optional<std::string>& bsdName, const std::optional<std::string>& explorerArg2);
+
+  std::string getDeviceRname(const char* devicePath);
+
+  // Calls the library's open_bitlocker_device; false when the library or the
+  // entry point is missing (status untouched).  `status` may be null.
+  bool openBitlockerDevice(const char* rawDevicePath, const char* credential, IVolume** volume, int* status);
+
+ private:
+  std::string libraryPath_;
+  std::string explorerPath_;
+};
+
+#endif  // ZQ_BITLOCKER_CBITLOCKEREXPLORER_H_

@@ -1,0 +1,43 @@
+// The disk-changing commands: unmounting and mounting through "diskutil",
+// mounting a BitLocker volume with the package's mounter tool, and handing a
+// volume to the explorer application.
+//
+// A device is always unmounted first; when that fails the mount and explorer
+// commands answer kResultUnmountFailed (19) and start nothing.  A missing
+// string (a client field that was not UTF-8) is formatted as "(null)".
+#ifndef ZQ_BITLOCKER_CNORVANE_H_
+#define ZQ_BITLOCKER_CNORVANE_H_
+
+#include <optional>
+#include <string>
+
+using OptionalString = std::optional<std::string>;
+
+class CNorvane {
+ public:
+  CNorvane();
+
+  // Unmounts `bsdName`, then runs the mounter on its raw device with the
+  // three mount words; returns the mounter's exit status (255 when the
+  // shell cannot be started), or 19.
+  int Bitlocker_Mount(const OptionalString& bsdName, const OptionalString& mountArg2,
+                      const OptionalString& mountArg3, const OptionalString& mountArg4);
+
+  // Unmounts `bsdName`, then opens it in the explorer application with the
+  // credential; returns the library's status, 255, or 19.
+  int Bitlocker_Explorer(const OptionalString& bsdName, const OptionalString& explorerArg2);
+
+  // True when "diskutil unmount" reports the volume unmounted or not mounted.
+  bool Unmount(const OptionalString& name);
+  bool Bitlocker_Unmount(const OptionalString& name);
+
+  // True when "diskutil mount" reports a mounted volume.
+  bool Mount(const OptionalString& name);
+
+  std::string getDeviceRname(const char* devicePath);
+
+ private:
+  std::string mounterPath_;
+};
+
+#endif  // ZQ_BITLOCKER_CNORVANE_H_

@@ -1,0 +1,124 @@
+#include "CPipeServerEvent.h"
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include "CBitlockerChecker.h"
+#include "CDevLogs.h"
+#include "CNorvane.h"
+#include "CPipeDataWrapper.h"
+#include "CPipeServerWrapper.h"
+#include "CStartupManager.h"
+#include "IIPCConnector.h"
+#include "Utf8.h"
+
+namespace {
+
+constexpr unsigned int kBlockSize = 512;
+
+// A string field of a record: UTF-8 text up to its zero byte, never past
+// the end of its array.  Text that is not UTF-8 gives no string.
+template <size_t N>
+std::optional<std::string> FieldText(const char (&field)[N]) {
+  std::string text(field, strnlen(field, N));
+  if (!IsValidUtf8(text)) return std::nullopt;
+  return text;
+}
+
+// The answer record, sent as the first 512 bytes of a zeroed area that
+// starts with it, carrying the request's message id.
+class Answer {
+ public:
+  explicit Answer(uint32_t result) {
+    std::memset(area_, 0, sizeof area_);
+    record()->type = eCOMMAND_RESULT;
+    record()->length = CPipeDataWrapper::GetCommandDataLen(eCOMMAND_RESULT);
+    record()->reply.result = result;
+  }
+  void SetText(const char* text, size_t length) {
+    std::memcpy(record()->reply.text, text, std::min(length, sizeof record()->reply.text - 1));
+  }
+  void SendOn(IIPCConnector* connector, uint32_t msgId) { connector->SendMsg_async(area_, kBlockSize, msgId); }
+
+ private:
+  CCommandDataWrapper<char>* record() { return reinterpret_cast<CCommandDataWrapper<char>*>(area_); }
+  alignas(CCommandDataWrapper<char>) char area_[kBlockSize];
+};
+
+void SetStartup(const CCommandDataWrapper<char>& record) {
+  if (record.startup.enable == 0) {
+    CStartupManager::GetInstance()->CancelStartup();
+    return;
+  }
+  if (std::optional<std::string> bundlePath = FieldText(record.startup.bundlePath))
+    CStartupManager::GetInstance()->SetStartup(*bundlePath);
+}
+
+void CheckBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* connector, uint32_t msgId) {
+  CDevLogs::Instance()->WriteLog("serverEvent - eCOMMAND_BITLOCKER_CHECK");
+  char deviceName[sizeof record.check.deviceName + 1] = {};
+  std::memcpy(deviceName, record.check.deviceName, sizeof record.check.deviceName);
+  CBitlockerChecker checker;
+  Answer answer(checker.IsBitlocker(deviceName) ? kResultIsBitlocker : kResultIsNotBitlocker);
+  answer.SetText(deviceName, std::strlen(deviceName));
+  answer.SendOn(connector, msgId);
+  CDevLogs::Instance()->WriteLog("serverEvent - eCOMMAND_BITLOCKER_CHECK_OVER");
+}
+
+void MountBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* connector, uint32_t msgId) {
+  const auto& mount = record.mount;
+  CNorvane norvane;
+  const int result = norvane.Bitlocker_Mount(FieldText(mount.deviceName), FieldText(mount.mountArg2),
+                                             FieldText(mount.mountArg3), FieldText(mount.mountArg4));
+  Answer(static_cast<uint32_t>(result)).SendOn(connector, msgId);
+}
+
+void OpenExplorer(const CCommandDataWrapper<char>& record, IIPCConnector* connector, uint32_t msgId) {
+  CNorvane norvane;
+  const int result =
+      norvane.Bitlocker_Explorer(FieldText(record.explorer.deviceName), FieldText(record.explorer.explorerArg2));
+  Answer(static_cast<uint32_t>(result)).SendOn(connector, msgId);
+}
+
+}  // namespace
+
+void CPipeServerEvent::OnCommand_Reply(IIPCConnector* connector, _MSG_DATA_PACKAGE* package, unsigned int) {
+  CPipeDataWrapper wrapper;
+  wrapper.InitializeWithPipeMessage(reinterpret_cast<char*>(package->payload));
+  CCommandDataWrapper<char>* record = wrapper.getCommandDataWrapper();
+  if (record == nullptr) return;
+  const uint32_t msgId = package->msgId;
+
+  switch (record->type) {
+    case eCOMMAND_SET_STARTUP:
+      SetStartup(*record);
+      break;
+    case eCOMMAND_BITLOCKER_CHECK:
+      CheckBitlocker(*record, connector, msgId);
+      break;
+    case eCOMMAND_BITLOCKER_MOUNT:
+      MountBitlocker(*record, connector, msgId);
+      break;
+    case eCOMMAND_BITLOCKER_EXPLORER:
+      OpenExplorer(*record, connector, msgId);
+      break;
+    case eCOMMAND_EXIT:
+      CDevLogs::Instance()->WriteLog("serverEvent - eCOMMAND_EXIT");
+      CPipeServerWrapper::getInstance()->running = false;
+      break;
+    case eCOMMAND_CHECK_CONNECTION:
+      CDevLogs::Instance()->WriteLog("serverEvent - eCOMMAND_CHECK_CONNECTION");
+      Answer(kResultServiceThere).SendOn(connector, msgId);
+      break;
+    case eCOMMAND_TO_FILE_EXPLORER:
+      CPipeServerWrapper::getInstance()->SendCmd_async("FileExplorer", record);
+      break;
+    case eCOMMAND_TO_MAIN_UI:
+      CPipeServerWrapper::getInstance()->SendCmd_async("MainUI", record);
+      break;
+    default:
+      break;
+  }
+}

@@ -1,0 +1,33 @@
+// Zq-NorvaneServices: the privileged service.  It keeps one copy running,
+// opens the two client channels, installs the FUSE package in the
+// background and then sleeps until a client asks it to exit.  All real work
+// happens on the channels' reading threads.
+#include <unistd.h>
+
+#include "CFuseInstallerHelper.h"
+#include "CPipeServerWrapper.h"
+#include "CProcessManager.h"
+#include "ClientChannels.h"
+#include "PipeFlags.h"
+#include "Platform.h"
+
+// True when another process of the service is already running.
+bool IsRunning() { return FindOtherProcessNamedLike(kServiceProcessName).has_value(); }
+
+int main(int argc, char**) {
+  if (argc == 1 && IsRunning()) return 0;
+  {
+    // Started with arguments, a new copy takes over from an older one.
+    CProcessManager processes;
+    processes.KillProcess(kServiceProcessName);
+  }
+
+  for (const ClientChannel& channel : {kMainUIChannel, kFileExplorerChannel}) {
+    CPipeServerWrapper::getInstance()->addClient(channel.name, channel.toService, kPipeReadFlags, channel.toClient,
+                                                 kPipeWriteFlags);
+  }
+  platform::RunInBackground([] { CFuseInstallerHelper::FuseInstall(); });
+
+  while (CPipeServerWrapper::getInstance()->running) sleep(1);
+  return 0;
+}
