@@ -1,0 +1,224 @@
+#include "CBitlockerChecker.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+
+#include "LoopDevice.h"
+#include "Platform.h"
+#include "StubBundle.h"
+
+namespace {
+
+class IsBitlockerTest : public testing::Test {
+ protected:
+  void SetUp() override { platform::SetMainBundlePath(bundle.bundlePath()); }
+  StubBundle bundle;
+  CBitlockerChecker checker;
+};
+
+TEST_F(IsBitlockerTest, YesFromTheLibraryUnmountsTheDevice) {
+  bundle.Answer("is_bitlocker", "");
+  EXPECT_TRUE(checker.IsBitlocker("disk2s1"));
+  // /dev/disk2s1 is no block device here: the library is asked with "".
+  const std::vector<StubCall> expected = {{"is_bitlocker_drive", {""}}, {"diskutil", {"unmount", "disk2s1"}}};
+  EXPECT_EQ(bundle.Calls(), expected);
+}
+
+TEST_F(IsBitlockerTest, NoFromTheLibraryLeavesTheDeviceAlone) {
+  EXPECT_FALSE(checker.IsBitlocker("disk2s1"));
+  EXPECT_EQ(bundle.Calls(), (std::vector<StubCall>{{"is_bitlocker_drive", {""}}}));
+}
+
+TEST_F(IsBitlockerTest, MissingLibraryAnswersNo) {
+  RunShell("rm '" + bundle.bundlePath() + "/Contents/MacOS/libBitLockerWapper.dylib'");
+  bundle.Answer("is_bitlocker", "");
+  EXPECT_FALSE(checker.IsBitlocker("disk2s1"));
+  EXPECT_TRUE(bundle.Calls().empty());
+}
+
+TEST(RawDevicePath, OnlyBlockDevicesHaveOne) {
+  CBitlockerChecker checker;
+  EXPECT_EQ(checker.getDeviceRname("/dev/null"), "");  // a character device
+  EXPECT_EQ(checker.getDeviceRname("/etc/hostname"), "");
+  EXPECT_EQ(checker.getDeviceRname("/dev/does-not-exist"), "");
+  EXPECT_EQ(checker.getDeviceRname(nullptr), "");
+}
+
+// The self-contained route, on real loop devices.
+class SignatureTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    const std::string why = LoopDevicesUnavailable();
+    if (!why.empty()) GTEST_SKIP() << why;
+    dir = MakeTempDir("zq-signature-");
+    image = dir + "/disk.img";
+  }
+  void TearDown() override {
+    loop.reset();
+    if (!dir.empty()) RunShell("rm -rf '" + dir + "'");
+  }
+
+  void Resize(size_t bytes) {
+    std::ofstream(image, std::ios::binary | std::ios::trunc);
+    ASSERT_EQ(truncate(image.c_str(), static_cast<off_t>(bytes)), 0);
+  }
+  void WriteAt(const std::string& path, off_t offset, const std::string& bytes) {
+    const int fd = open(path.c_str(), O_WRONLY);
+    ASSERT_NE(fd, -1);
+    ASSERT_EQ(pwrite(fd, bytes.data(), bytes.size(), offset), static_cast<ssize_t>(bytes.size()));
+    close(fd);
+  }
+  void Attach(unsigned sectorSize = 0) {
+    loop = std::make_unique<LoopDevice>(image, sectorSize);
+    ASSERT_TRUE(loop->valid()) << "losetup failed";
+  }
+  bool Check() {
+    CBitlockerChecker checker;
+    return checker.openDisk(loop->bsdName().c_str()) && checker.checkBitlockerMark(loop->bsdName().c_str());
+  }
+
+  std::string dir, image;
+  std::unique_ptr<LoopDevice> loop;
+};
+
+TEST_F(SignatureTest, SignatureAtByteThreeIsFound) {
+  Resize(1 << 20);
+  WriteAt(image, 0, std::string("\xeb\x58\x90-FVE-FS-", 11));
+  Attach();
+  EXPECT_TRUE(Check());
+}
+
+TEST_F(SignatureTest, SignatureBehindAZeroByteIsNotFound) {
+  Resize(1 << 20);
+  WriteAt(image, 0, std::string("\xeb\x58\x90" "ab\0cd" "--", 10) + "-FVE-FS-");
+  Attach();
+  EXPECT_FALSE(Check());
+}
+
+TEST_F(SignatureTest, OpenDiskRefusesWhatIsNotABlockDevice) {
+  CBitlockerChecker checker;
+  EXPECT_FALSE(checker.openDisk("null"));
+  EXPECT_FALSE(checker.openDisk("no-such-disk"));
+  EXPECT_FALSE(checker.checkBitlockerMark("no-such-disk"));
+}
+
+TEST_F(SignatureTest, BlockSizeComesFromTheDeviceWith512AsFallback) {
+  Resize(1 << 20);
+  Attach(4096);
+  CBitlockerChecker checker;
+  EXPECT_EQ(checker.getBlockSize(), 512u);  // nothing open yet
+  ASSERT_TRUE(checker.openDisk(loop->bsdName().c_str()));
+  EXPECT_EQ(checker.getBlockSize(), 4096u);
+}
+
+TEST_F(SignatureTest, OpeningTwiceKeepsOneDescriptor) {
+  Resize(1 << 20);
+  Attach();
+  auto openDescriptors = [] {
+    int count = 0;
+    DIR* fds = opendir("/proc/self/fd");
+    while (readdir(fds) != nullptr) ++count;
+    closedir(fds);
+    return count;
+  };
+  CBitlockerChecker checker;
+  ASSERT_TRUE(checker.openDisk(loop->bsdName().c_str()));
+  const int afterFirst = openDescriptors();
+  ASSERT_TRUE(checker.openDisk(loop->bsdName().c_str()));
+  EXPECT_EQ(openDescriptors(), afterFirst);
+}
+
+// A To Go style volume: a FAT volume whose root holds a marker file that
+// points at the signature elsewhere on the device.
+class MarkerFileTest : public SignatureTest {
+ protected:
+  void SetUp() override {
+    SignatureTest::SetUp();
+    if (IsSkipped()) return;
+    if (RunShell("command -v mkfs.fat >/dev/null && command -v mcopy >/dev/null") != 0)
+      GTEST_SKIP() << "mkfs.fat and mcopy (dosfstools, mtools) are needed";
+    Resize(8 << 20);
+    ASSERT_EQ(RunShell("mkfs.fat -F 16 '" + image + "' >/dev/null"), 0);
+    mountPoint = dir + "/volume";
+    ASSERT_EQ(RunShell("mkdir '" + mountPoint + "'"), 0);
+  }
+
+  // A marker file's 24 bytes: 16 of anything, then the offset bytes.
+  void AddMarker(const std::string& name, const std::string& offsetBytes) {
+    const std::string local = dir + "/marker";
+    std::ofstream(local, std::ios::binary | std::ios::trunc) << std::string(16, 'M') << offsetBytes;
+    ASSERT_EQ(RunShell("mcopy -i '" + image + "' '" + local + "' '::" + name + "'"), 0);
+  }
+  void MountVolume() {
+    Attach();
+    ASSERT_TRUE(loop->Mount(mountPoint, "vfat"));
+  }
+
+  static std::string Offset(std::initializer_list<unsigned char> bytes) {
+    return std::string(bytes.begin(), bytes.end());
+  }
+
+  std::string mountPoint;
+};
+
+constexpr off_t kSignatureNearEnd = (8 << 20) - 4096;
+
+TEST_F(MarkerFileTest, MarkerLeadsToTheSignature) {
+  WriteAt(image, kSignatureNearEnd, "-FVE-FS-");
+  AddMarker("COV 0000. BL", Offset({0x00, 0xf0, 0x7f, 0, 0, 0, 0, 0}));
+  MountVolume();
+  EXPECT_TRUE(Check());
+}
+
+TEST_F(MarkerFileTest, OffsetBytesAreSignedAndBorrow) {
+  // 80 01 reads as 0x100 - 0x80 = 128, not 0x180: the signature sits at 128.
+  WriteAt(image, 128, "-FVE-FS-");
+  WriteAt(image, 0x180, "xxxxxxxxxxxxxxxx");
+  AddMarker("COV 0000. BL", Offset({0x80, 0x01, 0, 0, 0, 0, 0, 0}));
+  MountVolume();
+  EXPECT_TRUE(Check());
+}
+
+TEST_F(MarkerFileTest, NegativeOffsetIsNotFound) {
+  AddMarker("COV 0000. BL", Offset({0x80, 0, 0, 0, 0, 0, 0, 0}));
+  MountVolume();
+  EXPECT_FALSE(Check());
+}
+
+TEST_F(MarkerFileTest, UpperCaseExtensionWinsOverLowerCase) {
+  WriteAt(image, kSignatureNearEnd, "-FVE-FS-");
+  const std::string toSignature = Offset({0x00, 0xf0, 0x7f, 0, 0, 0, 0, 0});
+  const std::string toNothing = Offset({0x00, 0x10, 0x7f, 0, 0, 0, 0, 0});
+  AddMarker("A 0000. bl", toSignature);
+  AddMarker("B 0000. BL", toNothing);
+  MountVolume();
+  EXPECT_FALSE(Check());
+}
+
+TEST_F(MarkerFileTest, LowerCaseExtensionServesWhenThereIsNoUpperCase) {
+  WriteAt(image, kSignatureNearEnd, "-FVE-FS-");
+  AddMarker("A 0000. bl", Offset({0x00, 0xf0, 0x7f, 0, 0, 0, 0, 0}));
+  MountVolume();
+  EXPECT_TRUE(Check());
+}
+
+TEST_F(MarkerFileTest, ExtensionWithoutTheBlankIsNoMarker) {
+  WriteAt(image, kSignatureNearEnd, "-FVE-FS-");
+  AddMarker("COV 0000.BL", Offset({0x00, 0xf0, 0x7f, 0, 0, 0, 0, 0}));
+  MountVolume();
+  EXPECT_FALSE(Check());
+}
+
+TEST_F(MarkerFileTest, MountPathComesFromTheMountTable) {
+  MountVolume();
+  CBitlockerChecker checker;
+  EXPECT_EQ(checker.bsdNameToFilePath(loop->bsdName().c_str()), std::optional<std::string>(mountPoint));
+}
+
+}  // namespace

@@ -1,0 +1,50 @@
+#include "LoopDevice.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "StubBundle.h"
+
+namespace {
+
+std::string CommandOutput(const std::string& command) {
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+  if (!pipe) return "";
+  std::string output;
+  char buffer[256];
+  while (fgets(buffer, sizeof buffer, pipe.get()) != nullptr) output += buffer;
+  while (!output.empty() && output.back() == '\n') output.pop_back();
+  return output;
+}
+
+}  // namespace
+
+std::string LoopDevicesUnavailable() {
+  if (geteuid() != 0) return "loop devices need root";
+  if (RunShell("command -v losetup >/dev/null && test -e /dev/loop-control") != 0)
+    return "losetup or /dev/loop-control is missing";
+  return "";
+}
+
+LoopDevice::LoopDevice(const std::string& imagePath, unsigned sectorSize, bool readOnly) {
+  std::string command = "losetup -f --show";
+  if (sectorSize != 0) command += " -b " + std::to_string(sectorSize);
+  if (readOnly) command += " -r";
+  devicePath_ = CommandOutput(command + " '" + imagePath + "' 2>/dev/null");
+  if (devicePath_.rfind("/dev/loop", 0) != 0) devicePath_.clear();
+}
+
+LoopDevice::~LoopDevice() {
+  if (!mountPoint_.empty()) RunShell("umount '" + mountPoint_ + "' 2>/dev/null || umount -l '" + mountPoint_ + "'");
+  if (valid()) RunShell("losetup -d " + devicePath_);
+}
+
+std::string LoopDevice::bsdName() const { return devicePath_.substr(devicePath_.rfind('/') + 1); }
+
+bool LoopDevice::Mount(const std::string& mountPoint, const std::string& type) {
+  if (RunShell("mount -t " + type + " " + devicePath_ + " '" + mountPoint + "'") != 0) return false;
+  mountPoint_ = mountPoint;
+  return true;
+}

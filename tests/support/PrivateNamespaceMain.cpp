@@ -1,0 +1,50 @@
+// Runs the service tests in namespaces of their own: a private /tmp and
+// /Library, so that FIFOs, the log and the startup items never meet those of
+// another test or of a service running on the machine, and a private process
+// table, so that the single-copy rule sees only this test's services.
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "ServiceTestEnvironment.h"
+
+namespace {
+
+bool MountPrivateTree() {
+  mkdir("/Library", 0755);
+  return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") == 0 &&
+         mount("tmpfs", "/Library", "tmpfs", 0, "mode=0755") == 0 &&
+         mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) == 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  if (geteuid() != 0) {
+    SetServiceTestsUnavailable("the service tests need root (private mount and process namespaces)");
+    return RUN_ALL_TESTS();
+  }
+  if (unshare(CLONE_NEWNS | CLONE_NEWPID) != 0) {
+    SetServiceTestsUnavailable("unshare of the mount and process namespaces failed");
+    return RUN_ALL_TESTS();
+  }
+  const pid_t child = fork();
+  if (child == 0) {
+    if (!MountPrivateTree()) {
+      std::perror("private /tmp, /Library and /proc");
+      _exit(1);
+    }
+    _exit(RUN_ALL_TESTS());
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+}

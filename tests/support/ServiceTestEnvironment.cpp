@@ -1,0 +1,135 @@
+#include "ServiceTestEnvironment.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+
+#include "CPipeDataWrapper.h"
+#include "StubBundle.h"
+
+namespace {
+
+std::string unavailable;
+
+constexpr int kPollsPerSecond = 20;
+
+void Pause() { usleep(1000 * 1000 / kPollsPerSecond); }
+
+}  // namespace
+
+void SetServiceTestsUnavailable(const std::string& why) { unavailable = why; }
+const std::string& ServiceTestsUnavailable() { return unavailable; }
+
+RawClient::RawClient(const ClientChannel& channel) : channel_(channel) {
+  mkfifo(channel_.toService, 0666);
+  mkfifo(channel_.toClient, 0666);
+  readFd_ = open(channel_.toClient, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+}
+
+RawClient::~RawClient() {
+  if (readFd_ != -1) close(readFd_);
+  if (writeFd_ != -1) close(writeFd_);
+}
+
+bool RawClient::Send(uint32_t msgId, const void* record, size_t length) {
+  // The service opens its read end within a second of the FIFO appearing.
+  for (int i = 0; writeFd_ == -1 && i < 10 * kPollsPerSecond; ++i) {
+    writeFd_ = open(channel_.toService, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (writeFd_ == -1) Pause();
+  }
+  if (writeFd_ == -1) return false;
+  Block block{};
+  std::memcpy(block.data(), &msgId, sizeof msgId);
+  std::memcpy(block.data() + 4, record, std::min(length, block.size() - 4));
+  return write(writeFd_, block.data(), block.size()) == static_cast<ssize_t>(block.size());
+}
+
+bool RawClient::Send(uint32_t msgId, const CCommandDataWrapper<char>& record) {
+  return Send(msgId, &record, CPipeDataWrapper::GetCommandDataLen(static_cast<COMMAND_TYPE>(record.type)));
+}
+
+std::optional<Block> RawClient::Receive(int seconds) {
+  for (int i = 0; i < seconds * kPollsPerSecond; ++i) {
+    Block block{};
+    if (read(readFd_, block.data(), block.size()) == static_cast<ssize_t>(block.size())) return block;
+    Pause();
+  }
+  return std::nullopt;
+}
+
+ServiceProcess::ServiceProcess(const std::string& bundlePath)
+    : executable_(bundlePath + "/Contents/MacOS/Zq-NorvaneServices") {
+  RunShell("cp '" ZQ_SERVICE_EXECUTABLE "' '" + executable_ + "'");
+}
+
+ServiceProcess::~ServiceProcess() {
+  if (Running()) {
+    kill(pid_, SIGKILL);
+    WaitForExit(5);
+  }
+}
+
+void ServiceProcess::Start(const std::vector<std::string>& arguments) {
+  std::vector<char*> argv{const_cast<char*>(executable_.c_str())};
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  pid_ = fork();
+  if (pid_ == 0) {
+    execv(argv[0], argv.data());
+    _exit(126);
+  }
+  signal_ = 0;
+}
+
+std::optional<int> ServiceProcess::WaitForExit(int seconds) {
+  for (int i = 0; i <= seconds * kPollsPerSecond; ++i) {
+    int status = 0;
+    if (waitpid(pid_, &status, WNOHANG) == pid_) {
+      pid_ = -1;
+      if (WIFSIGNALED(status)) {
+        signal_ = WTERMSIG(status);
+        return -1;
+      }
+      return WEXITSTATUS(status);
+    }
+    Pause();
+  }
+  return std::nullopt;
+}
+
+bool ServiceProcess::Running() { return pid_ > 0 && !WaitForExit(0).has_value(); }
+
+CCommandDataWrapper<char> MakeRecord(COMMAND_TYPE type) {
+  CCommandDataWrapper<char> record;
+  std::memset(&record, 0, sizeof record);
+  record.type = type;
+  record.length = CPipeDataWrapper::GetCommandDataLen(type);
+  return record;
+}
+
+std::vector<std::string> LogMessages() {
+  std::ifstream log("/tmp/zqlog.log", std::ios::binary);
+  std::vector<std::string> messages;
+  std::string line;
+  while (std::getline(log, line)) {
+    const size_t start = line.find("    ");
+    if (start == std::string::npos) continue;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    messages.push_back(line.substr(start + 4));
+  }
+  return messages;
+}
+
+bool WaitForPath(const std::string& path, int seconds) {
+  struct stat info;
+  for (int i = 0; i <= seconds * kPollsPerSecond; ++i) {
+    if (lstat(path.c_str(), &info) == 0) return true;
+    Pause();
+  }
+  return false;
+}

@@ -1,0 +1,91 @@
+#include "StubBundle.h"
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace {
+
+void CheckedShell(const std::string& command) {
+  if (RunShell(command) != 0) throw std::runtime_error("failed: " + command);
+}
+
+std::string Quoted(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text) quoted += c == '\'' ? std::string("'\"'\"'") : std::string(1, c);
+  return quoted + "'";
+}
+
+}  // namespace
+
+int RunShell(const std::string& command) {
+  const int status = std::system(command.c_str());
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string MakeTempDir(const std::string& prefix) {
+  std::string pattern = "/tmp/" + prefix + "XXXXXX";
+  if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
+  return pattern;
+}
+
+StubBundle::StubBundle(const std::string& parent) {
+  root_ = parent.empty() ? MakeTempDir("zq-bundle-") : parent;
+  bundlePath_ = root_ + "/Zq Test Bundle.app";
+  stubDir_ = root_ + "/stub record";
+  const std::string macos = bundlePath_ + "/Contents/MacOS";
+  const std::string explorer = macos + "/Zq Norvane Explorer.app/Contents/MacOS";
+  const std::string recorder = ZQ_TEST_SUPPORT_DIR "/record-args.sh";
+  CheckedShell("mkdir -p " + Quoted(explorer) + " " + Quoted(stubDir_) + " " + Quoted(root_ + "/bin"));
+  CheckedShell("cp " + Quoted(recorder) + " " + Quoted(macos + "/zq-mounter"));
+  CheckedShell("cp " + Quoted(recorder) + " " + Quoted(explorer + "/Zq Norvane Explorer"));
+  CheckedShell("cp " + Quoted(recorder) + " " + Quoted(root_ + "/bin/diskutil"));
+  CheckedShell("cp " + Quoted(recorder) + " " + Quoted(root_ + "/bin/installer"));
+  CheckedShell("cp " + Quoted(ZQ_FAKE_LIBRARY_PATH) + " " + Quoted(macos + "/libBitLockerWapper.dylib"));
+  CheckedShell("chmod 755 " + Quoted(root_) + " && touch " + Quoted(stubDir_ + "/calls"));
+  setenv("ZQ_STUB_DIR", stubDir_.c_str(), 1);
+  const char* path = std::getenv("PATH");
+  oldPath_ = path ? path : "";
+  setenv("PATH", (root_ + "/bin:" + oldPath_).c_str(), 1);
+}
+
+StubBundle::~StubBundle() {
+  setenv("PATH", oldPath_.c_str(), 1);
+  unsetenv("ZQ_STUB_DIR");
+  RunShell("rm -rf " + Quoted(root_));
+}
+
+void StubBundle::Answer(const std::string& file, const std::string& text) const {
+  std::ofstream(stubDir_ + "/" + file, std::ios::binary) << text;
+}
+
+void StubBundle::RemoveAnswer(const std::string& file) const { std::remove((stubDir_ + "/" + file).c_str()); }
+
+std::vector<StubCall> StubBundle::Calls() const {
+  std::ifstream in(stubDir_ + "/calls", std::ios::binary);
+  std::vector<StubCall> calls;
+  std::string program, count;
+  while (std::getline(in, program, '\0') && std::getline(in, count, '\0')) {
+    StubCall call{program, {}};
+    for (int i = std::stoi(count); i > 0; --i) {
+      std::string argument;
+      std::getline(in, argument, '\0');
+      call.arguments.push_back(argument);
+    }
+    calls.push_back(call);
+  }
+  return calls;
+}
+
+std::vector<StubCall> StubBundle::CallsOf(const std::string& program) const {
+  std::vector<StubCall> matching;
+  for (const StubCall& call : Calls())
+    if (call.program == program) matching.push_back(call);
+  return matching;
+}
+
+void StubBundle::ClearCalls() const { std::ofstream(stubDir_ + "/calls", std::ios::trunc); }
