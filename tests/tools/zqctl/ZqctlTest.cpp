@@ -1,0 +1,196 @@
+#include <signal.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "ServiceTestEnvironment.h"
+#include "StubBundle.h"
+
+namespace {
+
+struct ZqctlRun {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+class ZqctlTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!ServiceTestsUnavailable().empty()) GTEST_SKIP() << ServiceTestsUnavailable();
+    bundle = std::make_unique<StubBundle>();
+    service = std::make_unique<ServiceProcess>(bundle->bundlePath());
+    work = bundle->stubDir();
+  }
+  void TearDown() override {
+    service.reset();
+    bundle.reset();
+  }
+
+  // Runs zqctl with `arguments` (already quoted for the shell) and `input`
+  // on its standard input.
+  ZqctlRun Zqctl(const std::string& arguments, const std::string& input = "") {
+    std::ofstream(work + "/in", std::ios::binary | std::ios::trunc) << input;
+    const int status = RunShell("'" ZQCTL "' " + arguments + " <'" + work + "/in' >'" + work + "/out' 2>'" + work +
+                                "/err'");
+    return {status, ReadFile(work + "/out"), ReadFile(work + "/err")};
+  }
+
+  void StartService() {
+    service->Start();
+    const ZqctlRun ping = Zqctl("ping");
+    ASSERT_EQ(ping.status, 0) << ping.err;
+    bundle->ClearCalls();
+  }
+
+  std::unique_ptr<StubBundle> bundle;
+  std::unique_ptr<ServiceProcess> service;
+  std::string work;
+};
+
+TEST_F(ZqctlTest, PingAndCheckPrintForAPersonAndAsJson) {
+  StartService();
+  EXPECT_EQ(Zqctl("ping").out, "the service is running\n");
+
+  ZqctlRun run = Zqctl("check disk2s1");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "zqctl: disk2s1: not a BitLocker volume\n");
+
+  bundle->Answer("is_bitlocker", "");
+  bundle->Answer("diskutil-unmount.stdout", "successful\n");
+  run = Zqctl("--json --as FileExplorer check disk2s1");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out,
+            "{\"subcommand\":\"check\",\"client\":\"FileExplorer\",\"device\":\"disk2s1\",\"result\":49,"
+            "\"text\":\"disk2s1\",\"ok\":true,\"status\":0,\"message\":\"disk2s1: BitLocker volume\"}\n");
+}
+
+TEST_F(ZqctlTest, MountTakesTheCredentialFromStandardInput) {
+  StartService();
+  ZqctlRun run = Zqctl("mount disk4 '/mnt/a\\ b' raw", "it's me\n");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "zqctl: mount failed: the device could not be unmounted first (19)\n");
+
+  bundle->Answer("diskutil-unmount.stdout", "successful\n");
+  run = Zqctl("mount disk4 '/mnt/a\\ b' raw", "it's me\n");
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, "disk4: mounted at /mnt/a\\ b\n");
+  EXPECT_EQ(bundle->CallsOf("zq-mounter").at(0).arguments,
+            (std::vector<std::string>{"", "/mnt/a b", "raw", "it's me"}));
+
+  bundle->Answer("zq-mounter.exit", "2");
+  run = Zqctl("--json mount disk4 /mnt raw", "wrong\n");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.out.find("\"result\":2,"), std::string::npos) << run.out;
+}
+
+TEST_F(ZqctlTest, ExploreReportsTheLibrarysStatus) {
+  StartService();
+  bundle->Answer("diskutil-unmount.stdout", "successful\n");
+  bundle->Answer("open_status", "2");
+  ZqctlRun run = Zqctl("explore disk4", "bad\n");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "zqctl: explore failed: the credential does not unlock the volume (2)\n");
+  bundle->Answer("open_status", "0");
+  run = Zqctl("explore disk4", "good\n");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, "disk4: opened in the explorer\n");
+}
+
+TEST_F(ZqctlTest, StartupItemsOnAndOff) {
+  StartService();
+  const std::string agent = "/Library/LaunchAgents/com.zq.Norvane.plist";
+  EXPECT_EQ(Zqctl("startup on '/Applications/Zq Norvane.app'").status, 0);
+  EXPECT_TRUE(WaitForPath(agent, 5));
+  EXPECT_EQ(Zqctl("startup off").status, 0);
+  for (int i = 0; i < 50 && access(agent.c_str(), F_OK) == 0; ++i) usleep(100 * 1000);
+  EXPECT_NE(access(agent.c_str(), F_OK), 0);
+}
+
+TEST_F(ZqctlTest, ListenPrintsForwardedBlocks) {
+  StartService();
+  const std::string listenOut = work + "/listen";
+  const pid_t listener = fork();
+  if (listener == 0) {
+    freopen(listenOut.c_str(), "w", stdout);
+    execl(ZQCTL, "zqctl", "--as", "FileExplorer", "listen", static_cast<char*>(nullptr));
+    _exit(126);
+  }
+  EXPECT_EQ(Zqctl("to-explorer q").status, 0);
+  std::string printed;
+  for (int i = 0; i < 100 && printed.empty(); ++i) {
+    usleep(100 * 1000);
+    printed = ReadFile(listenOut);
+  }
+  kill(listener, SIGTERM);
+  EXPECT_EQ(printed, "block 1: to-explorer 113\n");
+}
+
+TEST_F(ZqctlTest, ExitStopsTheService) {
+  StartService();
+  EXPECT_EQ(Zqctl("exit").status, 0);
+  EXPECT_EQ(service->WaitForExit(10), std::optional<int>(0));
+}
+
+TEST_F(ZqctlTest, BadInputIsRefusedBeforeAnythingIsSent) {
+  struct Case {
+    std::string arguments;
+    std::string message;
+  };
+  const Case cases[] = {
+      {"frobnicate", "zqctl: unknown subcommand 'frobnicate'; see zqctl --help\n"},
+      {"check " + std::string(32, 'd'), "zqctl: DEVICE is 32 bytes long; it may be at most 31 bytes\n"},
+      {"to-main 256", "zqctl: BYTE must be a number from 0 to 255 or a single character, not '256'\n"},
+      {"--as Finder ping", "zqctl: --as takes MainUI or FileExplorer, not 'Finder'\n"},
+      {"check", "zqctl: usage: zqctl check DEVICE\n"},
+      {"startup maybe", "zqctl: usage: zqctl startup on BUNDLE | zqctl startup off\n"},
+  };
+  for (const Case& c : cases) {
+    const ZqctlRun run = Zqctl(c.arguments);
+    EXPECT_EQ(run.status, 2) << c.arguments;
+    EXPECT_EQ(run.err, c.message) << c.arguments;
+  }
+  const ZqctlRun tooLong = Zqctl("explore disk4", std::string(128, 'p') + "\n");
+  EXPECT_EQ(tooLong.status, 2);
+  EXPECT_EQ(tooLong.err, "zqctl: the credential is 128 bytes long; it may be at most 127 bytes\n");
+  const ZqctlRun noCredential = Zqctl("explore disk4");
+  EXPECT_EQ(noCredential.status, 2);
+  // Nothing reached the service: it never made its channel's FIFOs.
+  EXPECT_NE(access("/tmp/zqlog.log", F_OK), 0);
+}
+
+TEST_F(ZqctlTest, HelpListsSubcommandsAndExitStatuses) {
+  const ZqctlRun help = Zqctl("--help");
+  EXPECT_EQ(help.status, 0);
+  EXPECT_NE(help.out.find("  3  no service"), std::string::npos);
+  EXPECT_NE(help.out.find("mount DEVICE MOUNT_POINT OPTIONS"), std::string::npos);
+  const ZqctlRun mountHelp = Zqctl("mount --help");
+  EXPECT_EQ(mountHelp.status, 0);
+  EXPECT_NE(mountHelp.out.find("backslash-blank"), std::string::npos);
+}
+
+TEST_F(ZqctlTest, NoServiceAndTimeoutAreTold) {
+  ZqctlRun run = Zqctl("--timeout 2 ping");
+  EXPECT_EQ(run.status, 3);
+  EXPECT_EQ(run.err, "zqctl: no service: the channel could not be opened\n");
+
+  StartService();
+  kill(service->pid(), SIGSTOP);  // its channel stays open but nobody reads
+  run = Zqctl("--timeout 2 ping");
+  kill(service->pid(), SIGCONT);
+  EXPECT_EQ(run.status, 4);
+  EXPECT_EQ(run.err, "zqctl: timeout: the service did not answer within 2 s\n");
+}
+
+}  // namespace

@@ -1,0 +1,43 @@
+// What zqctl is asked to do: the command line turned into one command
+// record, checked before anything is sent.
+#ifndef ZQ_TOOLS_ZQCTL_ZQCTLREQUEST_H_
+#define ZQ_TOOLS_ZQCTL_ZQCTLREQUEST_H_
+
+#include <string>
+#include <vector>
+
+#include "ClientChannels.h"
+#include "CommandData.h"
+
+// Exit statuses of zqctl.
+enum ZqctlStatus : int {
+  kZqctlSuccess = 0,
+  kZqctlFailure = 1,    // the service answered, and the answer is a failure
+  kZqctlUsage = 2,      // bad command line or input; nothing was sent
+  kZqctlNoService = 3,  // the service's channel could not be opened
+  kZqctlTimeout = 4,    // the service did not answer in time
+};
+
+struct ZqctlRequest {
+  ClientChannel channel = kMainUIChannel;
+  unsigned timeout = 10;
+  bool json = false;
+  bool help = false;
+  std::string subcommand;
+  std::vector<std::string> operands;
+  bool needsCredential = false;  // read from standard input before sending
+  bool listen = false;
+  CCommandDataWrapper<char> record{};
+};
+
+// Parses argv; false with a message in *error for bad input.
+bool ParseZqctlArguments(const std::vector<std::string>& arguments, ZqctlRequest* request, std::string* error);
+
+// Puts the credential into the record's credential field; false with a
+// message when it does not fit.
+bool SetCredential(const std::string& credential, ZqctlRequest* request, std::string* error);
+
+// The usage text: the tool's, or one subcommand's.
+std::string ZqctlUsage(const std::string& subcommand);
+
+#endif  // ZQ_TOOLS_ZQCTL_ZQCTLREQUEST_H_
