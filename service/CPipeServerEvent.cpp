@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr unsigned int kBlockSize = 512;
 
 // A string field of a record: UTF-8 text up to its zero byte, never past
 // the end of its array.  Text that is not UTF-8 gives no string.

@@ -10,7 +10,6 @@ namespace {
 // connection gives a synchronous request, so a client never takes it for
 // the answer to a request of its own.
 constexpr unsigned int kServiceMessageId = 1;
-constexpr unsigned int kBlockSize = 512;
 
 }  // namespace
 

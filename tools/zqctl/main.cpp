@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr unsigned kBlockSize = 512;
 
 // Blocks that arrive unasked: printed while listening, otherwise dropped.
 class BlockPrinter : public IIPCEvent {

@@ -1,0 +1,12 @@
+#include "CLibPipeConnectionCreator.h"
+
+#include "CLibPipeClient.h"
+#include "CLibPipeServer.h"
+
+ILibPipeServer* CLibPipeConnectionCreator::createLibPipeServer(IIPCEvent* event) {
+  return event == nullptr ? nullptr : new CLibPipeServer(event);
+}
+
+ILibPipeClient* CLibPipeConnectionCreator::createLibPipeClient(IIPCEvent* event) {
+  return event == nullptr ? nullptr : new CLibPipeClient(event);
+}

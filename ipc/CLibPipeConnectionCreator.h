@@ -1,0 +1,17 @@
+// Makes the library's facades.  The caller owns what it gets and ends it
+// through the interface.
+#ifndef ZQ_IPC_CLIBPIPECONNECTIONCREATOR_H_
+#define ZQ_IPC_CLIBPIPECONNECTIONCREATOR_H_
+
+#include "IIPCEvent.h"
+#include "ILibPipeClient.h"
+#include "ILibPipeServer.h"
+
+class CLibPipeConnectionCreator {
+ public:
+  // Null for a null event.
+  static ILibPipeServer* createLibPipeServer(IIPCEvent* event);
+  static ILibPipeClient* createLibPipeClient(IIPCEvent* event);
+};
+
+#endif  // ZQ_IPC_CLIBPIPECONNECTIONCREATOR_H_

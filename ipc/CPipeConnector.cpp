@@ -1,0 +1,173 @@
+#include "CPipeConnector.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+
+#include "CSemaphoreHelper.h"
+
+namespace {
+
+constexpr unsigned kSemaphoreNameSize = 32;
+
+void SemaphoreName(char (&name)[kSemaphoreNameSize], const std::string& connection, int id) {
+  std::snprintf(name, sizeof name, "zq_sem_%s_%d_", connection.c_str(), id);
+}
+
+}  // namespace
+
+CPipeConnector::CPipeConnector(std::string name) : name_(std::move(name)) {}
+
+CPipeConnector::~CPipeConnector() {
+  running_ = false;
+  {
+    std::lock_guard<std::mutex> guard(pauseLock_);
+    pauseEnded_.notify_all();
+  }
+  if (threadStarted_) {
+    if (pthread_equal(thread_, pthread_self()))
+      pthread_detach(thread_);
+    else
+      pthread_join(thread_, nullptr);
+  }
+  readEnd_.ClosePipe();
+  writeEnd_.ClosePipe();
+}
+
+bool CPipeConnector::initPipeConnection(const char* readPath, int readFlags, const char* writePath, int writeFlags) {
+  if (initialized_) return true;
+  readEnd_.InitPipe(readPath, readFlags);
+  writeEnd_.InitPipe(writePath, writeFlags);
+  initialized_ = true;
+  initReadMsgThread();
+  EnsureWriteOpen();
+  return true;
+}
+
+bool CPipeConnector::initReadMsgThread() {
+  if (initialized_ && !threadStarted_) threadStarted_ = pthread_create(&thread_, nullptr, ReadMsgThread, this) == 0;
+  return threadStarted_;
+}
+
+bool CPipeConnector::initSendMsg() { return initialized_ && EnsureWriteOpen(); }
+
+void CPipeConnector::SetMsgHander(IIPCEvent* handler) { handler_ = handler; }
+
+void CPipeConnector::ClosePipe() {
+  readEnd_.ClosePipe();
+  writeEnd_.ClosePipe();
+}
+
+int CPipeConnector::DeletePipe() {
+  readEnd_.DeletePipe();
+  return writeEnd_.DeletePipe();
+}
+
+bool CPipeConnector::EnsureWriteOpen() {
+  std::lock_guard<std::mutex> guard(writeOpenLock_);
+  if (!writeOpen_) writeOpen_ = writeEnd_.OpenPipe() != -1;
+  return writeOpen_;
+}
+
+void CPipeConnector::Pause() {
+  std::unique_lock<std::mutex> guard(pauseLock_);
+  pauseEnded_.wait_for(guard, std::chrono::seconds(1), [this] { return !running_; });
+}
+
+void* CPipeConnector::ReadMsgThread(void* connection) {
+  auto* self = static_cast<CPipeConnector*>(connection);
+  while (self->running_ && self->readEnd_.OpenPipe() == -1) self->Pause();
+  char block[kBlockSize + 1];
+  while (self->running_) {
+    std::memset(block, 0, sizeof block);
+    uint32_t msgId = 0;
+    if (self->readEnd_.ReadFromPipe(block, kBlockSize) != -1) {
+      std::memcpy(&msgId, block, sizeof msgId);
+      if (msgId != 0) self->HandleMessage(block, kBlockSize);
+    }
+    self->Pause();
+  }
+  return nullptr;
+}
+
+void CPipeConnector::HandleMessage(char* block, unsigned int len) {
+  uint32_t id;
+  std::memcpy(&id, block, sizeof id);
+  {
+    CLockerGuard guard(lock_);
+    const auto waiting = pending_.find(static_cast<int>(id));
+    if (waiting != pending_.end()) {
+      __MSG_MAPPING__& entry = waiting->second;
+      std::memset(entry.replyData, 0, sizeof entry.replyData);
+      std::memcpy(entry.replyData, block + 4, kPayloadSize);
+      CSemaphoreHelper().SignalSemaphore(entry.semaphore);
+      return;
+    }
+  }
+  // A new message waits here for its handler; nothing further is read
+  // meanwhile.
+  while (handler_ == nullptr && running_) Pause();
+  if (IIPCEvent* handler = handler_) handler->OnCommand_Reply(this, reinterpret_cast<_MSG_DATA_PACKAGE*>(block), len - 4);
+}
+
+bool CPipeConnector::SendMsg_async(void* data, unsigned int len, unsigned int msgId) {
+  if (data == nullptr || !initialized_) return false;
+  if (!EnsureWriteOpen()) return false;
+  _MSG_DATA_PACKAGE package;
+  std::memset(&package, 0, sizeof package);
+  package.msgId = msgId;
+  std::memcpy(package.payload, data, std::min(len, kBlockSize));
+  writeEnd_.WriteToPipe(&package, std::min(len, kBlockSize));
+  return true;
+}
+
+bool CPipeConnector::SendMsg_sync(void* data, unsigned int len, void* reply, unsigned int replyLen,
+                                  unsigned int timeout) {
+  if (data == nullptr || reply == nullptr || !initialized_) return false;
+  for (unsigned attempt = 1; timeout != 0 && !EnsureWriteOpen(); ++attempt) {
+    if (attempt >= timeout) return false;
+    Pause();
+  }
+
+  CSemaphoreHelper semaphores;
+  _MSG_DATA_PACKAGE package;
+  char name[kSemaphoreNameSize];
+  int id;
+  sem_t* semaphore;
+  {
+    CLockerGuard guard(lock_);
+    id = nextMessageId_++;
+    SemaphoreName(name, name_, id);
+    semaphore = semaphores.CreateSemaphore(name, 0);
+    __MSG_MAPPING__ entry;
+    entry.semaphore = semaphore;
+    std::memset(entry.replyData, 0, sizeof entry.replyData);
+    pending_.emplace(id, entry);
+    std::memset(&package, 0, sizeof package);
+    package.msgId = static_cast<uint32_t>(id);
+    std::memcpy(package.payload, data, std::min(len, kBlockSize));
+  }
+  writeEnd_.WriteToPipe(&package, kBlockSize);
+  std::memset(reply, 0, replyLen);
+
+  bool answered = semaphores.TryWaitSemaphore(semaphore);
+  for (unsigned waited = 0; !answered && waited < timeout; ++waited) {
+    sleep(1);
+    answered = semaphores.TryWaitSemaphore(semaphore);
+  }
+  {
+    CLockerGuard guard(lock_);
+    // A reply that came while the wait ended is still this request's.
+    if (!answered) answered = semaphores.TryWaitSemaphore(semaphore);
+    const auto entry = pending_.find(id);
+    if (answered) std::memcpy(reply, entry->second.replyData, kBlockSize);
+    pending_.erase(entry);
+  }
+  if (!answered) std::memset(reply, 0, replyLen);
+  semaphores.DestroySemaphore(semaphore);
+  semaphores.ClearSemaphore(name);
+  return true;
+}

@@ -1,0 +1,181 @@
+#include "CPipeConnector.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "IpcTestSupport.h"
+#include "PipeFlags.h"
+
+namespace {
+
+// Answers every new message with the same payload and id, as the service
+// answers its clients.
+class EchoEvent : public RecordingEvent {
+ public:
+  explicit EchoEvent(unsigned delaySeconds = 0) : delaySeconds_(delaySeconds) {}
+  void OnCommand_Reply(IIPCConnector* connector, _MSG_DATA_PACKAGE* package, unsigned int len) override {
+    RecordingEvent::OnCommand_Reply(connector, package, len);
+    sleep(delaySeconds_);
+    char answer[512] = {};
+    std::memcpy(answer, package->payload, len);
+    connector->SendMsg_async(answer, sizeof answer, package->msgId);
+  }
+
+ private:
+  unsigned delaySeconds_;
+};
+
+// Two connections wired to each other through two FIFOs.
+class ConnectorPair : public testing::Test {
+ protected:
+  void Connect(bool connectPeer = true) {
+    near = std::make_unique<CPipeConnector>(nearName);
+    far = std::make_unique<CPipeConnector>(UniqueName("far"));
+    if (connectPeer)
+      far->initPipeConnection(dir("toFar").c_str(), kPipeReadFlags | kPipeCreateFlag, dir("toNear").c_str(),
+                              kPipeWriteFlags | kPipeCreateFlag);
+    near->initPipeConnection(dir("toNear").c_str(), kPipeReadFlags | kPipeCreateFlag, dir("toFar").c_str(),
+                             kPipeWriteFlags | kPipeCreateFlag);
+  }
+  void TearDown() override {
+    near.reset();
+    far.reset();
+  }
+
+  FifoDir dir;
+  std::string nearName = UniqueName("near");
+  std::unique_ptr<CPipeConnector> near, far;
+  RecordingEvent nearEvents;
+};
+
+TEST_F(ConnectorPair, AsyncBlockReachesThePeersHandler) {
+  Connect();
+  RecordingEvent events;
+  far->SetMsgHander(&events);
+  std::vector<char> data = Data("hello");
+  std::memset(data.data() + 508, 'Z', 4);  // beyond what a block carries
+  ASSERT_TRUE(near->SendMsg_async(data.data(), 512, 0));  // id 0 is no message
+  ASSERT_TRUE(near->SendMsg_async(data.data(), 512, 5));
+  const std::vector<ReceivedMessage> received = events.WaitFor(1, 5);
+  ASSERT_EQ(received.size(), 1u);
+  EXPECT_EQ(received[0].msgId, 5u);
+  EXPECT_EQ(received[0].len, 508u);
+  EXPECT_EQ(received[0].payload, std::string(data.data(), 508));
+  EXPECT_EQ(received[0].connector, far.get());
+}
+
+TEST_F(ConnectorPair, SyncRequestsGetTheirRepliesWithIdsFrom16) {
+  Connect();
+  EchoEvent echo;
+  far->SetMsgHander(&echo);
+  for (const char* text : {"first", "second"}) {
+    std::vector<char> data = Data(text);
+    char reply[512];
+    std::memset(reply, 'x', sizeof reply);
+    ASSERT_TRUE(near->SendMsg_sync(data.data(), 512, reply, sizeof reply, 5));
+    EXPECT_EQ(std::string(reply, 508), std::string(data.data(), 508));
+    EXPECT_EQ(std::string(reply + 508, 4), std::string(4, '\0'));
+  }
+  const std::vector<ReceivedMessage> requests = echo.WaitFor(2, 1);
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[0].msgId, 16u);
+  EXPECT_EQ(requests[1].msgId, 17u);
+}
+
+TEST_F(ConnectorPair, UnansweredRequestTimesOutAsSuccessAndLeavesNothingBehind) {
+  Connect();
+  RecordingEvent silent;
+  far->SetMsgHander(&silent);
+  std::vector<char> data = Data("anyone?");
+  char reply[512];
+  std::memset(reply, 'x', sizeof reply);
+  ASSERT_TRUE(near->SendMsg_sync(data.data(), 512, reply, sizeof reply, 1));
+  EXPECT_EQ(std::string(reply, sizeof reply), std::string(512, '\0'));
+  EXPECT_NE(access(("/dev/shm/sem.zq_sem_" + nearName + "_16_").c_str(), F_OK), 0);
+  ASSERT_TRUE(near->SendMsg_sync(data.data(), 512, reply, sizeof reply, 0)) << "timeout 0: one try, no wait";
+  const std::vector<ReceivedMessage> requests = silent.WaitFor(2, 5);
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[1].msgId, 17u) << "a timed-out request still used its id";
+}
+
+TEST_F(ConnectorPair, LateReplyReachesTheHandlerAsANewMessage) {
+  Connect();
+  EchoEvent slowEcho(3);
+  far->SetMsgHander(&slowEcho);
+  near->SetMsgHander(&nearEvents);
+  std::vector<char> data = Data("slow");
+  char reply[512];
+  ASSERT_TRUE(near->SendMsg_sync(data.data(), 512, reply, sizeof reply, 1));
+  EXPECT_EQ(reply[0], 0);
+  const std::vector<ReceivedMessage> late = nearEvents.WaitFor(1, 10);
+  ASSERT_EQ(late.size(), 1u);
+  EXPECT_EQ(late[0].msgId, 16u);
+  EXPECT_EQ(late[0].payload.substr(0, 4), "slow");
+}
+
+TEST_F(ConnectorPair, BlockWaitsForALateHandler) {
+  Connect();
+  std::vector<char> data = Data("early");
+  ASSERT_TRUE(near->SendMsg_async(data.data(), 512, 9));
+  sleep(2);
+  RecordingEvent events;
+  far->SetMsgHander(&events);
+  const std::vector<ReceivedMessage> received = events.WaitFor(1, 5);
+  ASSERT_EQ(received.size(), 1u);
+  EXPECT_EQ(received[0].msgId, 9u);
+}
+
+TEST_F(ConnectorPair, SendsFailWhenThePeerNeverReads) {
+  Connect(false);
+  std::vector<char> data = Data("lost");
+  char reply[512];
+  EXPECT_FALSE(near->SendMsg_async(data.data(), 512, 3));
+  EXPECT_FALSE(near->SendMsg_sync(data.data(), 512, reply, sizeof reply, 2));
+  // The failed request took no id: once the peer reads, the first is 16.
+  far->initPipeConnection(dir("toFar").c_str(), kPipeReadFlags | kPipeCreateFlag, dir("toNear").c_str(),
+                          kPipeWriteFlags | kPipeCreateFlag);
+  EchoEvent echo;
+  far->SetMsgHander(&echo);
+  ASSERT_TRUE(near->SendMsg_sync(data.data(), 512, reply, sizeof reply, 5));
+  EXPECT_EQ(echo.WaitFor(1, 1).at(0).msgId, 16u);
+}
+
+TEST(CPipeConnector, RefusesToSendBeforeItIsInitializedOrWithNullBuffers) {
+  CPipeConnector connector(UniqueName("lonely"));
+  char data[512] = {}, reply[512];
+  EXPECT_FALSE(connector.SendMsg_async(data, 512, 1));
+  EXPECT_FALSE(connector.SendMsg_sync(data, 512, reply, 512, 1));
+  FifoDir dir;
+  EXPECT_TRUE(connector.initPipeConnection(dir("r").c_str(), kPipeReadFlags | kPipeCreateFlag, dir("w").c_str(),
+                                           kPipeWriteFlags | kPipeCreateFlag));
+  EXPECT_TRUE(connector.initPipeConnection(nullptr, 0, nullptr, 0)) << "a second call does nothing";
+  EXPECT_FALSE(connector.SendMsg_async(nullptr, 512, 1));
+  EXPECT_FALSE(connector.SendMsg_sync(nullptr, 512, reply, 512, 1));
+  EXPECT_FALSE(connector.SendMsg_sync(data, 512, nullptr, 512, 1));
+  EXPECT_EQ(connector.GetName(), UniqueName("lonely"));
+}
+
+int ThreadCount() {
+  int count = 0;
+  DIR* tasks = opendir("/proc/self/task");
+  while (readdir(tasks) != nullptr) ++count;
+  closedir(tasks);
+  return count;
+}
+
+TEST(CPipeConnector, DestroyingAConnectionStillWaitingForItsFifoEndsItsThread) {
+  FifoDir dir;
+  const int threads = ThreadCount();
+  auto connector = std::make_unique<CPipeConnector>(UniqueName("waiting"));
+  connector->initPipeConnection(dir("never").c_str(), kPipeReadFlags, dir("nor").c_str(), kPipeWriteFlags);
+  sleep(1);
+  EXPECT_EQ(ThreadCount(), threads + 1);
+  connector.reset();
+  EXPECT_EQ(ThreadCount(), threads) << "the reading thread ended with its connection";
+}
+
+}  // namespace

@@ -1,0 +1,67 @@
+// Shared pieces of the IPC tests: private FIFO paths and a handler that
+// records what reaches it.
+#ifndef ZQ_TESTS_IPC_IPCTESTSUPPORT_H_
+#define ZQ_TESTS_IPC_IPCTESTSUPPORT_H_
+
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "IIPCEvent.h"
+#include "StubBundle.h"
+
+// A folder of its own for one test's FIFOs, removed afterwards.
+class FifoDir {
+ public:
+  FifoDir() : path_(MakeTempDir("zq-ipc-")) {}
+  ~FifoDir() { RunShell("rm -rf '" + path_ + "'"); }
+  std::string operator()(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+// A connection name no other test process uses: semaphore names are
+// system-wide and built from it.
+inline std::string UniqueName(const char* base) { return base + std::to_string(getpid()); }
+
+struct ReceivedMessage {
+  uint32_t msgId;
+  std::string payload;  // all 508 bytes
+  unsigned len;
+  IIPCConnector* connector;
+};
+
+class RecordingEvent : public IIPCEvent {
+ public:
+  void OnCommand_Reply(IIPCConnector* connector, _MSG_DATA_PACKAGE* package, unsigned int len) override {
+    std::lock_guard<std::mutex> guard(lock_);
+    messages_.push_back({package->msgId, std::string(reinterpret_cast<char*>(package->payload), len), len, connector});
+    arrived_.notify_all();
+  }
+
+  // Waits up to `seconds` for at least `count` messages; returns them all.
+  std::vector<ReceivedMessage> WaitFor(size_t count, int seconds) {
+    std::unique_lock<std::mutex> guard(lock_);
+    arrived_.wait_for(guard, std::chrono::seconds(seconds), [&] { return messages_.size() >= count; });
+    return messages_;
+  }
+
+ private:
+  std::mutex lock_;
+  std::condition_variable arrived_;
+  std::vector<ReceivedMessage> messages_;
+};
+
+// A 512-byte block of data whose payload starts with `text`.
+inline std::vector<char> Data(const std::string& text) {
+  std::vector<char> data(512, 0);
+  std::memcpy(data.data(), text.data(), text.size());
+  return data;
+}
+
+#endif  // ZQ_TESTS_IPC_IPCTESTSUPPORT_H_
