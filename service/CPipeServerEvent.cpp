@@ -11,6 +11,7 @@
 #include "CPipeDataWrapper.h"
 #include "CPipeServerWrapper.h"
 #include "CStartupManager.h"
+#include "ClientInputChecks.h"
 #include "IIPCConnector.h"
 #include "Utf8.h"
 
@@ -59,14 +60,35 @@ void CheckBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* conn
   CDevLogs::Instance()->WriteLog("serverEvent - eCOMMAND_BITLOCKER_CHECK");
   char deviceName[sizeof record.check.deviceName + 1] = {};
   std::memcpy(deviceName, record.check.deviceName, sizeof record.check.deviceName);
-  CBitlockerChecker checker;
-  Answer answer(checker.IsBitlocker(deviceName) ? kResultIsBitlocker : kResultIsNotBitlocker);
+  bool isBitlocker = false;
+  if (IsPlainDeviceName(FieldText(record.check.deviceName))) {
+    CBitlockerChecker checker;
+    isBitlocker = checker.IsBitlocker(deviceName);
+  } else {
+    CDevLogs::Instance()->WriteLog("refused eCOMMAND_BITLOCKER_CHECK: the device name is not a plain device name");
+  }
+  Answer answer(isBitlocker ? kResultIsBitlocker : kResultIsNotBitlocker);
   answer.SetText(deviceName, std::strlen(deviceName));
   answer.SendOn(connector, msgId);
   CDevLogs::Instance()->WriteLog("serverEvent - eCOMMAND_BITLOCKER_CHECK_OVER");
 }
 
+// Why a mount command may not reach the shell, or nullptr when it may.
+const char* MountRefusal(const CCommandDataWrapper<char>& record) {
+  const auto& mount = record.mount;
+  if (!IsPlainDeviceName(FieldText(mount.deviceName))) return "the device name is not a plain device name";
+  if (!IsSingleShellWord(FieldText(mount.mountArg2))) return "the mount point is not one plain shell word";
+  if (!FitsInSingleQuotes(FieldText(mount.mountArg3))) return "the options hold a single quote";
+  return nullptr;
+}
+
+void Refuse(const char* command, const char* reason, IIPCConnector* connector, uint32_t msgId) {
+  CDevLogs::Instance()->WriteLog("refused %s: %s", command, reason);
+  Answer(kResultUnmountFailed).SendOn(connector, msgId);
+}
+
 void MountBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* connector, uint32_t msgId) {
+  if (const char* reason = MountRefusal(record)) return Refuse("eCOMMAND_BITLOCKER_MOUNT", reason, connector, msgId);
   const auto& mount = record.mount;
   CNorvane norvane;
   const int result = norvane.Bitlocker_Mount(FieldText(mount.deviceName), FieldText(mount.mountArg2),
@@ -75,6 +97,8 @@ void MountBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* conn
 }
 
 void OpenExplorer(const CCommandDataWrapper<char>& record, IIPCConnector* connector, uint32_t msgId) {
+  if (!IsPlainDeviceName(FieldText(record.explorer.deviceName)))
+    return Refuse("eCOMMAND_BITLOCKER_EXPLORER", "the device name is not a plain device name", connector, msgId);
   CNorvane norvane;
   const int result =
       norvane.Bitlocker_Explorer(FieldText(record.explorer.deviceName), FieldText(record.explorer.explorerArg2));

@@ -1,0 +1,25 @@
+// What the service accepts from a client before any of it reaches a shell.
+//
+// The clients' fields end up on command lines that root runs.  These
+// checks let through everything a well-behaved client sends and nothing
+// that would make the shell read more, or other, words than intended.
+#ifndef ZQ_SERVICE_CLIENTINPUTCHECKS_H_
+#define ZQ_SERVICE_CLIENTINPUTCHECKS_H_
+
+#include <optional>
+#include <string>
+
+// A BSD device name such as disk2s1 or loop3: non-empty; letters, digits
+// and "._-" only; not starting with a dot.
+bool IsPlainDeviceName(const std::optional<std::string>& name);
+
+// The mount point word, which reaches the shell unquoted: empty, or one
+// word in which each character is a letter, a digit or one of
+// "._/,:=+@%-", or follows a backslash (a blank is written "\ ").
+bool IsSingleShellWord(const std::optional<std::string>& word);
+
+// The options word, which the shell reads inside single quotes: anything
+// but a single quote.
+bool FitsInSingleQuotes(const std::optional<std::string>& text);
+
+#endif  // ZQ_SERVICE_CLIENTINPUTCHECKS_H_
