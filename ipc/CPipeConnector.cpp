@@ -43,7 +43,7 @@ bool CPipeConnector::initPipeConnection(const char* readPath, int readFlags, con
   writeEnd_.InitPipe(writePath, writeFlags);
   initialized_ = true;
   initReadMsgThread();
-  EnsureWriteOpen();
+  initSendMsg();
   return true;
 }
 
@@ -52,7 +52,10 @@ bool CPipeConnector::initReadMsgThread() {
   return threadStarted_;
 }
 
-bool CPipeConnector::initSendMsg() { return initialized_ && EnsureWriteOpen(); }
+bool CPipeConnector::initSendMsg() {
+  std::lock_guard<std::mutex> guard(writeLock_);
+  return initialized_ && EnsureWriteOpen();
+}
 
 void CPipeConnector::SetMsgHander(IIPCEvent* handler) { handler_ = handler; }
 
@@ -67,9 +70,18 @@ int CPipeConnector::DeletePipe() {
 }
 
 bool CPipeConnector::EnsureWriteOpen() {
-  std::lock_guard<std::mutex> guard(writeOpenLock_);
-  if (!writeOpen_) writeOpen_ = writeEnd_.OpenPipe() != -1;
+  if (!writeOpen_)
+    writeOpen_ = writeEnd_.OpenPipe() != -1;
+  else if (!writeEnd_.StillOpenOnPath())
+    writeOpen_ = writeEnd_.ReopenPipe() != -1;
   return writeOpen_;
+}
+
+bool CPipeConnector::WriteBlock(const _MSG_DATA_PACKAGE& package, unsigned int len) {
+  std::lock_guard<std::mutex> guard(writeLock_);
+  if (!EnsureWriteOpen()) return false;
+  writeEnd_.WriteToPipe(const_cast<_MSG_DATA_PACKAGE*>(&package), len);
+  return true;
 }
 
 void CPipeConnector::Pause() {
@@ -82,6 +94,9 @@ void* CPipeConnector::ReadMsgThread(void* connection) {
   while (self->running_ && self->readEnd_.OpenPipe() == -1) self->Pause();
   char block[kBlockSize + 1];
   while (self->running_) {
+    // A peer that made its FIFO anew, or a path that held no FIFO, is
+    // tried again.
+    if (self->readEnd_.GetPipeDescr() == -1 || !self->readEnd_.StillOpenOnPath()) self->readEnd_.ReopenPipe();
     std::memset(block, 0, sizeof block);
     uint32_t msgId = 0;
     if (self->readEnd_.ReadFromPipe(block, kBlockSize) != -1) {
@@ -115,19 +130,17 @@ void CPipeConnector::HandleMessage(char* block, unsigned int len) {
 
 bool CPipeConnector::SendMsg_async(void* data, unsigned int len, unsigned int msgId) {
   if (data == nullptr || !initialized_) return false;
-  if (!EnsureWriteOpen()) return false;
   _MSG_DATA_PACKAGE package;
   std::memset(&package, 0, sizeof package);
   package.msgId = msgId;
   std::memcpy(package.payload, data, std::min(len, kBlockSize));
-  writeEnd_.WriteToPipe(&package, std::min(len, kBlockSize));
-  return true;
+  return WriteBlock(package, std::min(len, kBlockSize));
 }
 
 bool CPipeConnector::SendMsg_sync(void* data, unsigned int len, void* reply, unsigned int replyLen,
                                   unsigned int timeout) {
   if (data == nullptr || reply == nullptr || !initialized_) return false;
-  for (unsigned attempt = 1; timeout != 0 && !EnsureWriteOpen(); ++attempt) {
+  for (unsigned attempt = 1; timeout != 0 && !initSendMsg(); ++attempt) {
     if (attempt >= timeout) return false;
     Pause();
   }
@@ -150,7 +163,7 @@ bool CPipeConnector::SendMsg_sync(void* data, unsigned int len, void* reply, uns
     package.msgId = static_cast<uint32_t>(id);
     std::memcpy(package.payload, data, std::min(len, kBlockSize));
   }
-  writeEnd_.WriteToPipe(&package, kBlockSize);
+  WriteBlock(package, kBlockSize);
   std::memset(reply, 0, replyLen);
 
   bool answered = semaphores.TryWaitSemaphore(semaphore);

@@ -46,8 +46,11 @@ class CPipeConnector : public IIPCConnector {
   void HandleMessage(char* block, unsigned int len);
 
  private:
-  // Opens the write end if it is not open yet; whether it is open.
+  // Opens the write end if it is not open yet, or again when the peer made
+  // its FIFO anew; whether it is open.  Needs writeLock_.
   bool EnsureWriteOpen();
+  // Writes one block through the write end, opening it first if needed.
+  bool WriteBlock(const _MSG_DATA_PACKAGE& package, unsigned int len);
   // Sleeps one second, or less when the connection is being destroyed.
   void Pause();
 
@@ -64,7 +67,7 @@ class CPipeConnector : public IIPCConnector {
   CMutexLocker lock_;
   int nextMessageId_ = 16;
 
-  std::mutex writeOpenLock_;
+  std::mutex writeLock_;  // one writer of the write end at a time
   std::mutex pauseLock_;
   std::condition_variable pauseEnded_;
 };

@@ -51,8 +51,25 @@ void CPipeWrapper::InitPipe(const char* name, int flags) {
 
 int CPipeWrapper::OpenPipe() {
   if (flags_ & kPipeCreateFlag) mkfifo(path_, 0777);
-  descriptor_ = open(path_, (flags_ & ~kPipeCreateFlag) | O_CLOEXEC);
+  descriptor_ = open(path_, (flags_ & ~kPipeCreateFlag) | O_CLOEXEC | O_NOFOLLOW);
+  struct stat info;
+  if (descriptor_ != -1 && (fstat(descriptor_, &info) != 0 || !S_ISFIFO(info.st_mode))) {
+    close(descriptor_);
+    descriptor_ = -1;
+    errno = EINVAL;
+  }
   return descriptor_;
+}
+
+bool CPipeWrapper::StillOpenOnPath() const {
+  struct stat onPath, open;
+  if (descriptor_ == -1 || lstat(path_, &onPath) != 0 || fstat(descriptor_, &open) != 0) return true;
+  return onPath.st_dev == open.st_dev && onPath.st_ino == open.st_ino;
+}
+
+int CPipeWrapper::ReopenPipe() {
+  if (descriptor_ != -1) close(descriptor_);
+  return OpenPipe();
 }
 
 long CPipeWrapper::ReadFromPipe(void* buffer, unsigned long len) {

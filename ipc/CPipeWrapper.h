@@ -18,8 +18,16 @@ class CPipeWrapper {
   void InitPipe(const char* name, int flags);
 
   // Makes the FIFO first when the flags hold the create bit, then opens it.
-  // Returns the new descriptor, or -1 with errno set.
+  // A symbolic link is not followed, and anything but a FIFO is not kept
+  // open (EINVAL).  Returns the new descriptor, or -1 with errno set.
   int OpenPipe();
+
+  // False when the path now names another FIFO than the open one: the peer
+  // made its FIFO anew.  A path that is gone still counts as the same.
+  bool StillOpenOnPath() const;
+
+  // Closes the open descriptor, keeping the path, and opens the path again.
+  int ReopenPipe();
 
   // One read(2) into a zeroed buffer.  -1 when nothing was waiting (EAGAIN),
   // the end is closed, or on error; 0 when no writer has the FIFO open.

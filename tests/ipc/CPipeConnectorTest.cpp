@@ -144,6 +144,26 @@ TEST_F(ConnectorPair, SendsFailWhenThePeerNeverReads) {
   EXPECT_EQ(echo.WaitFor(1, 1).at(0).msgId, 16u);
 }
 
+TEST_F(ConnectorPair, PeerThatMakesItsFifosAnewIsServedAgain) {
+  Connect();
+  EchoEvent echo;
+  far->SetMsgHander(&echo);
+  std::vector<char> data = Data("before");
+  char reply[512];
+  ASSERT_TRUE(near->SendMsg_sync(data.data(), 512, reply, sizeof reply, 5));
+  EXPECT_STREQ(reply, "before");
+
+  // The near side restarts: its FIFOs are removed and made anew.
+  near.reset();
+  ASSERT_EQ(RunShell("rm '" + dir("toNear") + "' '" + dir("toFar") + "'"), 0);
+  near = std::make_unique<CPipeConnector>(nearName);
+  near->initPipeConnection(dir("toNear").c_str(), kPipeReadFlags | kPipeCreateFlag, dir("toFar").c_str(),
+                           kPipeWriteFlags | kPipeCreateFlag);
+  data = Data("after");
+  ASSERT_TRUE(near->SendMsg_sync(data.data(), 512, reply, sizeof reply, 6));
+  EXPECT_STREQ(reply, "after");
+}
+
 TEST(CPipeConnector, RefusesToSendBeforeItIsInitializedOrWithNullBuffers) {
   CPipeConnector connector(UniqueName("lonely"));
   char data[512] = {}, reply[512];

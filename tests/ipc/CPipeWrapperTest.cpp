@@ -100,6 +100,33 @@ TEST(CPipeWrapper, DeleteBeforeCloseRemovesTheFifo) {
   EXPECT_NE(access(dir("f").c_str(), F_OK), 0);
 }
 
+TEST(CPipeWrapper, OpensNothingButAFifoAndNoSymbolicLink) {
+  FifoDir dir;
+  ASSERT_EQ(RunShell("mkfifo '" + dir("real") + "' && ln -s '" + dir("real") + "' '" + dir("link") +
+                     "' && touch '" + dir("file") + "'"),
+            0);
+  for (const char* name : {"link", "file"}) {
+    CPipeWrapper end;
+    end.InitPipe(dir(name).c_str(), kPipeReadFlags | kPipeCreateFlag);
+    EXPECT_EQ(end.OpenPipe(), -1) << name;
+    EXPECT_EQ(end.GetPipeDescr(), -1) << name;
+  }
+}
+
+TEST(CPipeWrapper, NoticesAFifoMadeAnewAtItsPath) {
+  FifoDir dir;
+  CPipeWrapper end;
+  end.InitPipe(dir("f").c_str(), kPipeReadFlags | kPipeCreateFlag);
+  ASSERT_NE(end.OpenPipe(), -1);
+  EXPECT_TRUE(end.StillOpenOnPath());
+  ASSERT_EQ(RunShell("rm '" + dir("f") + "'"), 0);
+  EXPECT_TRUE(end.StillOpenOnPath()) << "a path that is gone is no replacement";
+  ASSERT_EQ(RunShell("mkfifo '" + dir("f") + "'"), 0);
+  EXPECT_FALSE(end.StillOpenOnPath());
+  ASSERT_NE(end.ReopenPipe(), -1);
+  EXPECT_TRUE(end.StillOpenOnPath());
+}
+
 TEST(CPipeWrapper, WritingToAGoneReaderFailsWithoutKillingTheProcess) {
   FifoDir dir;
   CPipeWrapper writer;
