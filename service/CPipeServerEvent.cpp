@@ -52,8 +52,14 @@ void SetStartup(const CCommandDataWrapper<char>& record) {
     CStartupManager::GetInstance()->CancelStartup();
     return;
   }
-  if (std::optional<std::string> bundlePath = FieldText(record.startup.bundlePath))
+  const std::optional<std::string> bundlePath = FieldText(record.startup.bundlePath);
+  if (!bundlePath) {
+    CDevLogs::Instance()->WriteLog("refused eCOMMAND_SET_STARTUP: the bundle path is not UTF-8 text");
+  } else if (const char* reason = DaemonProgramRefusal(*bundlePath)) {
+    CDevLogs::Instance()->WriteLog("refused eCOMMAND_SET_STARTUP: %s", reason);
+  } else {
     CStartupManager::GetInstance()->SetStartup(*bundlePath);
+  }
 }
 
 void CheckBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* connector, uint32_t msgId) {

@@ -1,10 +1,32 @@
 #include "ClientInputChecks.h"
 
+#include <sys/stat.h>
+
+#include <climits>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
 
 bool IsAsciiAlnum(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
+
+// Whether only root can change the entry at `path`.  A link's own mode
+// bits mean nothing: its folder decides who can replace it.
+bool OnlyRootCanChange(const std::string& path) {
+  struct stat info;
+  if (lstat(path.c_str(), &info) != 0 || info.st_uid != 0) return false;
+  return S_ISLNK(info.st_mode) || (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+// The same for an absolute path and every folder above it.
+bool OnlyRootCanChangeAnyPart(std::string path) {
+  for (;;) {
+    if (!OnlyRootCanChange(path)) return false;
+    if (path == "/") return true;
+    const size_t slash = path.rfind('/');
+    path = slash == 0 ? "/" : path.substr(0, slash);
+  }
+}
 
 }  // namespace
 
@@ -32,4 +54,16 @@ bool IsSingleShellWord(const std::optional<std::string>& word) {
 
 bool FitsInSingleQuotes(const std::optional<std::string>& text) {
   return text && text->find('\'') == std::string::npos;
+}
+
+const char* DaemonProgramRefusal(const std::string& bundlePath) {
+  const std::string program = bundlePath + "/Contents/MacOS/Zq-NorvaneServices";
+  char resolved[PATH_MAX];
+  struct stat info;
+  if (program[0] != '/' || realpath(program.c_str(), resolved) == nullptr || stat(resolved, &info) != 0 ||
+      !S_ISREG(info.st_mode))
+    return "the service program does not exist in that bundle";
+  if (!OnlyRootCanChangeAnyPart(program) || !OnlyRootCanChangeAnyPart(resolved))
+    return "the service program or a folder above it is not root's alone";
+  return nullptr;
 }

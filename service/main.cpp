@@ -7,6 +7,7 @@
 #include "CFuseInstallerHelper.h"
 #include "CPipeServerWrapper.h"
 #include "CProcessManager.h"
+#include "ChannelWatch.h"
 #include "ClientChannels.h"
 #include "PipeFlags.h"
 #include "Platform.h"
@@ -28,6 +29,11 @@ int main(int argc, char**) {
   }
   platform::RunInBackground([] { CFuseInstallerHelper::FuseInstall(); });
 
-  while (CPipeServerWrapper::getInstance()->running) sleep(1);
+  ChannelWatch watch({kMainUIChannel.toService, kMainUIChannel.toClient, kFileExplorerChannel.toService,
+                      kFileExplorerChannel.toClient});
+  while (CPipeServerWrapper::getInstance()->running) {
+    watch.Check();
+    sleep(1);
+  }
   return 0;
 }

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <random>
 
 #include "TaskWrapper.h"
@@ -47,6 +50,64 @@ TEST(ClientInputChecks, AcceptedWordsReachTheShellAsOneLiteralWord) {
     EXPECT_EQ(run.response(), std::optional<std::string>("[" + meant + "]")) << word;
   }
   EXPECT_GE(accepted, 20);
+}
+
+}  // namespace
+
+namespace {
+
+class DaemonProgramTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "ownership checks need root to make root-owned bundles";
+    // /tmp lets everyone write, so the bundles live in a root-only folder.
+    root = "/var/tmp/zq-daemon-" + std::to_string(getpid());
+    bundle = root + "/Zq Norvane.app";
+    program = bundle + "/Contents/MacOS/Zq-NorvaneServices";
+    ASSERT_EQ(std::system(("mkdir -p -m 755 '" + bundle + "/Contents/MacOS' && chmod 755 '" + root +
+                           "' && touch '" + program + "' && chmod 755 '" + program + "'")
+                              .c_str()),
+              0);
+  }
+  void TearDown() override {
+    if (!root.empty()) std::system(("rm -rf '" + root + "'").c_str());
+  }
+  std::string root, bundle, program;
+};
+
+TEST_F(DaemonProgramTest, RootOwnedBundleIsAccepted) {
+  const char* reason = DaemonProgramRefusal(bundle);
+  EXPECT_EQ(reason, nullptr) << reason;
+}
+
+TEST_F(DaemonProgramTest, MissingProgramIsRefused) {
+  EXPECT_NE(DaemonProgramRefusal(root + "/Other.app"), nullptr);
+  EXPECT_NE(DaemonProgramRefusal("relative/Zq Norvane.app"), nullptr);
+}
+
+TEST_F(DaemonProgramTest, WritableProgramOrFolderIsRefused) {
+  for (const std::string& loosened : {program, bundle + "/Contents", root}) {
+    std::system(("chmod o+w '" + loosened + "'").c_str());
+    EXPECT_NE(DaemonProgramRefusal(bundle), nullptr) << loosened;
+    std::system(("chmod o-w '" + loosened + "'").c_str());
+  }
+  std::system(("chmod g+w '" + program + "'").c_str());
+  EXPECT_NE(DaemonProgramRefusal(bundle), nullptr);
+}
+
+TEST_F(DaemonProgramTest, ForeignOwnerIsRefused) {
+  ASSERT_EQ(std::system(("chown 65534 '" + program + "'").c_str()), 0);
+  EXPECT_NE(DaemonProgramRefusal(bundle), nullptr);
+}
+
+TEST_F(DaemonProgramTest, LinkIntoAWritablePlaceIsRefused) {
+  const std::string elsewhere = "/tmp/zq-elsewhere-" + std::to_string(getpid()) + ".app";
+  ASSERT_EQ(std::system(("mkdir -p '" + elsewhere + "/Contents/MacOS' && touch '" + elsewhere +
+                         "/Contents/MacOS/Zq-NorvaneServices' && ln -s '" + elsewhere + "' '" + root + "/Linked.app'")
+                            .c_str()),
+            0);
+  EXPECT_NE(DaemonProgramRefusal(root + "/Linked.app"), nullptr);
+  std::system(("rm -rf '" + elsewhere + "'").c_str());
 }
 
 }  // namespace
