@@ -29,8 +29,9 @@ loop=$(losetup -f --show "$image")
 step "zqctl check ${loop#/dev/}    # a plain disk"
 "$zqctl" check "${loop#/dev/}" || true
 
-step "zqctl --json startup on '/Applications/Zq Norvane.app'"
-"$zqctl" --json startup on '/Applications/Zq Norvane.app'
+installed=$(realpath "$bundle")
+step "zqctl --json startup on '$installed'"
+"$zqctl" --json startup on "$installed"
 sleep 2
 step "ls /Library/LaunchDaemons /Library/LaunchAgents"
 ls /Library/LaunchDaemons /Library/LaunchAgents

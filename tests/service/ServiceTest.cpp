@@ -225,16 +225,17 @@ TEST_F(ServiceTest, ExitEndsTheServiceAndRemovesTheFifos) {
 
 TEST_F(ServiceTest, StartupItemsAreWrittenAndRemoved) {
   StartWithClients();
+  const std::string installed = MakeRootOwnedBundle();
   CCommandDataWrapper<char> startup = MakeRecord(eCOMMAND_SET_STARTUP);
   startup.startup.enable = 1;
-  std::strcpy(startup.startup.bundlePath, "/Applications/Zq Norvane.app");
+  std::strcpy(startup.startup.bundlePath, installed.c_str());
   ASSERT_TRUE(mainUI->Send(80, startup));
   const std::string daemon = "/Library/LaunchDaemons/com.zq.BitlockerServices.plist";
   const std::string agent = "/Library/LaunchAgents/com.zq.Norvane.plist";
   ASSERT_TRUE(WaitForPath(agent, kAnswerSeconds));
   EXPECT_EQ(RunShell("python3 -c \"import plistlib,sys; d=plistlib.load(open('" + daemon +
-                     "','rb')); sys.exit(d['ProgramArguments'] != ['/Applications/Zq Norvane.app/Contents/MacOS/"
-                     "Zq-NorvaneServices'])\""),
+                     "','rb')); sys.exit(d['ProgramArguments'] != ['" + installed +
+                     "/Contents/MacOS/Zq-NorvaneServices'])\""),
             0);
   EXPECT_FALSE(mainUI->Receive(1)) << "startup has no answer";
 

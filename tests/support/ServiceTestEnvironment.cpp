@@ -133,3 +133,10 @@ bool WaitForPath(const std::string& path, int seconds) {
   }
   return false;
 }
+
+std::string MakeRootOwnedBundle() {
+  const std::string bundle = "/Library/Applications/Zq Norvane.app";
+  RunShell("mkdir -p -m 755 '" + bundle + "/Contents/MacOS' && cp '" ZQ_SERVICE_EXECUTABLE "' '" + bundle +
+           "/Contents/MacOS/Zq-NorvaneServices'");
+  return bundle;
+}

@@ -69,6 +69,11 @@ CCommandDataWrapper<char> MakeRecord(COMMAND_TYPE type);
 // The lines of the service's log, without their prefix, time and CR LF.
 std::vector<std::string> LogMessages();
 
+// A bundle that only root can change, as an installed one is, holding a
+// service program: "/Library/Applications/Zq Norvane.app" in the tests'
+// private /Library.
+std::string MakeRootOwnedBundle();
+
 // Waits up to `seconds` for `path` to exist.
 bool WaitForPath(const std::string& path, int seconds);
 

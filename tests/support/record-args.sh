@@ -27,6 +27,7 @@ if count=$(answer "$1" rendezvous); then
     waited=$((waited + 1))
   done
 fi
+if delay=$(answer "$1" delay); then sleep "$delay"; fi
 answer "$1" stdout
 answer "$1" stderr >&2
 status=$(answer "$1" exit) || status=0

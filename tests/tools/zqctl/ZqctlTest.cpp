@@ -111,7 +111,7 @@ TEST_F(ZqctlTest, ExploreReportsTheLibrarysStatus) {
 TEST_F(ZqctlTest, StartupItemsOnAndOff) {
   StartService();
   const std::string agent = "/Library/LaunchAgents/com.zq.Norvane.plist";
-  EXPECT_EQ(Zqctl("startup on '/Applications/Zq Norvane.app'").status, 0);
+  EXPECT_EQ(Zqctl("startup on '" + MakeRootOwnedBundle() + "'").status, 0);
   EXPECT_TRUE(WaitForPath(agent, 5));
   EXPECT_EQ(Zqctl("startup off").status, 0);
   for (int i = 0; i < 50 && access(agent.c_str(), F_OK) == 0; ++i) usleep(100 * 1000);

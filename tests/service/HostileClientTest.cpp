@@ -1,0 +1,178 @@
+// Attacks a local user could try on the service through its FIFOs, each
+// tried against the real service.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "ServiceTestEnvironment.h"
+#include "StubBundle.h"
+
+namespace {
+
+constexpr char kPwned[] = "/tmp/pwned";
+
+uint32_t ResultOf(const Block& block) {
+  uint32_t value;
+  std::memcpy(&value, block.data() + 16, sizeof value);
+  return value;
+}
+
+std::string WholeLog() {
+  std::ifstream in("/tmp/zqlog.log", std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+class HostileClientTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!ServiceTestsUnavailable().empty()) GTEST_SKIP() << ServiceTestsUnavailable();
+    bundle = std::make_unique<StubBundle>();
+    service = std::make_unique<ServiceProcess>(bundle->bundlePath());
+    bundle->Answer("diskutil-unmount.stdout", "successful\n");
+  }
+  void TearDown() override {
+    service.reset();
+    bundle.reset();
+  }
+
+  void StartWithClient() {
+    client = std::make_unique<RawClient>(kMainUIChannel);
+    service->Start();
+    ASSERT_TRUE(Ping(*client));
+    bundle->ClearCalls();
+  }
+
+  bool Ping(RawClient& with, int seconds = 5) {
+    return with.Send(7, MakeRecord(eCOMMAND_CHECK_CONNECTION)) && with.Receive(seconds).has_value();
+  }
+
+  std::optional<uint32_t> Ask(const CCommandDataWrapper<char>& record) {
+    if (!client->Send(33, record)) return std::nullopt;
+    const std::optional<Block> answer = client->Receive(10);
+    if (!answer) return std::nullopt;
+    return ResultOf(*answer);
+  }
+
+  std::unique_ptr<StubBundle> bundle;
+  std::unique_ptr<ServiceProcess> service;
+  std::unique_ptr<RawClient> client;
+};
+
+TEST_F(HostileClientTest, ShellMetacharactersInEveryFieldRunNothing) {
+  StartWithClient();
+  const char* const devices[] = {"disk2s1;touch /tmp/pwned", "$(touch /tmp/pwned)", "`touch /tmp/pwned`",
+                                 "../../tmp/pwned", "disk2s1 /tmp/pwned", ".hidden"};
+  for (const char* device : devices) {
+    CCommandDataWrapper<char> check = MakeRecord(eCOMMAND_BITLOCKER_CHECK);
+    std::strcpy(check.check.deviceName, device);
+    EXPECT_EQ(Ask(check), std::optional<uint32_t>(50)) << device;
+    CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
+    std::strcpy(mount.mount.deviceName, device);
+    EXPECT_EQ(Ask(mount), std::optional<uint32_t>(19)) << device;
+    CCommandDataWrapper<char> open = MakeRecord(eCOMMAND_BITLOCKER_EXPLORER);
+    std::strcpy(open.explorer.deviceName, device);
+    EXPECT_EQ(Ask(open), std::optional<uint32_t>(19)) << device;
+  }
+  for (const char* mountPoint : {"/mnt;touch /tmp/pwned", "$(touch /tmp/pwned)", "/mnt /tmp/x", "/mnt|sh", "a\\"}) {
+    CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
+    std::strcpy(mount.mount.deviceName, "disk2s1");
+    std::strcpy(mount.mount.mountArg2, mountPoint);
+    EXPECT_EQ(Ask(mount), std::optional<uint32_t>(19)) << mountPoint;
+  }
+  CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
+  std::strcpy(mount.mount.deviceName, "disk2s1");
+  std::strcpy(mount.mount.mountArg3, "raw'; touch /tmp/pwned; '");
+  EXPECT_EQ(Ask(mount), std::optional<uint32_t>(19));
+
+  EXPECT_TRUE(bundle->Calls().empty()) << "nothing was run for a refused command";
+  EXPECT_NE(access(kPwned, F_OK), 0);
+  const std::string log = WholeLog();
+  size_t refusals = 0;
+  for (size_t at = log.find("refused"); at != std::string::npos; at = log.find("refused", at + 1)) ++refusals;
+  EXPECT_EQ(refusals, 3 * std::size(devices) + 5 + 1) << "one log line per refusal";
+}
+
+TEST_F(HostileClientTest, CredentialsMayHoldAnythingAndNeverReachTheLog) {
+  StartWithClient();
+  const std::string credential = "'; touch /tmp/pwned; echo '$(id)`id`\"";
+  CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
+  std::strcpy(mount.mount.deviceName, "disk2s1");
+  std::strcpy(mount.mount.mountArg2, "/mnt/My\\ Disk");
+  std::strcpy(mount.mount.mountArg3, "raw");
+  std::strcpy(mount.mount.mountArg4, credential.c_str());
+  EXPECT_EQ(Ask(mount), std::optional<uint32_t>(0));
+  EXPECT_EQ(bundle->CallsOf("zq-mounter").at(0).arguments,
+            (std::vector<std::string>{"", "/mnt/My Disk", "raw", credential}));
+  CCommandDataWrapper<char> open = MakeRecord(eCOMMAND_BITLOCKER_EXPLORER);
+  std::strcpy(open.explorer.deviceName, "disk2s1");
+  std::strcpy(open.explorer.explorerArg2, credential.c_str());
+  EXPECT_EQ(Ask(open), std::optional<uint32_t>(0));
+  sleep(1);
+  EXPECT_NE(access(kPwned, F_OK), 0);
+  EXPECT_EQ(WholeLog().find("touch"), std::string::npos);
+}
+
+TEST_F(HostileClientTest, PlantedLinkAtAChannelIsLeftAloneUntilAFifoIsThere) {
+  ASSERT_EQ(RunShell("mkfifo /tmp/elsewhere && ln -s /tmp/elsewhere /tmp/zq_btl_2"), 0);
+  ASSERT_EQ(mkfifo("/tmp/zq_btl_1", 0666), 0);
+  service->Start();
+  for (int i = 0; i < 50 && WholeLog().find("zq_btl_2 is not a FIFO") == std::string::npos; ++i)
+    usleep(100 * 1000);
+  EXPECT_NE(WholeLog().find("channel /tmp/zq_btl_2 is not a FIFO"), std::string::npos);
+  const int sneaky = open("/tmp/elsewhere", O_WRONLY | O_NONBLOCK);
+  EXPECT_EQ(sneaky, -1) << "the service did not open the link's target for reading";
+  if (sneaky != -1) close(sneaky);
+
+  ASSERT_EQ(RunShell("rm /tmp/zq_btl_2"), 0);
+  client = std::make_unique<RawClient>(kMainUIChannel);
+  EXPECT_TRUE(Ping(*client)) << "served once a real FIFO is there";
+}
+
+TEST_F(HostileClientTest, StartupItemForAForeignWritableBundleIsNotWritten) {
+  StartWithClient();
+  RunShell("chmod 777 '" + bundle->bundlePath() + "'");
+  CCommandDataWrapper<char> startup = MakeRecord(eCOMMAND_SET_STARTUP);
+  startup.startup.enable = 1;
+  std::strcpy(startup.startup.bundlePath, bundle->bundlePath().c_str());
+  ASSERT_TRUE(client->Send(90, startup));
+  EXPECT_TRUE(Ping(*client));  // the startup command was handled before the ping
+  EXPECT_NE(access("/Library/LaunchDaemons/com.zq.BitlockerServices.plist", F_OK), 0);
+  EXPECT_NE(access("/Library/LaunchAgents/com.zq.Norvane.plist", F_OK), 0);
+  EXPECT_NE(WholeLog().find("refused eCOMMAND_SET_STARTUP"), std::string::npos);
+}
+
+TEST_F(HostileClientTest, ClientThatVanishesAndReturnsIsServedAgain) {
+  StartWithClient();
+  bundle->Answer("zq-mounter.delay", "2");
+  CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
+  std::strcpy(mount.mount.deviceName, "disk2s1");
+  ASSERT_TRUE(client->Send(100, mount));
+  sleep(1);
+  // Gone in the middle of the answer: FIFOs closed and removed.
+  client.reset();
+  ASSERT_EQ(RunShell("rm -f /tmp/zq_btl_1 /tmp/zq_btl_2"), 0);
+  sleep(3);
+  EXPECT_TRUE(service->Running());
+  // Back, with its FIFOs made anew.
+  client = std::make_unique<RawClient>(kMainUIChannel);
+  EXPECT_TRUE(Ping(*client, 10));
+}
+
+TEST_F(HostileClientTest, AFloodingClientDelaysOnlyItself) {
+  StartWithClient();
+  RawClient flooder(kFileExplorerChannel);
+  ASSERT_TRUE(flooder.Send(1, MakeRecord(eCOMMAND_CHECK_CONNECTION)));
+  for (int i = 0; i < 500; ++i) flooder.Send(static_cast<uint32_t>(200 + i), MakeRecord(eCOMMAND_CHECK_CONNECTION));
+  for (int i = 0; i < 3; ++i) EXPECT_TRUE(Ping(*client)) << "MainUI is still answered";
+}
+
+}  // namespace
