@@ -41,6 +41,21 @@ std::vector<pid_t> ListProcessIds();
 // be inspected.
 std::optional<std::string> ProcessShortName(pid_t pid);
 
+// ---- Child processes --------------------------------------------------
+
+// Makes a pipe whose two ends are close-on-exec from the start and lie above
+// the three standard streams.  Returns 0 or an errno value.
+int MakePipe(int fds[2]);
+
+// Starts the program at `path` with `arguments` (the program name first) and
+// this process's environment, with SIGPIPE at its default action and no
+// signal blocked.  `streams` become the child's standard input, output and
+// error; no other descriptor of this process reaches the child.  Returns 0
+// with the child's id in `pid`, or an errno value when the program cannot be
+// started.
+int SpawnProcess(const std::string& path, const std::vector<std::string>& arguments, const int streams[3],
+                 pid_t* pid);
+
 // ---- Disks ------------------------------------------------------------
 
 // The name, under /dev, of the raw (character) device that belongs to the

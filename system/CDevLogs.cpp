@@ -1,0 +1,77 @@
+#include "CDevLogs.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <ctime>
+#include <memory>
+#include <new>
+
+namespace {
+
+constexpr char kLinePrefix[] = "[Zq Norvane]";
+constexpr size_t kLineBufferSize = 8192;
+
+}  // namespace
+
+CDevLogs* CDevLogs::Instance() {
+  static CDevLogs logs("/tmp/zqlog.log");
+  return &logs;
+}
+
+CDevLogs::CDevLogs(const std::string& path, int extraOpenFlags) : file_(nullptr), message_{} {
+  const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | extraOpenFlags, 0666);
+  if (fd >= 0) {
+    file_ = fdopen(fd, "a");
+    if (file_ == nullptr) close(fd);
+  }
+  line_.reserve(kLineBufferSize);
+}
+
+CDevLogs::~CDevLogs() {
+  if (file_ != nullptr) std::fclose(file_);
+}
+
+void CDevLogs::WriteLog(const char* format, ...) {
+  if (format == nullptr || file_ == nullptr) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+
+  va_list arguments;
+  va_start(arguments, format);
+  va_list measuring;
+  va_copy(measuring, arguments);
+  const int length = std::vsnprintf(nullptr, 0, format, measuring);
+  va_end(measuring);
+
+  char* message = message_;
+  std::unique_ptr<char[]> longMessage;
+  if (length >= 0 && static_cast<size_t>(length) >= kMessageBufferSize) {
+    longMessage.reset(new (std::nothrow) char[static_cast<size_t>(length) + 1]);
+    message = longMessage.get();
+  }
+  if (length < 0 || message == nullptr) {
+    va_end(arguments);
+    return;
+  }
+  std::vsnprintf(message, static_cast<size_t>(length) + 1, format, arguments);
+  va_end(arguments);
+
+  line_.assign(kLinePrefix);
+  line_ += CurrentTimeString();
+  line_ += "    ";
+  line_.append(message, static_cast<size_t>(length));
+  line_ += "\r\n";
+  std::fwrite(line_.data(), 1, line_.size(), file_);
+  std::fflush(file_);
+}
+
+std::string CDevLogs::CurrentTimeString() {
+  const time_t now = time(nullptr);
+  struct tm local = {};
+  localtime_r(&now, &local);
+  char text[64];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", local.tm_year + 1900, local.tm_mon + 1,
+                local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+  return text;
+}

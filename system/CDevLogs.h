@@ -1,0 +1,48 @@
+// The service's diagnostic log: one time-stamped line per call, appended to
+// a plain-text file that grows across runs.
+//
+// A line is "[Zq Norvane]", the local time as YYYY-MM-DD HH:MM:SS, four
+// blanks, the message and CR LF, written whole and flushed at once.  Lines
+// from different threads never mix.
+#ifndef ZQ_SYSTEM_CDEVLOGS_H_
+#define ZQ_SYSTEM_CDEVLOGS_H_
+
+#include <cstddef>
+#include <cstdio>
+#include <mutex>
+#include <string>
+
+class CDevLogs {
+ public:
+  // Messages shorter than this are built in the log's own buffer; longer
+  // ones take a heap buffer of their exact size for the one call.
+  static constexpr size_t kMessageBufferSize = 1024;
+
+  // The service's log, "/tmp/zqlog.log", opened on first use and closed at
+  // process exit.
+  static CDevLogs* Instance();
+
+  // A log appending to `path`, which is made (mode 0666 less the umask)
+  // when missing.  `extraOpenFlags` are added to the flags of open(2); with
+  // O_NOFOLLOW a symbolic link at `path` is refused.  When the file cannot
+  // be opened, every line is dropped.
+  explicit CDevLogs(const std::string& path, int extraOpenFlags = 0);
+  ~CDevLogs();
+  CDevLogs(const CDevLogs&) = delete;
+  CDevLogs& operator=(const CDevLogs&) = delete;
+
+  // Formats the message as printf does and appends its line.  A null
+  // format, or a long message whose buffer cannot be had, writes nothing.
+  void WriteLog(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+  // The local time now, as "2024-03-07 09:05:01".
+  static std::string CurrentTimeString();
+
+ private:
+  std::mutex mutex_;  // guards the two buffers and the stream position
+  FILE* file_;
+  char message_[kMessageBufferSize];
+  std::string line_;
+};
+
+#endif  // ZQ_SYSTEM_CDEVLOGS_H_

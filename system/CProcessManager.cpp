@@ -1,0 +1,43 @@
+#include "CProcessManager.h"
+
+#include <signal.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <string>
+
+int CProcessManager::UpdateProcessList() {
+  processes_.clear();
+  return GetBSDProcessList(&processes_);
+}
+
+int CProcessManager::GetBSDProcessList(std::vector<platform::ProcessRecord>* list) {
+  return platform::SnapshotProcesses(list);
+}
+
+bool CProcessManager::ProcessIsRunning(const char* name) {
+  if (name == nullptr) return false;
+  // The kernel keeps only the first characters of a long name; cutting the
+  // query the same way lets a long application name match.
+  const std::string shortName = std::string(name).substr(0, platform::kShortNameLength);
+  if (UpdateProcessList() != 0) return false;
+  for (const platform::ProcessRecord& process : processes_)
+    if (process.shortName == shortName) return true;
+  return false;
+}
+
+void CProcessManager::KillProcess(const char* name) {
+  if (const std::optional<pid_t> pid = FindOtherProcessNamedLike(name)) kill(*pid, SIGKILL);
+}
+
+std::optional<pid_t> FindOtherProcessNamedLike(const char* name) {
+  if (name == nullptr) return std::nullopt;
+  const pid_t self = getpid();
+  for (pid_t pid : platform::ListProcessIds()) {
+    if (pid == 0 || pid == self) continue;
+    const std::optional<std::string> shortName = platform::ProcessShortName(pid);
+    if (!shortName || shortName->empty()) continue;
+    if (strncasecmp(shortName->c_str(), name, shortName->size()) == 0) return pid;
+  }
+  return std::nullopt;
+}

@@ -1,0 +1,244 @@
+// The platform seam on macOS: sysctl and libproc for the process table,
+// devname_r, the disk ioctl and DiskArbitration for disks, posix_spawn for
+// children, libdispatch for background work, and CoreFoundation for the
+// main bundle and for property lists.
+#include <CoreFoundation/CoreFoundation.h>
+#include <DiskArbitration/DiskArbitration.h>
+#include <dispatch/dispatch.h>
+#include <fcntl.h>
+#include <libproc.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/disk.h>
+#include <sys/ioctl.h>
+#include <sys/param.h>
+#include <sys/stat.h>
+#include <sys/sysctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <mutex>
+
+#include "AtomicFile.h"
+#include "Platform.h"
+
+extern char** environ;
+
+namespace platform {
+
+const size_t kShortNameLength = MAXCOMLEN;
+
+namespace {
+
+// Releases a CoreFoundation object at the end of a scope.
+template <typename T>
+class CFHolder {
+ public:
+  explicit CFHolder(T object) : object_(object) {}
+  ~CFHolder() {
+    if (object_ != nullptr) CFRelease(object_);
+  }
+  CFHolder(const CFHolder&) = delete;
+  CFHolder& operator=(const CFHolder&) = delete;
+  T get() const { return object_; }
+
+ private:
+  T object_;
+};
+
+std::string FileSystemPath(CFURLRef url) {
+  char path[PATH_MAX];
+  if (url == nullptr ||
+      !CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8*>(path), sizeof path))
+    return "";
+  return path;
+}
+
+// Null for text that is not UTF-8.
+CFStringRef CreateString(const std::string& text) {
+  return CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
+                                 static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false);
+}
+
+CFTypeRef CreateValue(const PropertyValue& value) {
+  if (const bool* flag = std::get_if<bool>(&value)) return CFRetain(*flag ? kCFBooleanTrue : kCFBooleanFalse);
+  if (const std::string* text = std::get_if<std::string>(&value)) return CreateString(*text);
+  CFMutableArrayRef array = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
+  for (const std::string& item : std::get<std::vector<std::string>>(value)) {
+    CFHolder<CFStringRef> string(CreateString(item));
+    if (string.get() == nullptr) {
+      CFRelease(array);
+      return nullptr;
+    }
+    CFArrayAppendValue(array, string.get());
+  }
+  return array;
+}
+
+std::mutex bundleMutex;
+std::optional<std::string> bundleOverride;
+
+void RunWork(void* context) {
+  std::unique_ptr<std::function<void()>> work(static_cast<std::function<void()>*>(context));
+  (*work)();
+}
+
+}  // namespace
+
+int SnapshotProcesses(std::vector<ProcessRecord>* records) {
+  records->clear();
+  int name[3] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
+  for (;;) {
+    size_t size = 0;
+    if (sysctl(name, 3, nullptr, &size, nullptr, 0) != 0) return errno;
+    std::unique_ptr<kinfo_proc, decltype(&free)> table(static_cast<kinfo_proc*>(malloc(size)), free);
+    if (table == nullptr) return ENOMEM;
+    if (sysctl(name, 3, table.get(), &size, nullptr, 0) != 0) {
+      // ENOMEM: the table grew between the two calls; ask again.
+      if (errno == ENOMEM) continue;
+      return errno;
+    }
+    const size_t count = size / sizeof(kinfo_proc);
+    for (size_t i = 0; i < count; ++i) {
+      const extern_proc& process = table.get()[i].kp_proc;
+      records->push_back({process.p_pid, std::string(process.p_comm, strnlen(process.p_comm, sizeof process.p_comm))});
+    }
+    return 0;
+  }
+}
+
+std::vector<pid_t> ListProcessIds() {
+  const int bytes = proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0);
+  if (bytes <= 0) return {};
+  std::vector<pid_t> ids(static_cast<size_t>(bytes) / sizeof(pid_t) + 1, 0);
+  const int filled = proc_listpids(PROC_ALL_PIDS, 0, ids.data(), static_cast<int>(ids.size() * sizeof(pid_t)));
+  if (filled <= 0) return {};
+  ids.resize(static_cast<size_t>(filled) / sizeof(pid_t));
+  return ids;
+}
+
+std::optional<std::string> ProcessShortName(pid_t pid) {
+  proc_bsdinfo info;
+  std::memset(&info, 0, sizeof info);
+  if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof info) <= 0) return std::nullopt;
+  return std::string(info.pbi_comm, strnlen(info.pbi_comm, sizeof info.pbi_comm));
+}
+
+int MakePipe(int fds[2]) {
+  if (pipe(fds) != 0) return errno;
+  for (int end = 0; end < 2; ++end) {
+    if (fds[end] > STDERR_FILENO) {
+      fcntl(fds[end], F_SETFD, FD_CLOEXEC);
+      continue;
+    }
+    const int moved = fcntl(fds[end], F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    close(fds[end]);
+    fds[end] = moved;
+    if (moved < 0) {
+      close(fds[1 - end]);
+      return error;
+    }
+  }
+  return 0;
+}
+
+int SpawnProcess(const std::string& path, const std::vector<std::string>& arguments, const int streams[3],
+                 pid_t* pid) {
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  for (int target = 0; target < 3; ++target) posix_spawn_file_actions_adddup2(&actions, streams[target], target);
+
+  // Every descriptor not named by a file action is closed in the child.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t signals;
+  sigemptyset(&signals);
+  posix_spawnattr_setsigmask(&attributes, &signals);
+  sigaddset(&signals, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &signals);
+  posix_spawnattr_setflags(&attributes,
+                           static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_CLOEXEC_DEFAULT));
+
+  const int error = posix_spawn(pid, path.c_str(), &actions, &attributes, argv.data(), environ);
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&actions);
+  return error;
+}
+
+std::string RawDeviceName(dev_t blockDevice) {
+  char name[1025] = {};
+  if (devname_r(blockDevice, S_IFCHR, name, static_cast<int>(sizeof name)) == nullptr) return "";
+  return name;
+}
+
+std::optional<uint32_t> DeviceBlockSize(int fd) {
+  uint32_t size = 0;
+  if (ioctl(fd, DKIOCGETBLOCKSIZE, &size) != 0) return std::nullopt;
+  return size;
+}
+
+std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
+  CFHolder<DASessionRef> session(DASessionCreate(kCFAllocatorDefault));
+  if (session.get() == nullptr) return std::nullopt;
+  CFHolder<DADiskRef> disk(DADiskCreateFromBSDName(kCFAllocatorDefault, session.get(), bsdName.c_str()));
+  if (disk.get() == nullptr) return std::nullopt;
+  CFHolder<CFDictionaryRef> description(DADiskCopyDescription(disk.get()));
+  if (description.get() == nullptr) return std::nullopt;
+  const void* volumePath = CFDictionaryGetValue(description.get(), kDADiskDescriptionVolumePathKey);
+  if (volumePath == nullptr || CFGetTypeID(volumePath) != CFURLGetTypeID()) return std::nullopt;
+  std::string path = FileSystemPath(static_cast<CFURLRef>(volumePath));
+  if (path.empty()) return std::nullopt;
+  return path;
+}
+
+std::string MainBundlePath() {
+  {
+    std::lock_guard<std::mutex> lock(bundleMutex);
+    if (bundleOverride) return *bundleOverride;
+  }
+  CFBundleRef bundle = CFBundleGetMainBundle();
+  if (bundle == nullptr) return "";
+  CFHolder<CFURLRef> url(CFBundleCopyBundleURL(bundle));
+  return FileSystemPath(url.get());
+}
+
+void SetMainBundlePath(const std::string& path) {
+  std::lock_guard<std::mutex> lock(bundleMutex);
+  bundleOverride = path;
+}
+
+void RunInBackground(std::function<void()> work) {
+  dispatch_async_f(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0),
+                   new std::function<void()>(std::move(work)), RunWork);
+}
+
+bool WritePropertyListAtomically(const std::string& path, const PropertyList& list) {
+  CFHolder<CFMutableDictionaryRef> dictionary(CFDictionaryCreateMutable(
+      kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
+  if (dictionary.get() == nullptr) return false;
+  for (const auto& [key, value] : list) {
+    CFHolder<CFStringRef> cfKey(CreateString(key));
+    CFHolder<CFTypeRef> cfValue(CreateValue(value));
+    if (cfKey.get() == nullptr || cfValue.get() == nullptr) return false;
+    CFDictionarySetValue(dictionary.get(), cfKey.get(), cfValue.get());
+  }
+  CFErrorRef error = nullptr;
+  CFHolder<CFDataRef> data(
+      CFPropertyListCreateData(kCFAllocatorDefault, dictionary.get(), kCFPropertyListXMLFormat_v1_0, 0, &error));
+  if (error != nullptr) CFRelease(error);
+  if (data.get() == nullptr) return false;
+  const std::string document(reinterpret_cast<const char*>(CFDataGetBytePtr(data.get())),
+                             static_cast<size_t>(CFDataGetLength(data.get())));
+  return WriteFileAtomically(path, document);
+}
+
+}  // namespace platform

@@ -1,0 +1,240 @@
+// The platform seam on Linux: /proc for the process table, sysfs and
+// mountinfo for disks, posix_spawn for children, std::thread for background
+// work, and a small XML writer of our own for property lists.
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <system_error>
+#include <thread>
+
+#include "AtomicFile.h"
+#include "Platform.h"
+#include "XmlPropertyList.h"
+
+extern char** environ;
+
+namespace platform {
+
+// The kernel keeps TASK_COMM_LEN (16) bytes, the last one the terminating zero.
+const size_t kShortNameLength = 15;
+
+namespace {
+
+// The whole contents of a small kernel file; nullopt when it
+// cannot be opened or read.
+std::optional<std::string> ReadSmallFile(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return std::nullopt;
+  std::string contents;
+  char buffer[4096];
+  ssize_t got;
+  while ((got = read(fd, buffer, sizeof buffer)) != 0) {
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      close(fd);
+      return std::nullopt;
+    }
+    contents.append(buffer, static_cast<size_t>(got));
+  }
+  close(fd);
+  return contents;
+}
+
+// The process ids under /proc in directory order; false when /proc cannot
+// be listed, with errno set.
+bool ReadProcessIds(std::vector<pid_t>* ids) {
+  DIR* proc = opendir("/proc");
+  if (proc == nullptr) return false;
+  while (const dirent* entry = readdir(proc)) {
+    const char* name = entry->d_name;
+    if (*name == '\0' || name[strspn(name, "0123456789")] != '\0') continue;
+    ids->push_back(static_cast<pid_t>(std::stol(name)));
+  }
+  closedir(proc);
+  return true;
+}
+
+bool IsOctalEscape(const std::string& field, size_t i) {
+  if (field[i] != '\\' || i + 3 >= field.size()) return false;
+  for (size_t k = i + 1; k <= i + 3; ++k)
+    if (field[k] < '0' || field[k] > '7') return false;
+  return true;
+}
+
+// Undoes the octal escapes (\040 for a blank and so on) of a mountinfo field.
+std::string UnescapeMountField(const std::string& field) {
+  std::string text;
+  for (size_t i = 0; i < field.size(); ++i) {
+    if (IsOctalEscape(field, i)) {
+      text += static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8));
+      i += 3;
+    } else {
+      text += field[i];
+    }
+  }
+  return text;
+}
+
+std::mutex bundleMutex;
+std::optional<std::string> bundleOverride;
+
+std::string ExecutablePath() {
+  std::string path(256, '\0');
+  for (;;) {
+    const ssize_t length = readlink("/proc/self/exe", &path[0], path.size());
+    if (length < 0) return "";
+    if (static_cast<size_t>(length) < path.size()) {
+      path.resize(static_cast<size_t>(length));
+      return path;
+    }
+    path.resize(path.size() * 2);
+  }
+}
+
+}  // namespace
+
+int SnapshotProcesses(std::vector<ProcessRecord>* records) {
+  records->clear();
+  std::vector<pid_t> ids;
+  if (!ReadProcessIds(&ids)) return errno;
+  for (pid_t pid : ids) {
+    // A process that ended since the listing is simply left out.
+    if (std::optional<std::string> name = ProcessShortName(pid)) records->push_back({pid, std::move(*name)});
+  }
+  return 0;
+}
+
+std::vector<pid_t> ListProcessIds() {
+  std::vector<pid_t> ids;
+  ReadProcessIds(&ids);
+  return ids;
+}
+
+std::optional<std::string> ProcessShortName(pid_t pid) {
+  std::optional<std::string> name = ReadSmallFile("/proc/" + std::to_string(pid) + "/comm");
+  if (name && !name->empty() && name->back() == '\n') name->pop_back();
+  return name;
+}
+
+int MakePipe(int fds[2]) {
+  if (pipe2(fds, O_CLOEXEC) != 0) return errno;
+  for (int end = 0; end < 2; ++end) {
+    if (fds[end] > STDERR_FILENO) continue;
+    const int moved = fcntl(fds[end], F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    close(fds[end]);
+    fds[end] = moved;
+    if (moved < 0) {
+      close(fds[1 - end]);
+      return error;
+    }
+  }
+  return 0;
+}
+
+int SpawnProcess(const std::string& path, const std::vector<std::string>& arguments, const int streams[3],
+                 pid_t* pid) {
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  for (int target = 0; target < 3; ++target) posix_spawn_file_actions_adddup2(&actions, streams[target], target);
+  posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
+
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t signals;
+  sigemptyset(&signals);
+  posix_spawnattr_setsigmask(&attributes, &signals);
+  sigaddset(&signals, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &signals);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+
+  const int error = posix_spawn(pid, path.c_str(), &actions, &attributes, argv.data(), environ);
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&actions);
+  return error;
+}
+
+std::string RawDeviceName(dev_t blockDevice) {
+  const std::string uevent = "/sys/dev/block/" + std::to_string(major(blockDevice)) + ":" +
+                             std::to_string(minor(blockDevice)) + "/uevent";
+  std::istringstream lines(ReadSmallFile(uevent).value_or(""));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("DEVNAME=", 0) == 0) return line.substr(8);
+  }
+  return "";
+}
+
+std::optional<uint32_t> DeviceBlockSize(int fd) {
+  int size = 0;
+  if (ioctl(fd, BLKSSZGET, &size) != 0 || size <= 0) return std::nullopt;
+  return static_cast<uint32_t>(size);
+}
+
+std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
+  struct stat info;
+  if (stat(("/dev/" + bsdName).c_str(), &info) != 0 || !S_ISBLK(info.st_mode)) return std::nullopt;
+  const std::string device = std::to_string(major(info.st_rdev)) + ":" + std::to_string(minor(info.st_rdev));
+
+  // Each line: mount id, parent id, major:minor, root within the volume,
+  // mount point, then options.  Only a mount of the volume's own root counts.
+  std::ifstream mountinfo("/proc/self/mountinfo");
+  for (std::string line; std::getline(mountinfo, line);) {
+    std::istringstream fields(line);
+    std::string mountId, parentId, number, root, mountPoint;
+    if (!(fields >> mountId >> parentId >> number >> root >> mountPoint)) continue;
+    if (number == device && root == "/") return UnescapeMountField(mountPoint);
+  }
+  return std::nullopt;
+}
+
+std::string MainBundlePath() {
+  {
+    std::lock_guard<std::mutex> lock(bundleMutex);
+    if (bundleOverride) return *bundleOverride;
+  }
+  const std::string executable = ExecutablePath();
+  const size_t slash = executable.rfind('/');
+  std::string folder = slash == std::string::npos ? "" : executable.substr(0, slash);
+  constexpr char kInsideBundle[] = "/Contents/MacOS";
+  constexpr size_t kInsideLength = sizeof kInsideBundle - 1;
+  if (folder.size() >= kInsideLength && folder.compare(folder.size() - kInsideLength, kInsideLength, kInsideBundle) == 0)
+    folder.resize(folder.size() - kInsideLength);
+  return folder.empty() ? "/" : folder;
+}
+
+void SetMainBundlePath(const std::string& path) {
+  std::lock_guard<std::mutex> lock(bundleMutex);
+  bundleOverride = path;
+}
+
+void RunInBackground(std::function<void()> work) {
+  try {
+    std::thread(work).detach();
+  } catch (const std::system_error&) {
+    // No thread to be had: the work is still done, on the caller's time.
+    work();
+  }
+}
+
+bool WritePropertyListAtomically(const std::string& path, const PropertyList& list) {
+  const std::optional<std::string> document = XmlPropertyList(list);
+  return document && WriteFileAtomically(path, *document);
+}
+
+}  // namespace platform
