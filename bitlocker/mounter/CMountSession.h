@@ -1,0 +1,58 @@
+// One mount of an unlocked volume, from the moment it is made until
+// MOUNT_POINT is unmounted.
+//
+// With "raw" the FUSE folder itself is mounted at MOUNT_POINT.  Otherwise
+// the FUSE folder is mounted in a private staging folder under /run and
+// the file system inside the volume is mounted at MOUNT_POINT from its
+// file; when MOUNT_POINT is unmounted the session takes the staging mount
+// away too, and the FUSE server ends once the driver lets go of the file.
+#ifndef ZQ_BITLOCKER_MOUNTER_CMOUNTSESSION_H_
+#define ZQ_BITLOCKER_MOUNTER_CMOUNTSESSION_H_
+
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "CVolumeFuseServer.h"
+#include "IVolume.h"
+#include "MountRequest.h"
+
+class CMountSession {
+ public:
+  // `mountPoint` in the request must be the canonical path of a folder.
+  CMountSession(std::unique_ptr<IVolume> volume, const MountRequest& request);
+  ~CMountSession();
+  CMountSession(const CMountSession&) = delete;
+  CMountSession& operator=(const CMountSession&) = delete;
+
+  // Makes the mount.  Returns a MounterStatus and, on failure, says why in
+  // *message; nothing is left mounted then.
+  int Start(std::string* message);
+
+  // Blocks until MOUNT_POINT has been unmounted, the FUSE connection has
+  // ended, or SIGTERM, SIGINT or SIGHUP arrived, then takes down whatever
+  // is left.  Those signals must be blocked in every thread (BlockStopSignals)
+  // before Start.
+  void ServeUntilUnmounted();
+
+  static void BlockStopSignals();
+
+ private:
+  int StartRaw(std::string* message);
+  int StartFilesystem(std::string* message);
+  bool MountServer(const std::string& at, CVolumeFuseServer::Options options, std::string* message);
+  // Unmounts `path` lazily if the mount visible there is `mountId`.
+  static void DetachIfOurs(const std::string& path, int mountId);
+  void TakeDown();
+
+  std::unique_ptr<IVolume> volume_;
+  MountRequest request_;
+  std::unique_ptr<CVolumeFuseServer> server_;
+  std::thread serving_;
+  int servingEnded_ = -1;       // an eventfd the serving thread signals
+  std::string stagingFolder_;   // empty in raw mode
+  int serverMountId_ = -1;
+  int mountPointMountId_ = -1;  // the mount that MOUNT_POINT shows
+};
+
+#endif  // ZQ_BITLOCKER_MOUNTER_CMOUNTSESSION_H_

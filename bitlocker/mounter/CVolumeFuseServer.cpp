@@ -1,0 +1,208 @@
+#include "CVolumeFuseServer.h"
+
+#define FUSE_USE_VERSION 312
+#include <fuse_lowlevel.h>
+#include <sys/mount.h>
+#include <sys/sysmacros.h>
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <vector>
+
+namespace {
+
+constexpr fuse_ino_t kFolderInode = FUSE_ROOT_ID;
+constexpr fuse_ino_t kFileInode = 2;
+// The volume never changes while it is served: the kernel may keep names
+// and attributes for as long as it likes.
+constexpr double kCacheSeconds = 86400;
+// Largest read the kernel sends with FUSE_MAX_PAGES (256 pages).
+constexpr unsigned kLargestRead = 1024 * 1024;
+constexpr unsigned kMostThreads = 16;
+
+CVolumeFuseServer* ServerOf(fuse_req_t request) {
+  return static_cast<CVolumeFuseServer*>(fuse_req_userdata(request));
+}
+
+void ReplyAttributes(fuse_req_t request, fuse_ino_t inode) {
+  const struct stat attributes = ServerOf(request)->Attributes(inode);
+  fuse_reply_attr(request, &attributes, kCacheSeconds);
+}
+
+void Init(void*, fuse_conn_info* connection) {
+  connection->max_readahead = kLargestRead;
+}
+
+void Lookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
+  if (parent != kFolderInode || std::strcmp(name, CVolumeFuseServer::kFileName) != 0) {
+    fuse_reply_err(request, ENOENT);
+    return;
+  }
+  fuse_entry_param entry{};
+  entry.ino = kFileInode;
+  entry.attr = ServerOf(request)->Attributes(kFileInode);
+  entry.attr_timeout = kCacheSeconds;
+  entry.entry_timeout = kCacheSeconds;
+  fuse_reply_entry(request, &entry);
+}
+
+void GetAttr(fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
+  if (inode != kFolderInode && inode != kFileInode) {
+    fuse_reply_err(request, ENOENT);
+    return;
+  }
+  ReplyAttributes(request, inode);
+}
+
+void ReadDir(fuse_req_t request, fuse_ino_t inode, size_t size, off_t offset, fuse_file_info*) {
+  if (inode != kFolderInode) {
+    fuse_reply_err(request, ENOTDIR);
+    return;
+  }
+  struct Entry {
+    const char* name;
+    fuse_ino_t inode;
+  };
+  const Entry entries[] = {{".", kFolderInode}, {"..", kFolderInode}, {CVolumeFuseServer::kFileName, kFileInode}};
+  std::vector<char> buffer(size);
+  size_t used = 0;
+  for (off_t next = offset; next < static_cast<off_t>(std::size(entries)); ++next) {
+    const struct stat attributes = ServerOf(request)->Attributes(entries[next].inode);
+    const size_t length =
+        fuse_add_direntry(request, buffer.data() + used, size - used, entries[next].name, &attributes, next + 1);
+    if (length > size - used) break;
+    used += length;
+  }
+  fuse_reply_buf(request, buffer.data(), used);
+}
+
+void Open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* file) {
+  if (inode != kFileInode) {
+    fuse_reply_err(request, inode == kFolderInode ? EISDIR : ENOENT);
+  } else if ((file->flags & O_ACCMODE) != O_RDONLY) {
+    fuse_reply_err(request, EROFS);
+  } else {
+    file->keep_cache = 1;
+    fuse_reply_open(request, file);
+  }
+}
+
+void Read(fuse_req_t request, fuse_ino_t, size_t size, off_t offset, fuse_file_info*) {
+  // One buffer per serving thread, grown to the largest read it has seen.
+  thread_local std::vector<char> buffer;
+  if (buffer.size() < size) buffer.resize(size);
+  IVolume* volume = ServerOf(request)->volume();
+  size_t done = 0;
+  while (done < size) {
+    const ssize_t got = volume->Read(static_cast<uint64_t>(offset) + done, buffer.data() + done, size - done);
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      fuse_reply_err(request, errno != 0 ? errno : EIO);
+      return;
+    }
+    if (got == 0) break;
+    done += static_cast<size_t>(got);
+  }
+  fuse_reply_buf(request, buffer.data(), done);
+}
+
+void StatFs(fuse_req_t request, fuse_ino_t) {
+  struct statvfs info{};
+  info.f_bsize = 4096;
+  info.f_frsize = 4096;
+  info.f_blocks = (ServerOf(request)->volume()->Size() + 4095) / 4096;
+  info.f_files = 2;
+  info.f_namemax = 255;
+  fuse_reply_statfs(request, &info);
+}
+
+const fuse_lowlevel_ops kOperations = [] {
+  fuse_lowlevel_ops operations{};
+  operations.init = Init;
+  operations.lookup = Lookup;
+  operations.getattr = GetAttr;
+  operations.readdir = ReadDir;
+  operations.open = Open;
+  operations.read = Read;
+  operations.statfs = StatFs;
+  return operations;
+}();
+
+// A mount option value with the characters that separate options escaped.
+std::string OptionValue(const std::string& text) {
+  std::string escaped;
+  for (char c : text) {
+    if (c == ',' || c == '\\') escaped += '\\';
+    escaped += c;
+  }
+  return escaped;
+}
+
+}  // namespace
+
+CVolumeFuseServer::CVolumeFuseServer(IVolume* volume, Options options)
+    : volume_(volume), options_(std::move(options)) {}
+
+CVolumeFuseServer::~CVolumeFuseServer() {
+  if (session_ == nullptr) return;
+  if (mounted_) fuse_session_unmount(session_);
+  fuse_session_destroy(session_);
+}
+
+struct stat CVolumeFuseServer::Attributes(uint64_t inode) const {
+  struct stat attributes{};
+  attributes.st_ino = inode;
+  attributes.st_uid = options_.uid;
+  attributes.st_gid = options_.gid;
+  if (inode == kFileInode) {
+    attributes.st_mode = S_IFREG | options_.fileMode;
+    attributes.st_nlink = 1;
+    attributes.st_size = static_cast<off_t>(volume_->Size());
+    attributes.st_blocks = static_cast<blkcnt_t>((volume_->Size() + 511) / 512);
+  } else {
+    // Whoever may read the file may look into the folder.
+    const mode_t read = options_.fileMode & 0444;
+    attributes.st_mode = S_IFDIR | read | (read >> 2);
+    attributes.st_nlink = 2;
+  }
+  attributes.st_blksize = kLargestRead;
+  return attributes;
+}
+
+bool CVolumeFuseServer::Mount(const std::string& mountPoint, std::string* error) {
+  std::string mountOptions = "ro,default_permissions,subtype=zq-mounter,fsname=" + OptionValue(options_.sourceName);
+  if (options_.allowOther) mountOptions += ",allow_other";
+  const char* argv[] = {"zq-mounter", "-o", mountOptions.c_str()};
+  fuse_args arguments = FUSE_ARGS_INIT(3, const_cast<char**>(argv));
+  session_ = fuse_session_new(&arguments, &kOperations, sizeof kOperations, this);
+  if (session_ == nullptr) {
+    *error = "the FUSE session could not be made";
+    return false;
+  }
+  if (fuse_session_mount(session_, mountPoint.c_str()) != 0) {
+    *error = "FUSE could not mount " + mountPoint + " (is /dev/fuse there?)";
+    return false;
+  }
+  mounted_ = true;
+  mountPoint_ = mountPoint;
+  return true;
+}
+
+int CVolumeFuseServer::Serve() {
+  fuse_loop_config* config = fuse_loop_cfg_create();
+  fuse_loop_cfg_set_max_threads(config, kMostThreads);
+  const int result = fuse_session_loop_mt(session_, config);
+  fuse_loop_cfg_destroy(config);
+  return result < 0 ? -result : 0;
+}
+
+bool CVolumeFuseServer::SetReadAhead(unsigned kilobytes) const {
+  struct stat info;
+  if (stat(mountPoint_.c_str(), &info) != 0) return false;
+  std::ofstream setting("/sys/class/bdi/" + std::to_string(major(info.st_dev)) + ":" +
+                        std::to_string(minor(info.st_dev)) + "/read_ahead_kb");
+  setting << kilobytes;
+  setting.flush();
+  return static_cast<bool>(setting);
+}

@@ -1,0 +1,69 @@
+#include "FilesystemMount.h"
+
+#include <cstdio>
+#include <optional>
+#include <vector>
+
+#include "MountTable.h"
+#include "TaskWrapper.h"
+
+namespace {
+
+struct Driver {
+  const char* program;        // started with its arguments below
+  const char* type;           // for mount(8), or null for a FUSE program of its own
+  const char* extraOptions;   // besides ro and the ownership
+};
+
+std::vector<Driver> DriversFor(FilesystemType type) {
+  switch (type) {
+    case FilesystemType::kNtfs:
+      return {{"/bin/mount", "ntfs3", "loop"}, {"/bin/mount", "ntfs-3g", "allow_other"}};
+    case FilesystemType::kExfat:
+      return {{"/bin/mount", "exfat", "loop"}, {"/bin/mount", "exfat-fuse", "allow_other"}};
+    case FilesystemType::kFat:
+      return {{"/bin/mount", "vfat", "loop"}, {"/usr/bin/fusefat", nullptr, "allow_other"}};
+    case FilesystemType::kUnknown: break;
+  }
+  return {};
+}
+
+std::string OwnershipOptions(const Ownership& ownership) {
+  char umask[8];
+  std::snprintf(umask, sizeof umask, "%03o", static_cast<unsigned>(ownership.umask));
+  return "uid=" + std::to_string(ownership.uid) + ",gid=" + std::to_string(ownership.gid) + ",umask=" + umask;
+}
+
+std::vector<std::string> ArgumentsFor(const Driver& driver, const std::string& image, const std::string& mountPoint,
+                                      const Ownership& ownership) {
+  const std::string options = std::string("ro,") + driver.extraOptions + "," + OwnershipOptions(ownership);
+  if (driver.type != nullptr) return {"-t", driver.type, "-o", options, image, mountPoint};
+  return {"-o", options, image, mountPoint};
+}
+
+std::optional<int> TopMountId(const std::string& mountPoint) {
+  std::optional<MountEntry> top = TopMountAt(ReadMountTable(), mountPoint);
+  if (!top) return std::nullopt;
+  return top->id;
+}
+
+}  // namespace
+
+int MountFilesystem(FilesystemType type, const std::string& image, const std::string& mountPoint,
+                    const Ownership& ownership, std::string* error) {
+  error->clear();
+  const std::optional<int> before = TopMountId(mountPoint);
+  for (const Driver& driver : DriversFor(type)) {
+    const TaskWrapper run =
+        TaskWrapper::runTaskAtLaunchPath(driver.program, ArgumentsFor(driver, image, mountPoint, ownership));
+    // Judged by the mount table: some drivers say nothing and some exit 0
+    // on failure.
+    const std::optional<int> after = TopMountId(mountPoint);
+    if (after && after != before) return *after;
+    *error += std::string(driver.type ? driver.type : driver.program) + ": " +
+              run.errorMessage().value_or("") + run.response().value_or("");
+    if (!error->empty() && error->back() != '\n') *error += '\n';
+  }
+  if (error->empty()) *error = std::string("no driver for ") + FilesystemName(type) + "\n";
+  return -1;
+}

@@ -1,0 +1,26 @@
+// Mounts the file system held in an image file read-only, with what the
+// system provides: the kernel's driver through a loop device that clears
+// itself when the file system is unmounted, or else the FUSE driver that
+// reads the file directly (ntfs-3g, exfat-fuse, fusefat).
+#ifndef ZQ_BITLOCKER_MOUNTER_FILESYSTEMMOUNT_H_
+#define ZQ_BITLOCKER_MOUNTER_FILESYSTEMMOUNT_H_
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "FilesystemType.h"
+
+struct Ownership {
+  uid_t uid = 0;
+  gid_t gid = 0;
+  mode_t umask = 0222;
+};
+
+// Tries each driver for `type` in turn until one has mounted `image` at
+// `mountPoint`.  Returns the mount's id in the mount table, or -1 with what
+// each driver said in *error.
+int MountFilesystem(FilesystemType type, const std::string& image, const std::string& mountPoint,
+                    const Ownership& ownership, std::string* error);
+
+#endif  // ZQ_BITLOCKER_MOUNTER_FILESYSTEMMOUNT_H_
