@@ -7,7 +7,7 @@
 #include <mutex>
 #include <vector>
 
-#include "../IVolume.h"
+#include "IVolume.h"
 #include "AesCcm.h"
 #include "CSecureBuffer.h"
 #include "CWorkerPool.h"
