@@ -57,13 +57,15 @@ bool CMountSession::MountServer(const std::string& at, CVolumeFuseServer::Option
   server_ = std::make_unique<CVolumeFuseServer>(volume_.get(), std::move(options));
   if (!server_->Mount(at, message)) return false;
   serverMountId_ = MountIdAt(at);
-  server_->SetReadAhead(kReadAheadKilobytes);
   servingEnded_ = eventfd(0, EFD_CLOEXEC);
   serving_ = std::thread([this] {
     server_->Serve();
     const uint64_t one = 1;
     if (write(servingEnded_, &one, sizeof one) < 0) return;
   });
+  // Only now may anything look at the mount: the kernel's first request
+  // waits for the serving thread.
+  server_->SetReadAhead(kReadAheadKilobytes);
   return true;
 }
 

@@ -20,7 +20,7 @@ std::vector<Driver> DriversFor(FilesystemType type) {
     case FilesystemType::kNtfs:
       return {{"/bin/mount", "ntfs3", "loop"}, {"/bin/mount", "ntfs-3g", "allow_other"}};
     case FilesystemType::kExfat:
-      return {{"/bin/mount", "exfat", "loop"}, {"/bin/mount", "exfat-fuse", "allow_other"}};
+      return {{"/bin/mount", "exfat", "loop"}, {"/bin/mount", "exfat-fuse", "loop,allow_other"}};
     case FilesystemType::kFat:
       return {{"/bin/mount", "vfat", "loop"}, {"/usr/bin/fusefat", nullptr, "allow_other"}};
     case FilesystemType::kUnknown: break;

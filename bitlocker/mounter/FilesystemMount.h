@@ -1,7 +1,8 @@
 // Mounts the file system held in an image file read-only, with what the
 // system provides: the kernel's driver through a loop device that clears
 // itself when the file system is unmounted, or else the FUSE driver that
-// reads the file directly (ntfs-3g, exfat-fuse, fusefat).
+// reads the file (ntfs-3g and fusefat directly, exfat-fuse, which as root
+// wants a block device, through a loop device of its own).
 #ifndef ZQ_BITLOCKER_MOUNTER_FILESYSTEMMOUNT_H_
 #define ZQ_BITLOCKER_MOUNTER_FILESYSTEMMOUNT_H_
 
