@@ -95,7 +95,7 @@ int CMountSession::StartFilesystem(std::string* message) {
   }
   stagingFolder_ = folder;
   CVolumeFuseServer::Options options;
-  options.sourceName = "zq-mounter-staging";
+  options.sourceName = request_.rawDevice;
   options.fileMode = 0400;
   if (!MountServer(stagingFolder_, options, message)) return kMounterMountFailed;
 
@@ -141,7 +141,6 @@ void CMountSession::TakeDown() {
   servingEnded_ = -1;
   if (!stagingFolder_.empty()) {
     rmdir(stagingFolder_.c_str());
-    rmdir(kStagingRoot);
     stagingFolder_.clear();
   }
 }
