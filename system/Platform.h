@@ -49,7 +49,9 @@ int MakePipe(int fds[2]);
 
 // Starts the program at `path` with `arguments` (the program name first) and
 // this process's environment, with SIGPIPE at its default action and no
-// signal blocked.  `streams` become the child's standard input, output and
+// signal blocked.  On Linux the child's PATH ends with the main bundle's
+// "Contents/MacOS" folder, so that the bundle's own "diskutil" is found
+// where the system has none.  `streams` become the child's standard input, output and
 // error; no other descriptor of this process reaches the child.  Returns 0
 // with the child's id in `pid`, or an errno value when the program cannot be
 // started.

@@ -144,8 +144,30 @@ int MakePipe(int fds[2]) {
   return 0;
 }
 
+// This process's environment with the bundle's program folder appended to
+// PATH (the shell's default search list when PATH is not set).
+std::vector<std::string> ChildEnvironment() {
+  std::vector<std::string> environment;
+  std::string path = "PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    if (std::strncmp(*entry, "PATH=", 5) == 0) {
+      path = *entry;
+    } else {
+      environment.emplace_back(*entry);
+    }
+  }
+  if (path.size() > 5 && path.back() != ':') path += ':';
+  environment.push_back(path + MainBundlePath() + "/Contents/MacOS");
+  return environment;
+}
+
 int SpawnProcess(const std::string& path, const std::vector<std::string>& arguments, const int streams[3],
                  pid_t* pid) {
+  const std::vector<std::string> environment = ChildEnvironment();
+  std::vector<char*> envp;
+  for (const std::string& entry : environment) envp.push_back(const_cast<char*>(entry.c_str()));
+  envp.push_back(nullptr);
+
   std::vector<char*> argv;
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
@@ -164,7 +186,7 @@ int SpawnProcess(const std::string& path, const std::vector<std::string>& argume
   posix_spawnattr_setsigdefault(&attributes, &signals);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
 
-  const int error = posix_spawn(pid, path.c_str(), &actions, &attributes, argv.data(), environ);
+  const int error = posix_spawn(pid, path.c_str(), &actions, &attributes, argv.data(), envp.data());
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   return error;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <future>
 #include <memory>
 #include <string>
@@ -135,6 +136,21 @@ TEST(PlatformBundleTest, MainBundleIsTheFolderAboveContentsMacOS) {
   EXPECT_EQ(BundleOfHelperAt(folder, "bin/tool"), "@/bin");
   EXPECT_EQ(BundleOfHelperAt(folder, "X.app/contents/MacOS/tool"), "@/X.app/contents/MacOS");
   EXPECT_EQ(BundleOfHelperAt(folder, "X.app/Contents/MacOS/Inner/tool"), "@/X.app/Contents/MacOS/Inner");
+}
+
+TEST(PlatformChildTest, ChildPathEndsWithTheBundleProgramFolder) {
+  const std::string bundle = platform::MainBundlePath();
+  const std::string oldPath = getenv("PATH") != nullptr ? getenv("PATH") : "";
+  const std::string folder = bundle + "/Contents/MacOS";
+  EXPECT_EQ(TaskWrapper::runScript("printf %s \"$PATH\"").response().value_or(""), oldPath + ":" + folder);
+
+  unsetenv("PATH");
+  const std::string unset = TaskWrapper::runTaskAtLaunchPath("/bin/sh", {"-c", "printf %s \"$PATH\""})
+                                .response()
+                                .value_or("");
+  setenv("PATH", oldPath.c_str(), 1);
+  EXPECT_NE(unset.find(":/usr/bin:"), std::string::npos) << unset;
+  EXPECT_EQ(unset.substr(unset.size() - folder.size() - 1), ":" + folder);
 }
 
 TEST(PlatformBackgroundTest, WorkRunsOnAnotherThread) {
