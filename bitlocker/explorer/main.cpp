@@ -1,0 +1,95 @@
+// "Zq Norvane Explorer" for Linux, without a window:
+//
+//   "Zq Norvane Explorer" RAW_DEVICE CREDENTIAL
+//
+// Opens the BitLocker volume on RAW_DEVICE with CREDENTIAL (a password, a
+// recovery password, the path of a startup key file, or empty for a clear
+// key), prints what the volume is, and talks to the service as the client
+// "FileExplorer": every command the main application forwards to it (11)
+// is printed.  It ends on a forwarded command whose byte is 'q', or when
+// the service no longer answers.  Exit statuses: 0 after either end, 2 for
+// a usage error, 3 when the volume does not open, 4 when the FIFOs cannot
+// be made.
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "CBitlockerVolume.h"
+#include "CExplorerClient.h"
+#include "Credential.h"
+#include "SectorCipher.h"
+#include "Status.h"
+#include "VolumeReport.h"
+
+namespace {
+
+enum ExplorerStatus : int { kExplorerEnded = 0, kExplorerUsage = 2, kExplorerNoVolume = 3, kExplorerNoChannel = 4 };
+
+constexpr unsigned kCheckEverySeconds = 2;
+constexpr unsigned kAnswerSeconds = 3;
+// The service opens its end of a new channel within a second or two.
+constexpr unsigned kFirstAnswerSeconds = 10;
+constexpr int kMissedChecksToEnd = 2;
+
+using namespace bitlocker;
+
+bool OpenVolume(const std::string& device, std::string credentialText, std::unique_ptr<CBitlockerVolume>* volume,
+                std::unique_ptr<CUnlockedVolume>* unlocked) {
+  std::string why;
+  Status status = CBitlockerVolume::Open(device, volume, &why);
+  if (status == Status::kOk) {
+    const Credential credential = Credential::FromText(credentialText);
+    status = (*volume)->Unlock(credential, unlocked, &why, 1);
+  }
+  std::fill(credentialText.begin(), credentialText.end(), '\0');
+  if (status == Status::kOk) return true;
+  std::fprintf(stderr, "Zq Norvane Explorer: %s: %s: %s\n", device.c_str(), StatusName(status), why.c_str());
+  return false;
+}
+
+void PrintVolume(const std::string& device, const CBitlockerVolume& volume, const CUnlockedVolume& unlocked) {
+  std::cout << "volume on " << device << "\n";
+  PrintVolumeReport(volume, std::cout);
+  std::cout << "unlocked: " << unlocked.Size() << " bytes, " << unlocked.layout().sectorSize() << "-byte sectors, "
+            << EncryptionMethodName(unlocked.method()) << "\n"
+            << std::flush;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::fprintf(stderr, "usage: \"Zq Norvane Explorer\" RAW_DEVICE CREDENTIAL\n");
+    return kExplorerUsage;
+  }
+  const std::string device = argv[1];
+  std::unique_ptr<CBitlockerVolume> volume;
+  std::unique_ptr<CUnlockedVolume> unlocked;
+  const bool opened = OpenVolume(device, argv[2], &volume, &unlocked);
+  std::fill(argv[2], argv[2] + std::char_traits<char>::length(argv[2]), '\0');
+  if (!opened) return kExplorerNoVolume;
+  PrintVolume(device, *volume, *unlocked);
+
+  CExplorerClient client(stdout);
+  if (!client.Connect()) {
+    std::fprintf(stderr, "Zq Norvane Explorer: the FileExplorer channel could not be made\n");
+    return kExplorerNoChannel;
+  }
+  if (!client.ServiceAnswers(kFirstAnswerSeconds)) {
+    std::printf("the service does not answer\n");
+    return kExplorerEnded;
+  }
+  std::printf("connected to the service as FileExplorer\n");
+  std::fflush(stdout);
+  for (int missed = 0; missed < kMissedChecksToEnd;) {
+    if (client.WaitForQuit(kCheckEverySeconds)) {
+      std::printf("quit\n");
+      return kExplorerEnded;
+    }
+    missed = client.ServiceAnswers(kAnswerSeconds) ? 0 : missed + 1;
+  }
+  std::printf("the service went away\n");
+  return kExplorerEnded;
+}
