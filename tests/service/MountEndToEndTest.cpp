@@ -1,0 +1,237 @@
+// The service with the real bundle: the BitLocker library, the mounter,
+// diskutil and the explorer, on every real image attached to a loop
+// device.  Runs in the private namespaces of PrivateNamespaceMain.cpp.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "CPipeDataWrapper.h"
+#include "LoopDevice.h"
+#include "MounterHarness.h"
+#include "MounterStatus.h"
+#include "ServiceTestEnvironment.h"
+#include "StubBundle.h"
+#include "TestImages.h"
+
+namespace {
+
+constexpr int kAnswerSeconds = 60;
+constexpr uint32_t kIsBitlocker = 49;
+constexpr uint32_t kIsNotBitlocker = 50;
+constexpr int kLibraryWrongCredential = 2;
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// A path as a client writes it into the mount command: blanks escaped,
+// since the service hands it to the shell unquoted.
+std::string EscapeBlanks(const std::string& path) {
+  std::string escaped;
+  for (char c : path) escaped += c == ' ' ? std::string("\\ ") : std::string(1, c);
+  return escaped;
+}
+
+class MountEndToEndTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string why = ServiceTestsUnavailable();
+    if (why.empty()) why = FuseUnavailable();
+    if (why.empty()) why = LoopDevicesUnavailable();
+    if (!why.empty()) GTEST_SKIP() << why;
+    root_ = MakeTempDir("zq-e2e-");
+    bundle_ = root_ + "/Zq Norvane.app";
+    mountPoint_ = root_ + "/mount point";
+    output_ = root_ + "/service output";
+    ASSERT_EQ(RunShell("mkdir -p '" + bundle_ + "/Contents' '" + mountPoint_ + "' && cp -a '" ZQ_BUNDLE_MACOS_DIR
+                       "' '" + bundle_ + "/Contents/MacOS'"),
+              0);
+    service_ = std::make_unique<ServiceProcess>(bundle_);
+    mainUI_ = std::make_unique<RawClient>(kMainUIChannel);
+    StartServiceWritingTo(output_);
+    ASSERT_EQ(Ask(eCOMMAND_CHECK_CONNECTION), 55u) << "the service did not answer";
+  }
+
+  void TearDown() override {
+    if (root_.empty()) return;
+    ForceUnmount(mountPoint_);
+    for (int pid : LiveProcessesWithWord(mountPoint_)) kill(pid, SIGKILL);
+    mainUI_.reset();
+    service_.reset();
+    RunShell("rm -rf '" + root_ + "'");
+  }
+
+  // The service and whatever it starts write their standard output to
+  // `path`, where the explorer's lines can be read back.
+  void StartServiceWritingTo(const std::string& path) {
+    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    const int saved = dup(STDOUT_FILENO);
+    std::fflush(stdout);
+    dup2(file, STDOUT_FILENO);
+    service_->Start();
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    close(file);
+  }
+
+  // Sends a record from MainUI and returns the answer's result, or -1.
+  int64_t Ask(const CCommandDataWrapper<char>& record) {
+    static uint32_t nextId = 100;
+    const uint32_t id = nextId++;
+    if (!mainUI_->Send(id, record)) return -1;
+    for (;;) {
+      const std::optional<Block> answer = mainUI_->Receive(kAnswerSeconds);
+      if (!answer) return -1;
+      uint32_t answerId, result;
+      std::memcpy(&answerId, answer->data(), 4);
+      std::memcpy(&result, answer->data() + 16, 4);
+      if (answerId == id) return result;
+    }
+  }
+  int64_t Ask(COMMAND_TYPE type) { return Ask(MakeRecord(type)); }
+
+  int64_t Check(const LoopDevice& loop) {
+    CCommandDataWrapper<char> check = MakeRecord(eCOMMAND_BITLOCKER_CHECK);
+    std::strcpy(check.check.deviceName, loop.bsdName().c_str());
+    return Ask(check);
+  }
+
+  int64_t Mount(const LoopDevice& loop, const std::string& credential) {
+    CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
+    std::strcpy(mount.mount.deviceName, loop.bsdName().c_str());
+    std::strcpy(mount.mount.mountArg2, EscapeBlanks(mountPoint_).c_str());
+    std::strcpy(mount.mount.mountArg3, "raw");
+    std::strcpy(mount.mount.mountArg4, credential.c_str());
+    return Ask(mount);
+  }
+
+  int64_t OpenExplorer(const LoopDevice& loop, const std::string& credential) {
+    CCommandDataWrapper<char> open = MakeRecord(eCOMMAND_BITLOCKER_EXPLORER);
+    std::strcpy(open.explorer.deviceName, loop.bsdName().c_str());
+    std::strcpy(open.explorer.explorerArg2, credential.c_str());
+    return Ask(open);
+  }
+
+  void ForwardToExplorer(unsigned char byte) {
+    CCommandDataWrapper<char> forward = MakeRecord(eCOMMAND_TO_FILE_EXPLORER);
+    forward.simple.arg = byte;
+    ASSERT_TRUE(mainUI_->Send(1, forward));
+  }
+
+  // Waits up to `seconds` for the service's output to hold `text`.
+  bool OutputShows(const std::string& text, int seconds) {
+    for (int tenth = 0; tenth < seconds * 10; ++tenth) {
+      if (ReadFile(output_).find(text) != std::string::npos) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return false;
+  }
+
+  std::string root_;
+  std::string bundle_;
+  std::string mountPoint_;
+  std::string output_;
+  std::unique_ptr<ServiceProcess> service_;
+  std::unique_ptr<RawClient> mainUI_;
+};
+
+TEST_F(MountEndToEndTest, DetectionAnswers49ForEachImageAnd50ForAPlainDevice) {
+  ZQ_REQUIRE_IMAGES(images);
+  for (const testimages::Image& image : *images) {
+    LoopDevice loop(image.path, 0, true);
+    ASSERT_TRUE(loop.valid()) << image.name;
+    EXPECT_EQ(Check(loop), kIsBitlocker) << image.name;
+  }
+  const std::string plain = root_ + "/plain.img";
+  ASSERT_EQ(RunShell("truncate -s 16M '" + plain + "' && mkfs.ext4 -q '" + plain + "' 2>/dev/null"), 0);
+  LoopDevice loop(plain, 0, true);
+  ASSERT_TRUE(loop.valid());
+  EXPECT_EQ(Check(loop), kIsNotBitlocker);
+}
+
+TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
+  ZQ_REQUIRE_IMAGES(images);
+  for (const testimages::Image& image : *images) {
+    LoopDevice loop(image.path, 0, true);
+    ASSERT_TRUE(loop.valid()) << image.name;
+    std::vector<std::pair<const char*, std::string>> credentials = {{"recovery password", image.recoveryPassword}};
+    if (!image.password.empty()) credentials.push_back({"password", image.password});
+    if (!image.startupKeyPath.empty()) credentials.push_back({"startup key", image.startupKeyPath});
+    for (const auto& [kind, credential] : credentials) {
+      SCOPED_TRACE(image.name + " with its " + kind);
+      ASSERT_EQ(Mount(loop, credential), kMounterMounted);
+      EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
+      ASSERT_EQ(umount(mountPoint_.c_str()), 0);
+      EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << "the mounter still runs after umount";
+    }
+  }
+}
+
+TEST_F(MountEndToEndTest, MountingAgainReplacesTheEarlierMountOfTheDevice) {
+  ZQ_REQUIRE_IMAGES(images);
+  const testimages::Image& image = images->front();
+  LoopDevice loop(image.path, 0, true);
+  ASSERT_TRUE(loop.valid());
+  ASSERT_EQ(Mount(loop, image.recoveryPassword), kMounterMounted);
+  // The service unmounts the device through diskutil first, which takes the
+  // FUSE mount of the device down.
+  ASSERT_EQ(Mount(loop, image.recoveryPassword), kMounterMounted);
+  EXPECT_EQ(LiveProcessesWithWord(mountPoint_).size(), 1u) << "one mounter serves the mount point";
+  EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
+}
+
+TEST_F(MountEndToEndTest, WrongCredentialAnswersTheMountersCodeAndMountsNothing) {
+  ZQ_REQUIRE_IMAGES(images);
+  for (const testimages::Image& image : *images) {
+    LoopDevice loop(image.path, 0, true);
+    ASSERT_TRUE(loop.valid()) << image.name;
+    EXPECT_EQ(Mount(loop, "it's not the password"), kMounterWrongCredential) << image.name;
+    EXPECT_FALSE(MountedAt(mountPoint_)) << image.name;
+    EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << image.name;
+  }
+}
+
+TEST_F(MountEndToEndTest, ExplorerConnectsAsFileExplorerAndEndsOnQ) {
+  ZQ_REQUIRE_IMAGES(images);
+  const testimages::Image& image = images->front();
+  LoopDevice loop(image.path, 0, true);
+  ASSERT_TRUE(loop.valid());
+
+  EXPECT_EQ(OpenExplorer(loop, "not the password"), kLibraryWrongCredential);
+  ASSERT_EQ(OpenExplorer(loop, image.recoveryPassword), 0);
+  ASSERT_TRUE(OutputShows("connected to the service as FileExplorer", 30)) << ReadFile(output_);
+  EXPECT_EQ(LiveProcessesWithWord(loop.devicePath()).size(), 1u) << "one explorer, the failed open started none";
+  EXPECT_TRUE(OutputShows("volume on " + loop.devicePath(), 1)) << ReadFile(output_);
+
+  ForwardToExplorer('x');
+  EXPECT_TRUE(OutputShows("forwarded command 11: byte 0x78 'x'", 10)) << ReadFile(output_);
+  EXPECT_EQ(LiveProcessesWithWord(loop.devicePath()).size(), 1u) << "only 'q' ends the explorer";
+  ForwardToExplorer('q');
+  EXPECT_TRUE(WaitUntilNoProcessWithWord(loop.devicePath(), 10)) << "the explorer did not end on 'q'";
+}
+
+TEST_F(MountEndToEndTest, ExplorerEndsWhenTheServiceGoesAway) {
+  ZQ_REQUIRE_IMAGES(images);
+  const testimages::Image& image = images->front();
+  LoopDevice loop(image.path, 0, true);
+  ASSERT_TRUE(loop.valid());
+  ASSERT_EQ(OpenExplorer(loop, image.recoveryPassword), 0);
+  ASSERT_TRUE(OutputShows("connected to the service as FileExplorer", 30)) << ReadFile(output_);
+  ASSERT_TRUE(mainUI_->Send(2, MakeRecord(eCOMMAND_EXIT)));
+  EXPECT_TRUE(service_->WaitForExit(10).has_value());
+  EXPECT_TRUE(WaitUntilNoProcessWithWord(loop.devicePath(), 30)) << ReadFile(output_);
+  EXPECT_TRUE(OutputShows("the service went away", 1)) << ReadFile(output_);
+}
+
+}  // namespace
