@@ -17,8 +17,9 @@ namespace {
 
 class IsBitlockerTest : public testing::Test {
  protected:
-  void SetUp() override { platform::SetMainBundlePath(bundle.bundlePath()); }
   StubBundle bundle;
+  // The operations take the bundle path when they are made.
+  bool bundleSet = (platform::SetMainBundlePath(bundle.bundlePath()), true);
   CBitlockerChecker checker;
 };
 
