@@ -137,6 +137,13 @@ TEST_F(HostileClientTest, PlantedLinkAtAChannelIsLeftAloneUntilAFifoIsThere) {
   EXPECT_TRUE(Ping(*client)) << "served once a real FIFO is there";
 }
 
+TEST_F(HostileClientTest, PlantedLinkAtTheLogIsNotFollowed) {
+  ASSERT_EQ(RunShell("touch /tmp/victim && ln -s /tmp/victim /tmp/zqlog.log"), 0);
+  StartWithClient();
+  std::ifstream victim("/tmp/victim");
+  EXPECT_EQ(victim.peek(), std::ifstream::traits_type::eof()) << "nothing was written through the link";
+}
+
 TEST_F(HostileClientTest, StartupItemForAForeignWritableBundleIsNotWritten) {
   StartWithClient();
   RunShell("chmod 777 '" + bundle->bundlePath() + "'");
