@@ -9,9 +9,7 @@
 
 #include "Bytes.h"
 #include "CBitlockerVolume.h"
-#include "CFileSource.h"
-#include "CPatchedSource.h"
-#include "TestImages.h"
+#include "PatchedImageTest.h"
 #include "VolumeReading.h"
 
 using namespace bitlocker;
@@ -42,20 +40,8 @@ std::string SparseCopy(const IByteSource& image, const std::string& name) {
   return ok ? path : "";
 }
 
-class DamagedMetadataTest : public ::testing::Test {
+class DamagedMetadataTest : public PatchedImageTest {
  protected:
-  void SetUp() override {
-    std::string why;
-    image_ = testimages::FindImage("bitlk-aes-xts-128", &why);
-    if (!image_) GTEST_SKIP() << why;
-    std::shared_ptr<const IByteSource> file = CFileSource::Open(image_->path);
-    ASSERT_TRUE(file);
-    source_ = std::make_shared<CPatchedSource>(file);
-    std::unique_ptr<CBitlockerVolume> volume;
-    ASSERT_EQ(CBitlockerVolume::Open(source_, &volume, &why), Status::kOk) << why;
-    offsets_ = volume->header().metadataOffsets;
-  }
-
   Status OpenPatched(std::unique_ptr<CBitlockerVolume>* volume, std::string* why) {
     return CBitlockerVolume::Open(source_, volume, why);
   }
@@ -74,10 +60,6 @@ class DamagedMetadataTest : public ::testing::Test {
     ADD_FAILURE() << "no entry of type " << type;
     return 0;
   }
-
-  const testimages::Image* image_ = nullptr;
-  std::shared_ptr<CPatchedSource> source_;
-  std::array<uint64_t, 3> offsets_{};
 };
 
 TEST_F(DamagedMetadataTest, ABrokenFirstCopyGivesWayToTheNext) {
