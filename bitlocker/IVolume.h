@@ -33,17 +33,22 @@ enum BitlockerOpenStatus : int {
   kBitlockerIoError = 4,           // the device could not be read
 };
 
+// The entry points are the library's only exported symbols; everything
+// else in it is built with hidden visibility.
+#define ZQ_BITLOCKER_API __attribute__((visibility("default")))
+
 extern "C" {
 
 // True when the device holds a BitLocker or BitLocker To Go volume.  Needs
 // no credential.
-bool is_bitlocker_drive(const char* rawDevice);
+ZQ_BITLOCKER_API bool is_bitlocker_drive(const char* rawDevice);
 
 // Opens the volume on `rawDevice` with `credential`: a password, a 48-digit
 // recovery password, or the path of a startup key (.BEK) file; an empty
 // credential asks for the clear key.  On success stores a new volume in
 // *volume and returns kBitlockerOpened.
-int open_bitlocker_device(const char* rawDevice, const char* credential, IVolume** volume);
+ZQ_BITLOCKER_API int open_bitlocker_device(const char* rawDevice, const char* credential,
+                                           IVolume** volume);
 
 }  // extern "C"
 

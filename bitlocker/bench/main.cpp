@@ -1,0 +1,204 @@
+// zq-bitlocker-bench: how fast the engine reads a whole unlocked volume,
+// beside the AES limit of this machine (openssl speed) and the reference
+// readers in the distribution (dislocker and bdemount, through FUSE).
+//
+// usage: zq-bitlocker-bench [--passes N] IMAGE < credential
+// The first line of standard input is the password, recovery password or
+// .BEK path.  The reference readers only take it on their command line, so
+// use a test credential.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CBitlockerVolume.h"
+#include "CFuseMount.h"
+#include "OpensslSpeed.h"
+#include "SectorCipher.h"
+#include "Throughput.h"
+
+using namespace bitlocker;
+
+namespace {
+
+struct Figure {
+  std::string reader;
+  std::optional<double> megabytesPerSecond;
+  std::string note;
+};
+
+// Best of `passes` whole reads of the engine's volume with `lanes` threads.
+std::optional<double> EngineThroughput(const CBitlockerVolume& volume, const Credential& credential,
+                                       unsigned lanes, int passes) {
+  std::unique_ptr<CUnlockedVolume> unlocked;
+  std::string why;
+  if (volume.Unlock(credential, &unlocked, &why, lanes) != Status::kOk) {
+    std::cerr << "unlock failed: " << why << "\n";
+    return std::nullopt;
+  }
+  std::optional<double> best;
+  for (int pass = 0; pass < passes; ++pass) {
+    auto figure = MeasureReadThroughput(
+        [&](uint64_t offset, void* buffer, size_t length) {
+          return unlocked->Read(offset, buffer, length);
+        },
+        unlocked->Size());
+    if (figure && (!best || *figure > *best)) best = figure;
+  }
+  return best;
+}
+
+std::optional<double> FileThroughput(const std::string& path, uint64_t size) {
+  int fd = ::open(path.c_str(), O_RDONLY);
+  if (fd < 0) return std::nullopt;
+  auto figure = MeasureReadThroughput(
+      [fd](uint64_t offset, void* buffer, size_t length) {
+        return ::pread(fd, buffer, length, static_cast<off_t>(offset));
+      },
+      size);
+  ::close(fd);
+  return figure;
+}
+
+// The reference readers' arguments for each kind of credential.
+std::vector<std::string> DislockerCommand(const std::string& image, const Credential& credential) {
+  std::vector<std::string> argv = {"dislocker", "-V", image};
+  switch (credential.kind()) {
+    case Credential::Kind::kPassword:
+      argv.push_back("-u" + credential.text());
+      break;
+    case Credential::Kind::kRecoveryPassword:
+      argv.push_back("-p" + credential.text());
+      break;
+    case Credential::Kind::kStartupKeyFile:
+      argv.push_back("-f" + credential.text());
+      break;
+    case Credential::Kind::kClearKey:
+      argv.push_back("-c");
+      break;
+  }
+  argv.push_back("--");
+  return argv;
+}
+
+std::vector<std::string> BdemountCommand(const std::string& image, const Credential& credential) {
+  std::vector<std::string> argv = {"bdemount"};
+  switch (credential.kind()) {
+    case Credential::Kind::kPassword:
+      argv.insert(argv.end(), {"-p", credential.text()});
+      break;
+    case Credential::Kind::kRecoveryPassword:
+      argv.insert(argv.end(), {"-r", credential.text()});
+      break;
+    case Credential::Kind::kStartupKeyFile:
+      argv.insert(argv.end(), {"-s", credential.text()});
+      break;
+    case Credential::Kind::kClearKey:
+      break;
+  }
+  argv.push_back(image);
+  return argv;
+}
+
+Figure ReferenceFigure(const std::string& name, std::vector<std::string> argv,
+                       const std::string& fileName, uint64_t size) {
+  if (!ProgramInstalled(argv.front())) return {name, std::nullopt, "not installed"};
+  auto mount = CFuseMount::Start(std::move(argv), fileName);
+  if (!mount) return {name, std::nullopt, "mount failed"};
+  return {name, FileThroughput(mount->file(), size), "FUSE, first read after mounting"};
+}
+
+std::string OpensslCipher(uint16_t method) {
+  switch (method) {
+    case kAesXts128:
+      return "aes-128-xts";
+    case kAesXts256:
+      return "aes-256-xts";
+    case kAesCbc128:
+    case kAesCbc128Diffuser:
+      return "aes-128-cbc";
+    default:
+      return "aes-256-cbc";
+  }
+}
+
+void PrintFigures(const std::vector<Figure>& figures, double engine) {
+  std::printf("%-44s %10s %14s\n", "reader", "MB/s", "engine / it");
+  for (const auto& figure : figures) {
+    if (figure.megabytesPerSecond) {
+      std::printf("%-44s %10.0f %14.2f", figure.reader.c_str(), *figure.megabytesPerSecond,
+                  engine / *figure.megabytesPerSecond);
+    } else {
+      std::printf("%-44s %10s %14s", figure.reader.c_str(), "-", "-");
+    }
+    if (!figure.note.empty()) std::printf("   (%s)", figure.note.c_str());
+    std::printf("\n");
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int passes = 3;
+  std::string image;
+  for (int i = 1; i < argc; ++i) {
+    std::string arg = argv[i];
+    if (arg == "--passes" && i + 1 < argc) {
+      passes = std::max(1, std::atoi(argv[++i]));
+    } else {
+      image = arg;
+    }
+  }
+  if (image.empty()) {
+    std::cerr << "usage: zq-bitlocker-bench [--passes N] IMAGE < credential\n";
+    return 64;
+  }
+  std::string line;
+  std::getline(std::cin, line);
+  Credential credential = Credential::FromText(line);
+  std::fill(line.begin(), line.end(), '\0');
+
+  std::string why;
+  std::unique_ptr<CBitlockerVolume> volume;
+  if (CBitlockerVolume::Open(image, &volume, &why) != Status::kOk) {
+    std::cerr << image << ": " << why << "\n";
+    return 1;
+  }
+  std::unique_ptr<CUnlockedVolume> probe;
+  if (volume->Unlock(credential, &probe, &why) != Status::kOk) {
+    std::cerr << image << ": " << why << "\n";
+    return 2;
+  }
+  uint16_t method = probe->method();
+  uint64_t size = probe->Size();
+  uint32_t sectorSize = probe->layout().sectorSize();
+  probe.reset();
+
+  unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+  std::printf("%s: %s, %llu bytes, %u-byte sectors, %u cores\n\n", image.c_str(),
+              EncryptionMethodName(method).c_str(), static_cast<unsigned long long>(size),
+              sectorSize, cores);
+
+  auto engine = EngineThroughput(*volume, credential, cores, passes);
+  if (!engine) return 4;
+  std::string cipher = OpensslCipher(method);
+  bool cbc = method != kAesXts128 && method != kAesXts256;
+  std::string speedNote = std::to_string(sectorSize) + "-byte blocks" + (cbc ? ", decrypt" : "");
+  std::vector<Figure> figures = {
+      {"engine, " + std::to_string(cores) + " threads", engine, "best of " + std::to_string(passes)},
+      {"engine, 1 thread", EngineThroughput(*volume, credential, 1, passes), ""},
+      {"openssl speed -evp " + cipher + ", 1 process", OpensslSpeed(cipher, cbc, sectorSize, 1),
+       speedNote},
+      {"openssl speed -evp " + cipher + ", " + std::to_string(cores) + " processes",
+       OpensslSpeed(cipher, cbc, sectorSize, cores), speedNote},
+      ReferenceFigure("dislocker", DislockerCommand(image, credential), "dislocker-file", size),
+      ReferenceFigure("bdemount", BdemountCommand(image, credential), "bde1", size),
+  };
+  PrintFigures(figures, *engine);
+  return 0;
+}

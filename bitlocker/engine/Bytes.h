@@ -1,0 +1,33 @@
+// Little-endian loads and stores: every number on a BitLocker volume is
+// stored least significant byte first.
+#ifndef ZQ_BITLOCKER_ENGINE_BYTES_H_
+#define ZQ_BITLOCKER_ENGINE_BYTES_H_
+
+#include <cstdint>
+
+namespace bitlocker {
+
+inline uint16_t LoadLe16(const uint8_t* p) {
+  return static_cast<uint16_t>(p[0] | (p[1] << 8));
+}
+
+inline uint32_t LoadLe32(const uint8_t* p) {
+  return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
+         (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
+}
+
+inline uint64_t LoadLe64(const uint8_t* p) {
+  return static_cast<uint64_t>(LoadLe32(p)) | (static_cast<uint64_t>(LoadLe32(p + 4)) << 32);
+}
+
+// Writes `value` as 16 little-endian bytes (the upper eight are zero), the
+// form in which sector offsets and numbers enter the ciphers.
+inline void StoreLe128(uint64_t value, uint8_t* p) {
+  for (int i = 0; i < 16; ++i) {
+    p[i] = i < 8 ? static_cast<uint8_t>(value >> (8 * i)) : 0;
+  }
+}
+
+}  // namespace bitlocker
+
+#endif  // ZQ_BITLOCKER_ENGINE_BYTES_H_

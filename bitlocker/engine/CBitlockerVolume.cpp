@@ -1,0 +1,95 @@
+#include "CBitlockerVolume.h"
+
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include "CFileSource.h"
+#include "SectorCipher.h"
+#include "Unlock.h"
+
+namespace bitlocker {
+namespace {
+
+// Read workers are few: the work is bound by AES instructions per core.
+constexpr unsigned kMaxLanes = 8;
+
+bool ReadHeaderSector(const IByteSource& source, uint8_t* sector) {
+  if (source.Size() < VolumeHeader::kSize) {
+    errno = 0;
+    return false;
+  }
+  return source.ReadAt(0, sector, VolumeHeader::kSize);
+}
+
+}  // namespace
+
+Status CBitlockerVolume::Open(const std::string& path, std::unique_ptr<CBitlockerVolume>* volume,
+                              std::string* why) {
+  std::shared_ptr<const IByteSource> source = CFileSource::Open(path);
+  if (!source) {
+    *why = "cannot open " + path + ": " + std::strerror(errno);
+    return Status::kIoError;
+  }
+  return Open(std::move(source), volume, why);
+}
+
+Status CBitlockerVolume::Open(std::shared_ptr<const IByteSource> source,
+                              std::unique_ptr<CBitlockerVolume>* volume, std::string* why) {
+  uint8_t sector[VolumeHeader::kSize];
+  if (!ReadHeaderSector(*source, sector)) {
+    if (errno == 0) {
+      *why = "too small to hold a volume";
+      return Status::kNotBitlocker;
+    }
+    *why = std::string("cannot read the volume header: ") + std::strerror(errno);
+    return Status::kIoError;
+  }
+  auto header = ParseVolumeHeader(sector);
+  if (!header) {
+    *why = "no BitLocker volume header";
+    return Status::kNotBitlocker;
+  }
+  MetadataCopies copies = ReadFveMetadataCopies(*source, *header);
+  if (copies.blocks.empty()) {
+    *why = "no usable FVE metadata copy:\n" + copies.problems;
+    return copies.ioError ? Status::kIoError : Status::kUnsupported;
+  }
+  std::unique_ptr<CBitlockerVolume> opened(new CBitlockerVolume());
+  opened->source_ = std::move(source);
+  opened->header_ = *header;
+  opened->copies_ = std::move(copies);
+  *volume = std::move(opened);
+  return Status::kOk;
+}
+
+bool CBitlockerVolume::IsBitlocker(const std::string& path) {
+  auto source = CFileSource::Open(path);
+  uint8_t sector[VolumeHeader::kSize];
+  return source && ReadHeaderSector(*source, sector) && ParseVolumeHeader(sector).has_value();
+}
+
+Status CBitlockerVolume::Unlock(const Credential& credential,
+                                std::unique_ptr<CUnlockedVolume>* unlocked, std::string* why,
+                                unsigned lanes) const {
+  UnwrappedKey fullVolumeKey;
+  size_t copyUsed = 0;
+  Status status = UnlockFullVolumeKey(copies_.blocks, credential, &fullVolumeKey, &copyUsed, why);
+  if (status != Status::kOk) return status;
+
+  VolumeLayout layout;
+  status = VolumeLayout::Build(header_, copies_.blocks[copyUsed], source_->Size(), &layout, why);
+  if (status != Status::kOk) return status;
+
+  if (lanes == 0) lanes = std::max(1u, std::min(kMaxLanes, std::thread::hardware_concurrency()));
+  auto volume = CUnlockedVolume::Make(source_, std::move(layout), fullVolumeKey, lanes);
+  if (!volume) {
+    *why = "the data is encrypted with " + EncryptionMethodName(fullVolumeKey.method) +
+           ", which this engine does not decrypt";
+    return Status::kUnsupported;
+  }
+  *unlocked = std::move(volume);
+  return Status::kOk;
+}
+
+}  // namespace bitlocker

@@ -1,0 +1,51 @@
+// A BitLocker volume on a device or image file, before it is unlocked: its
+// header and metadata, readable by anyone, and the way to unlock it.
+#ifndef ZQ_BITLOCKER_ENGINE_CBITLOCKERVOLUME_H_
+#define ZQ_BITLOCKER_ENGINE_CBITLOCKERVOLUME_H_
+
+#include <memory>
+#include <string>
+
+#include "CUnlockedVolume.h"
+#include "Credential.h"
+#include "FveMetadata.h"
+#include "IByteSource.h"
+#include "Status.h"
+#include "VolumeHeader.h"
+
+namespace bitlocker {
+
+class CBitlockerVolume {
+ public:
+  // Opens `path` and reads the volume header and every metadata copy.
+  // Returns kOk with *volume set, or the reason in *why.
+  static Status Open(const std::string& path, std::unique_ptr<CBitlockerVolume>* volume,
+                     std::string* why);
+  static Status Open(std::shared_ptr<const IByteSource> source,
+                     std::unique_ptr<CBitlockerVolume>* volume, std::string* why);
+
+  // Whether `path` carries a BitLocker volume header; needs no credential.
+  static bool IsBitlocker(const std::string& path);
+
+  const VolumeHeader& header() const { return header_; }
+  // The copy that describes the volume (the first usable one).
+  const FveMetadataBlock& metadata() const { return copies_.blocks.front(); }
+  const MetadataCopies& copies() const { return copies_; }
+  uint64_t deviceSize() const { return source_->Size(); }
+
+  // Unlocks the volume with `credential`.  `lanes` is how many threads
+  // decrypt a large read; zero means one per core.
+  Status Unlock(const Credential& credential, std::unique_ptr<CUnlockedVolume>* unlocked,
+                std::string* why, unsigned lanes = 0) const;
+
+ private:
+  CBitlockerVolume() = default;
+
+  std::shared_ptr<const IByteSource> source_;
+  VolumeHeader header_;
+  MetadataCopies copies_;
+};
+
+}  // namespace bitlocker
+
+#endif  // ZQ_BITLOCKER_ENGINE_CBITLOCKERVOLUME_H_

@@ -1,0 +1,105 @@
+#include "CCbcSectorCipher.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "Bytes.h"
+#include "ElephantDiffuser.h"
+
+namespace bitlocker {
+namespace {
+
+constexpr size_t kBlock = 16;
+
+const EVP_CIPHER* EcbFor(size_t keySize) {
+  return keySize == 16 ? EVP_aes_128_ecb() : EVP_aes_256_ecb();
+}
+
+const EVP_CIPHER* CbcFor(size_t keySize) {
+  return keySize == 16 ? EVP_aes_128_cbc() : EVP_aes_256_cbc();
+}
+
+bool ValidKeySize(size_t size) { return size == 16 || size == 32; }
+
+bool EncryptInPlace(EVP_CIPHER_CTX* ctx, uint8_t* data, size_t size) {
+  int length = 0;
+  return EVP_EncryptUpdate(ctx, data, &length, data, static_cast<int>(size)) == 1;
+}
+
+}  // namespace
+
+std::unique_ptr<CCbcSectorCipher> CCbcSectorCipher::Make(const CSecureBuffer& key,
+                                                         const CSecureBuffer& tweakKey,
+                                                         uint32_t sectorSize) {
+  if (!ValidKeySize(key.size()) || sectorSize % kBlock != 0 || sectorSize == 0) return nullptr;
+  std::unique_ptr<CCbcSectorCipher> cipher(new CCbcSectorCipher());
+  cipher->sectorSize_ = sectorSize;
+  cipher->ivCipher_ = MakeEvpCipherContext(EcbFor(key.size()), key.data(), true);
+  cipher->cbc_ = MakeEvpCipherContext(CbcFor(key.size()), key.data(), false);
+  if (!cipher->ivCipher_ || !cipher->cbc_) return nullptr;
+  if (!tweakKey.empty()) {
+    if (!ValidKeySize(tweakKey.size())) return nullptr;
+    cipher->tweakCipher_ = MakeEvpCipherContext(EcbFor(tweakKey.size()), tweakKey.data(), true);
+    if (!cipher->tweakCipher_) return nullptr;
+    cipher->sectorKeys_ = CSecureBuffer(kBatch * 2 * kBlock);
+  }
+  cipher->ivs_ = CSecureBuffer(kBatch * kBlock);
+  cipher->lastBlocks_ = CSecureBuffer(kBatch * kBlock);
+  return cipher;
+}
+
+bool CCbcSectorCipher::Decrypt(uint64_t offset, uint8_t* data, size_t count) {
+  while (count > 0) {
+    size_t batch = std::min(count, kBatch);
+    if (!DecryptBatch(offset, data, batch)) return false;
+    offset += static_cast<uint64_t>(batch) * sectorSize_;
+    data += batch * sectorSize_;
+    count -= batch;
+  }
+  return true;
+}
+
+// The batch is decrypted as one CBC stream, which chains each sector to the
+// last cipher block of the one before; the first block of every later
+// sector is then corrected to its own IV.
+bool CCbcSectorCipher::DecryptBatch(uint64_t offset, uint8_t* data, size_t count) {
+  uint8_t* ivs = ivs_.data();
+  uint8_t* last = lastBlocks_.data();
+  for (size_t k = 0; k < count; ++k) {
+    StoreLe128(offset + static_cast<uint64_t>(k) * sectorSize_, ivs + k * kBlock);
+    if (k + 1 < count) std::memcpy(last + k * kBlock, data + (k + 1) * sectorSize_ - kBlock, kBlock);
+  }
+  if (!EncryptInPlace(ivCipher_.get(), ivs, count * kBlock)) return false;
+
+  int length = 0;
+  if (EVP_DecryptInit_ex(cbc_.get(), nullptr, nullptr, nullptr, ivs) != 1 ||
+      EVP_DecryptUpdate(cbc_.get(), data, &length, data, static_cast<int>(count * sectorSize_)) != 1) {
+    return false;
+  }
+  for (size_t k = 1; k < count; ++k) {
+    uint8_t* first = data + k * sectorSize_;
+    for (size_t b = 0; b < kBlock; ++b) first[b] ^= last[(k - 1) * kBlock + b] ^ ivs[k * kBlock + b];
+  }
+  return !tweakCipher_ || UndoDiffuser(offset, data, count);
+}
+
+bool CCbcSectorCipher::UndoDiffuser(uint64_t offset, uint8_t* data, size_t count) {
+  uint8_t* keys = sectorKeys_.data();
+  for (size_t k = 0; k < count; ++k) {
+    uint8_t* sectorKey = keys + k * 2 * kBlock;
+    StoreLe128(offset + static_cast<uint64_t>(k) * sectorSize_, sectorKey);
+    std::memcpy(sectorKey + kBlock, sectorKey, kBlock);
+    sectorKey[kBlock + 15] = 0x80;
+  }
+  if (!EncryptInPlace(tweakCipher_.get(), keys, count * 2 * kBlock)) return false;
+  for (size_t k = 0; k < count; ++k) {
+    uint8_t* sector = data + k * sectorSize_;
+    const uint8_t* sectorKey = keys + k * 2 * kBlock;
+    DiffuserBDecrypt(sector, sectorSize_);
+    DiffuserADecrypt(sector, sectorSize_);
+    for (size_t i = 0; i < sectorSize_; ++i) sector[i] ^= sectorKey[i % (2 * kBlock)];
+  }
+  return true;
+}
+
+}  // namespace bitlocker

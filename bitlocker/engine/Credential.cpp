@@ -1,0 +1,63 @@
+#include "Credential.h"
+
+#include <openssl/crypto.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "KeyDerivation.h"
+
+namespace bitlocker {
+
+Credential Credential::Password(std::string text) { return Credential(Kind::kPassword, std::move(text)); }
+
+Credential Credential::RecoveryPassword(std::string text) {
+  return Credential(Kind::kRecoveryPassword, std::move(text));
+}
+
+Credential Credential::StartupKeyFile(std::string path) {
+  return Credential(Kind::kStartupKeyFile, std::move(path));
+}
+
+Credential Credential::ClearKey() { return Credential(Kind::kClearKey, std::string()); }
+
+Credential Credential::FromText(const std::string& text) {
+  if (text.empty()) return ClearKey();
+  struct stat st;
+  if (::stat(text.c_str(), &st) == 0 && S_ISREG(st.st_mode) && ::access(text.c_str(), R_OK) == 0) {
+    return StartupKeyFile(text);
+  }
+  if (HasRecoveryPasswordShape(text)) return RecoveryPassword(text);
+  return Password(text);
+}
+
+Credential& Credential::operator=(const Credential& other) {
+  if (this != &other) {
+    Wipe();
+    kind_ = other.kind_;
+    text_ = other.text_;
+  }
+  return *this;
+}
+
+Credential::~Credential() { Wipe(); }
+
+void Credential::Wipe() {
+  if (!text_.empty()) OPENSSL_cleanse(&text_[0], text_.size());
+  text_.clear();
+}
+
+const char* CredentialKindName(Credential::Kind kind) {
+  switch (kind) {
+    case Credential::Kind::kClearKey:
+      return "clear key";
+    case Credential::Kind::kPassword:
+      return "password";
+    case Credential::Kind::kRecoveryPassword:
+      return "recovery password";
+    case Credential::Kind::kStartupKeyFile:
+      return "startup key file";
+  }
+  return "credential";
+}
+
+}  // namespace bitlocker

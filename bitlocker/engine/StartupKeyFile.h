@@ -1,0 +1,32 @@
+// Startup key (.BEK) files: a metadata header followed by external key
+// entries, each a key identifier with a 256-bit key in the clear.
+#ifndef ZQ_BITLOCKER_ENGINE_STARTUPKEYFILE_H_
+#define ZQ_BITLOCKER_ENGINE_STARTUPKEYFILE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "CSecureBuffer.h"
+#include "Guid.h"
+
+namespace bitlocker {
+
+struct StartupKey {
+  Guid id;  // matches the key identifier of the protector it opens
+  CSecureBuffer key;
+};
+
+// The keys of a .BEK file's contents; nullopt when the contents are not a
+// startup key file or hold no 256-bit key.
+std::optional<std::vector<StartupKey>> ParseStartupKeyFile(const uint8_t* data, size_t size);
+
+// Reads and parses the .BEK file at `path`.  Sets *ioError when the file
+// could not be read (as opposed to not being a startup key file).
+std::optional<std::vector<StartupKey>> ReadStartupKeyFile(const std::string& path, bool* ioError);
+
+}  // namespace bitlocker
+
+#endif  // ZQ_BITLOCKER_ENGINE_STARTUPKEYFILE_H_

@@ -1,0 +1,40 @@
+// The first sector of a BitLocker volume: which generation of the format it
+// is, its sector size, and where the FVE metadata blocks lie.
+#ifndef ZQ_BITLOCKER_ENGINE_VOLUMEHEADER_H_
+#define ZQ_BITLOCKER_ENGINE_VOLUMEHEADER_H_
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+#include "Guid.h"
+
+namespace bitlocker {
+
+enum class VolumeKind {
+  kVista,     // "-FVE-FS-" header, one metadata block given as a cluster
+  kWindows7,  // "-FVE-FS-" header with the BitLocker GUID (Windows 7 and later)
+  kToGo,      // a FAT discovery volume carrying the BitLocker GUID
+};
+
+struct VolumeHeader {
+  static constexpr size_t kSize = 512;
+
+  VolumeKind kind = VolumeKind::kWindows7;
+  uint32_t bytesPerSector = 512;
+  uint32_t sectorsPerCluster = 0;
+  // Offsets of the three FVE metadata blocks from the volume's start.  A
+  // Vista header names only the first; the block itself names all three.
+  std::array<uint64_t, 3> metadataOffsets{};
+};
+
+// Parses the volume's first 512 bytes; nullopt when they do not hold a
+// BitLocker volume header.
+std::optional<VolumeHeader> ParseVolumeHeader(const uint8_t* sector);
+
+const char* VolumeKindName(VolumeKind kind);
+
+}  // namespace bitlocker
+
+#endif  // ZQ_BITLOCKER_ENGINE_VOLUMEHEADER_H_

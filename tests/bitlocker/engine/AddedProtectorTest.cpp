@@ -1,0 +1,143 @@
+// Protectors that none of the images has, a clear key and a password beyond
+// ASCII, added to a real volume: the entries are sealed here with OpenSSL's
+// AES-CCM around the volume master key, and appended to the first metadata
+// copy.
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+
+#include "Bytes.h"
+#include "CBitlockerVolume.h"
+#include "KeyDerivation.h"
+#include "KeyProtector.h"
+#include "PatchedImageTest.h"
+#include "VolumeReading.h"
+
+using namespace bitlocker;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes Le(uint64_t value, int size) {
+  Bytes bytes(size);
+  for (int i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(value >> (8 * i));
+  return bytes;
+}
+
+Bytes Join(std::initializer_list<Bytes> parts) {
+  Bytes joined;
+  for (const auto& part : parts) joined.insert(joined.end(), part.begin(), part.end());
+  return joined;
+}
+
+Bytes Entry(uint16_t type, uint16_t valueType, const Bytes& value) {
+  return Join({Le(8 + value.size(), 2), Le(type, 2), Le(valueType, 2), Le(1, 2), value});
+}
+
+Bytes KeyEntry(const Bytes& key) { return Entry(0, 1, Join({Le(0x2000, 4), key})); }
+
+// AES-CCM with a 12-byte nonce and a 16-byte MAC, stored nonce, MAC, data.
+Bytes SealedKeyEntry(const Bytes& key, const Bytes& plain) {
+  Bytes nonce = {1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 0, 0};
+  Bytes sealed(plain.size()), mac(16);
+  EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
+  int length = 0;
+  EVP_EncryptInit_ex(ctx, EVP_aes_256_ccm(), nullptr, nullptr, nullptr);
+  EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_AEAD_SET_IVLEN, 12, nullptr);
+  EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_AEAD_SET_TAG, 16, nullptr);
+  EVP_EncryptInit_ex(ctx, nullptr, nullptr, key.data(), nonce.data());
+  EVP_EncryptUpdate(ctx, sealed.data(), &length, plain.data(), static_cast<int>(plain.size()));
+  EVP_EncryptFinal_ex(ctx, sealed.data() + length, &length);
+  EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_AEAD_GET_TAG, 16, mac.data());
+  EVP_CIPHER_CTX_free(ctx);
+  return Entry(0, 5, Join({nonce, mac, sealed}));
+}
+
+Bytes VolumeMasterKeyEntry(uint16_t protection, const Bytes& properties) {
+  Bytes id(16, 0x5a);
+  return Entry(2, 8, Join({id, Le(0, 8), Le(0, 2), Le(protection, 2), properties}));
+}
+
+class AddedProtectorTest : public PatchedImageTest {
+ protected:
+  void SetUp() override {
+    PatchedImageTest::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    firstCopy_ = offsets_[0];
+    std::unique_ptr<CBitlockerVolume> volume;
+    std::string why;
+    ASSERT_EQ(CBitlockerVolume::Open(source_, &volume, &why), Status::kOk) << why;
+
+    StretchCache cache;
+    for (const auto& protector : ListKeyProtectors(volume->metadata().metadata)) {
+      if (protector.protection != kProtectionPassword) continue;
+      auto key = OpenWithSecretHash(protector, *PasswordHash(image_->password), &cache);
+      if (key) volumeMasterKey_.assign(key->data(), key->data() + key->size());
+    }
+    ASSERT_EQ(volumeMasterKey_.size(), 32u);
+  }
+
+  void AppendToFirstCopy(const Bytes& entry) {
+    uint8_t size[4];
+    ASSERT_TRUE(source_->ReadAt(firstCopy_ + 64, size, 4));
+    uint32_t metadataSize = LoadLe32(size);
+    source_->Patch(firstCopy_ + 64 + metadataSize, entry);
+    source_->Patch(firstCopy_ + 64, Le(metadataSize + entry.size(), 4));
+  }
+
+  // Unlocks with `credential` and checks the whole volume's digest.
+  void ExpectOpensWith(const Credential& credential) {
+    std::unique_ptr<CBitlockerVolume> volume;
+    std::unique_ptr<CUnlockedVolume> unlocked;
+    std::string why;
+    ASSERT_EQ(CBitlockerVolume::Open(source_, &volume, &why), Status::kOk) << why;
+    ASSERT_EQ(volume->Unlock(credential, &unlocked, &why), Status::kOk) << why;
+    Bytes bytes = ReadWholeVolume(*unlocked);
+    EXPECT_EQ(testimages::Sha256Hex(bytes.data(), bytes.size()), image_->decryptedSha256);
+  }
+
+  Status UnlockStatus(const Credential& credential) {
+    std::unique_ptr<CBitlockerVolume> volume;
+    std::unique_ptr<CUnlockedVolume> unlocked;
+    std::string why;
+    EXPECT_EQ(CBitlockerVolume::Open(source_, &volume, &why), Status::kOk) << why;
+    return volume ? volume->Unlock(credential, &unlocked, &why) : Status::kIoError;
+  }
+
+  uint64_t firstCopy_ = 0;
+  Bytes volumeMasterKey_;
+};
+
+TEST_F(AddedProtectorTest, AClearKeyOpensWithAnEmptyCredential) {
+  EXPECT_EQ(UnlockStatus(Credential::ClearKey()), Status::kWrongCredential);
+  Bytes clearKey(32);
+  for (size_t i = 0; i < clearKey.size(); ++i) clearKey[i] = static_cast<uint8_t>(0x11 * i + 3);
+  AppendToFirstCopy(VolumeMasterKeyEntry(
+      kProtectionClearKey,
+      Join({KeyEntry(clearKey), SealedKeyEntry(clearKey, KeyEntry(volumeMasterKey_))})));
+  ExpectOpensWith(Credential::ClearKey());
+  ExpectOpensWith(Credential::FromText(""));
+}
+
+TEST_F(AddedProtectorTest, APasswordBeyondAsciiOpensFromItsUtf8Text) {
+  // "Grüße, 世界 😀": two-byte, three-byte and four-byte UTF-8.
+  const std::string password = "Gr\xc3\xbc\xc3\x9f" "e, \xe4\xb8\x96\xe7\x95\x8c \xf0\x9f\x98\x80";
+  Bytes salt = {9, 8, 7, 6, 5, 4, 3, 2, 1, 0, 1, 2, 3, 4, 5, 6};
+  CSecureBuffer key = StretchKey(*PasswordHash(password), salt.data());
+  Bytes stretchKey = Entry(0, 3, Join({Le(0x1000, 4), salt}));
+  AppendToFirstCopy(VolumeMasterKeyEntry(
+      kProtectionPassword,
+      Join({stretchKey, SealedKeyEntry(Bytes(key.data(), key.data() + key.size()),
+                                       KeyEntry(volumeMasterKey_))})));
+
+  ExpectOpensWith(Credential::FromText(password));
+  ExpectOpensWith(Credential::Password(image_->password));
+  // The same letters without the marks, and the text cut short inside its
+  // last character, are other passwords.
+  EXPECT_EQ(UnlockStatus(Credential::Password("Grusse, \xe4\xb8\x96\xe7\x95\x8c \xf0\x9f\x98\x80")),
+            Status::kWrongCredential);
+  EXPECT_EQ(UnlockStatus(Credential::Password(password.substr(0, password.size() - 1))),
+            Status::kWrongCredential);
+}
+
+}  // namespace

@@ -1,0 +1,109 @@
+// The library's two entry points, as the service calls them.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <vector>
+
+#include "IVolume.h"
+#include "TestImages.h"
+#include "VolumeReading.h"
+
+namespace {
+
+struct VolumeDeleter {
+  void operator()(IVolume* volume) const { delete volume; }
+};
+using VolumePtr = std::unique_ptr<IVolume, VolumeDeleter>;
+
+int Open(const std::string& device, const std::string& credential, VolumePtr* volume) {
+  IVolume* raw = reinterpret_cast<IVolume*>(0x1);
+  int status = open_bitlocker_device(device.c_str(), credential.c_str(), &raw);
+  volume->reset(raw);
+  if (status != kBitlockerOpened) {
+    EXPECT_EQ(raw, nullptr) << "a volume came with status " << status;
+  }
+  return status;
+}
+
+// A FAT32 boot sector as Windows writes it, without the BitLocker marks.
+std::vector<uint8_t> PlainFatImage() {
+  std::vector<uint8_t> image(1024 * 1024, 0);
+  const uint8_t jump[] = {0xeb, 0x58, 0x90};
+  std::copy(jump, jump + 3, image.begin());
+  const char oem[] = "MSWIN4.1";
+  std::copy(oem, oem + 8, image.begin() + 3);
+  image[11] = 0x00;
+  image[12] = 0x02;  // 512 bytes per sector
+  image[13] = 8;
+  const char type[] = "FAT32   ";
+  std::copy(type, type + 8, image.begin() + 82);
+  image[510] = 0x55;
+  image[511] = 0xaa;
+  return image;
+}
+
+TEST(BitlockerLibrary, TellsBitlockerVolumesFromPlainDevices) {
+  ZQ_REQUIRE_IMAGES(images);
+  for (const auto& image : *images) EXPECT_TRUE(is_bitlocker_drive(image.path.c_str())) << image.name;
+
+  EXPECT_FALSE(is_bitlocker_drive(
+      testimages::WriteScratchFile("zero.img", std::vector<uint8_t>(1024 * 1024, 0)).c_str()));
+  EXPECT_FALSE(is_bitlocker_drive(testimages::WriteScratchFile("fat.img", PlainFatImage()).c_str()));
+  EXPECT_FALSE(is_bitlocker_drive((testimages::ScratchFolder() + "/missing").c_str()));
+  EXPECT_FALSE(is_bitlocker_drive(""));
+  EXPECT_FALSE(is_bitlocker_drive(nullptr));
+}
+
+TEST(BitlockerLibrary, OpensEveryImageWithEachKindOfCredentialText) {
+  ZQ_REQUIRE_IMAGES(images);
+  for (const auto& image : *images) {
+    SCOPED_TRACE(image.name);
+    // A password where there is one, else a startup key file's path, else
+    // the recovery password; all three are told apart from the text alone.
+    std::string credential = !image.password.empty()       ? image.password
+                             : !image.startupKeyPath.empty() ? image.startupKeyPath
+                                                             : image.recoveryPassword;
+    VolumePtr volume;
+    ASSERT_EQ(Open(image.path, credential, &volume), kBitlockerOpened);
+    ASSERT_TRUE(volume);
+    std::vector<uint8_t> bytes = ReadWholeVolume(*volume, 1024 * 1024 + 512);
+    ASSERT_EQ(bytes.size(), volume->Size());
+    EXPECT_EQ(testimages::Sha256Hex(bytes.data(), bytes.size()), image.decryptedSha256);
+
+    std::string undashed = image.recoveryPassword;
+    undashed.erase(std::remove(undashed.begin(), undashed.end(), '-'), undashed.end());
+    EXPECT_EQ(Open(image.path, undashed, &volume), kBitlockerOpened);
+  }
+}
+
+TEST(BitlockerLibrary, ReportsEachFailureWithItsStatus) {
+  std::string why;
+  const testimages::Image* image = testimages::FindImage("bitlk-aes-xts-128-smart-card", &why);
+  if (!image) GTEST_SKIP() << why;
+  VolumePtr volume;
+  EXPECT_EQ(Open(image->path, "anaconda", &volume), kBitlockerWrongCredential);
+  EXPECT_EQ(Open(image->path, "", &volume), kBitlockerWrongCredential);
+  EXPECT_EQ(Open(image->path, "538329-080597-399190-348700-323345-161062-279807-230979", &volume),
+            kBitlockerWrongCredential);
+  EXPECT_EQ(Open(testimages::WriteScratchFile("zeros.img", std::vector<uint8_t>(65536, 0)), "x", &volume),
+            kBitlockerNotBitlocker);
+  EXPECT_EQ(Open(testimages::ScratchFolder() + "/missing.img", "x", &volume), kBitlockerIoError);
+
+  IVolume* raw = nullptr;
+  EXPECT_NE(open_bitlocker_device(nullptr, "x", &raw), kBitlockerOpened);
+  EXPECT_NE(open_bitlocker_device(image->path.c_str(), "x", nullptr), kBitlockerOpened);
+}
+
+TEST(BitlockerLibrary, ExportsOnlyItsEntryPoints) {
+  void* library = ::dlopen(ZQ_LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_TRUE(library) << ::dlerror();
+  EXPECT_TRUE(::dlsym(library, "is_bitlocker_drive"));
+  EXPECT_TRUE(::dlsym(library, "open_bitlocker_device"));
+  // bitlocker::StatusName(bitlocker::Status), an engine function inside.
+  EXPECT_FALSE(::dlsym(library, "_ZN9bitlocker10StatusNameENS_6StatusE"));
+  ::dlclose(library);
+}
+
+}  // namespace
