@@ -49,28 +49,26 @@ uint32_t CPipeDataWrapper::GetCommandDataLen(COMMAND_TYPE type) {
 
 bool CPipeDataWrapper::InitializeWithCmdDataWrapper(CCommandDataWrapper<char>* pData) {
   ZQ_REQUIRE(pData);
-  const uint32_t length = GetCommandDataLen(static_cast<COMMAND_TYPE>(ReadType(pData)));
-  if (length == 0) {
-    record_ = nullptr;
-    return false;
-  }
-  record_ = static_cast<CCommandDataWrapper<char>*>(std::malloc(sizeof(CCommandDataWrapper<char>)));
-  std::memset(record_, 0, sizeof(CCommandDataWrapper<char>));
-  std::memcpy(record_, pData, length);
+  if (!CopyRecord(pData)) return false;
   std::memset(message_, 0, sizeof message_);
-  std::memcpy(message_, pData, length);
+  std::memcpy(message_, pData, GetCommandDataLen(static_cast<COMMAND_TYPE>(record_->type)));
   return true;
 }
 
 bool CPipeDataWrapper::InitializeWithPipeMessage(char* message) {
   ZQ_REQUIRE(message);
-  const uint32_t length = GetCommandDataLen(static_cast<COMMAND_TYPE>(ReadType(message)));
+  return CopyRecord(message);
+}
+
+bool CPipeDataWrapper::CopyRecord(const void* bytes) {
+  const uint32_t length = GetCommandDataLen(static_cast<COMMAND_TYPE>(ReadType(bytes)));
   if (length == 0) {
     record_ = nullptr;
     return false;
   }
-  record_ = static_cast<CCommandDataWrapper<char>*>(std::malloc(sizeof(CCommandDataWrapper<char>)));
-  std::memset(record_, 0, sizeof(CCommandDataWrapper<char>));
-  std::memcpy(record_, message, length);
+  // The whole record type is allocated, zero behind the command's own
+  // length, so that no field read runs past the copy.
+  record_ = static_cast<CCommandDataWrapper<char>*>(std::calloc(1, sizeof(CCommandDataWrapper<char>)));
+  std::memcpy(record_, bytes, length);
   return true;
 }

@@ -35,6 +35,10 @@ class CPipeDataWrapper {
   CCommandDataWrapper<char>* getCommandDataWrapper() const { return record_; }
 
  private:
+  // Copies the record at `bytes`, sized by its type; false for an unknown
+  // type.
+  bool CopyRecord(const void* bytes);
+
   CCommandDataWrapper<char>* record_;
   char message_[kMessageSize];
 };

@@ -42,7 +42,7 @@ int CBitlockerExplorer::OpenExplorer(const std::optional<std::string>& bsdName,
       status == 0) {
     // The explorer opens the volume itself; the service keeps nothing of it.
     delete volume;
-    const std::string commandLine = EscapeBlanks(explorerPath_) + " " + rawDevice + " " + SingleQuoted(credential) + " &";
+    const std::string commandLine = EscapeBlanks(explorerPath_) + " " + SingleQuoted(rawDevice) + " " + SingleQuoted(credential) + " &";
     std::system(commandLine.c_str());
   }
   return status;

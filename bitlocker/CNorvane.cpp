@@ -46,9 +46,10 @@ int CNorvane::Bitlocker_Mount(const OptionalString& bsdName, const OptionalStrin
                               const OptionalString& mountArg3, const OptionalString& mountArg4) {
   if (!Unmount(bsdName)) return kResultUnmountFailed;
   const std::string rawDevice = getDeviceRname(BlockDevicePath(bsdName).c_str());
-  // The second word goes to the shell as the client wrote it, the third is
-  // quoted as it stands, and only the credential is protected against quotes.
-  const std::string commandLine = EscapeBlanks(mounterPath_) + " " + rawDevice + " " + Described(mountArg2) +
+  // The raw device is quoted so that an empty one is still a word.  The
+  // mount point goes to the shell as the client wrote it, the options are
+  // quoted as they stand, and the credential is protected against quotes.
+  const std::string commandLine = EscapeBlanks(mounterPath_) + " " + SingleQuoted(rawDevice) + " " + Described(mountArg2) +
                                   " '" + Described(mountArg3) + "' " + SingleQuoted(Described(mountArg4));
   const int status = std::system(commandLine.c_str());
   return (status >> 8) & 0xFF;

@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build and the tests need (run as root).
+# Installs the Debian packages the build, the tests and the benchmarks need
+# (run as root).  dislocker and libbde-utils are only the benchmarks'
+# reference readers; the product never links them.
 set -euo pipefail
 
 packages=(
   build-essential cmake pkg-config git
   libgtest-dev libgmock-dev
   libssl-dev libfuse3-dev fuse3
-  python3 util-linux mount
+  python3 util-linux mount xz-utils openssl
   dosfstools mtools ntfs-3g exfat-fuse
   clang libclang-rt-14-dev
+  dislocker libbde-utils
 )
 
 missing=()

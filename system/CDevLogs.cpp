@@ -1,6 +1,7 @@
 #include "CDevLogs.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -20,12 +21,16 @@ CDevLogs* CDevLogs::Instance() {
   return &logs;
 }
 
-CDevLogs::CDevLogs(const std::string& path, int extraOpenFlags) : file_(nullptr), message_{} {
-  const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | extraOpenFlags, 0666);
-  if (fd >= 0) {
+CDevLogs::CDevLogs(const std::string& path) : file_(nullptr), message_{} {
+  // Non-blocking, so that a FIFO planted at the path cannot hold the open.
+  const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
+  if (fd < 0) return;
+  struct stat info;
+  if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
+    fcntl(fd, F_SETFL, O_APPEND);
     file_ = fdopen(fd, "a");
-    if (file_ == nullptr) close(fd);
   }
+  if (file_ == nullptr) close(fd);
   line_.reserve(kLineBufferSize);
 }
 

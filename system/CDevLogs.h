@@ -22,11 +22,12 @@ class CDevLogs {
   // process exit.
   static CDevLogs* Instance();
 
-  // A log appending to `path`, which is made (mode 0666 less the umask)
-  // when missing.  `extraOpenFlags` are added to the flags of open(2); with
-  // O_NOFOLLOW a symbolic link at `path` is refused.  When the file cannot
+  // A log appending to `path`, which is made (mode 0644)
+  // when missing.  Anyone may plant something at a path under /tmp, so a
+  // symbolic link or anything but a regular file there is refused, and
+  // opening never waits.  When the file cannot
   // be opened, every line is dropped.
-  explicit CDevLogs(const std::string& path, int extraOpenFlags = 0);
+  explicit CDevLogs(const std::string& path);
   ~CDevLogs();
   CDevLogs(const CDevLogs&) = delete;
   CDevLogs& operator=(const CDevLogs&) = delete;

@@ -9,11 +9,13 @@
 
 namespace {
 
-// Runs a program and waits; true when it exits with status 0.
+// Runs a program and waits; true when it exits with status 0.  Its output
+// goes to standard error, where it cannot break the table of figures.
 bool RunProgram(const std::vector<std::string>& argv) {
   pid_t child = ::fork();
   if (child < 0) return false;
   if (child == 0) {
+    ::dup2(STDERR_FILENO, STDOUT_FILENO);
     std::vector<char*> args;
     for (const auto& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);

@@ -4,44 +4,58 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <vector>
 
-#include "DeviceSize.h"
+#include "DeviceGeometry.h"
 
 namespace bitlocker {
+namespace {
 
-std::unique_ptr<CFileSource> CFileSource::Open(const std::string& path) {
+// How much a read through whole blocks takes at a time.
+constexpr size_t kBlockWindow = 1024 * 1024;
+
+}  // namespace
+
+std::unique_ptr<CFileSource> CFileSource::Open(const std::string& path, uint32_t alignment) {
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return nullptr;
   struct stat st;
-  uint64_t size = 0;
-  bool known = false;
+  std::optional<DeviceGeometry> geometry;
+  uint32_t needed = 1;
   if (::fstat(fd, &st) == 0) {
     if (S_ISREG(st.st_mode)) {
-      size = static_cast<uint64_t>(st.st_size);
-      known = true;
+      geometry = DeviceGeometry{static_cast<uint64_t>(st.st_size), 1};
     } else if (S_ISBLK(st.st_mode) || S_ISCHR(st.st_mode)) {
-      if (auto deviceSize = BlockDeviceSize(fd)) {
-        size = *deviceSize;
-        known = true;
-      }
+      geometry = QueryDeviceGeometry(fd);
+      // Block devices are read through the system's cache, which takes any
+      // offset; raw devices are not.
+      if (geometry && S_ISCHR(st.st_mode)) needed = std::max(1u, geometry->blockSize);
     } else {
       errno = EINVAL;
     }
   }
-  if (!known) {
+  if (!geometry) {
     int saved = errno;
     ::close(fd);
     errno = saved ? saved : EINVAL;
     return nullptr;
   }
-  return std::unique_ptr<CFileSource>(new CFileSource(fd, size));
+  return std::unique_ptr<CFileSource>(
+      new CFileSource(fd, geometry->size, alignment ? alignment : needed));
 }
 
 CFileSource::~CFileSource() { ::close(fd_); }
 
 bool CFileSource::ReadAt(uint64_t offset, void* buffer, size_t length) const {
   auto* out = static_cast<uint8_t*>(buffer);
+  if (offset % alignment_ == 0 && length % alignment_ == 0) return ReadExactly(offset, out, length);
+  return ReadThroughBlocks(offset, out, length);
+}
+
+bool CFileSource::ReadExactly(uint64_t offset, uint8_t* out, size_t length) const {
   while (length > 0) {
     ssize_t got = ::pread(fd_, out, length, static_cast<off_t>(offset));
     if (got < 0) {
@@ -55,6 +69,30 @@ bool CFileSource::ReadAt(uint64_t offset, void* buffer, size_t length) const {
     out += got;
     offset += static_cast<uint64_t>(got);
     length -= static_cast<size_t>(got);
+  }
+  return true;
+}
+
+bool CFileSource::ReadThroughBlocks(uint64_t offset, uint8_t* out, size_t length) const {
+  std::vector<uint8_t> window;
+  while (length > 0) {
+    uint64_t start = offset / alignment_ * alignment_;
+    size_t skip = static_cast<size_t>(offset - start);
+    size_t span = std::min(kBlockWindow, skip + length);
+    span = (span + alignment_ - 1) / alignment_ * alignment_;
+    // A file whose size is not a whole number of blocks ends mid-block.
+    if (start < size_) span = static_cast<size_t>(std::min<uint64_t>(span, size_ - start));
+    if (span <= skip) {
+      errno = EIO;
+      return false;
+    }
+    window.resize(span);
+    if (!ReadExactly(start, window.data(), span)) return false;
+    size_t take = std::min(length, span - skip);
+    std::memcpy(out, window.data() + skip, take);
+    out += take;
+    offset += take;
+    length -= take;
   }
   return true;
 }

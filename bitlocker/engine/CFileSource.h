@@ -1,4 +1,5 @@
-// An IByteSource over a block device or a regular file, opened read-only.
+// An IByteSource over a block device, a raw (character) disk device or a
+// regular file, opened read-only.
 #ifndef ZQ_BITLOCKER_ENGINE_CFILESOURCE_H_
 #define ZQ_BITLOCKER_ENGINE_CFILESOURCE_H_
 
@@ -12,8 +13,10 @@ namespace bitlocker {
 class CFileSource : public IByteSource {
  public:
   // Opens `path`; returns null with errno set when it cannot be opened or
-  // its size cannot be learnt.
-  static std::unique_ptr<CFileSource> Open(const std::string& path);
+  // its size cannot be learnt.  Raw disk devices only take reads of whole
+  // blocks, so reads there go through whole blocks; `alignment`, when not
+  // zero, imposes that block size on any file (tests).
+  static std::unique_ptr<CFileSource> Open(const std::string& path, uint32_t alignment = 0);
   ~CFileSource() override;
 
   CFileSource(const CFileSource&) = delete;
@@ -23,10 +26,15 @@ class CFileSource : public IByteSource {
   bool ReadAt(uint64_t offset, void* buffer, size_t length) const override;
 
  private:
-  CFileSource(int fd, uint64_t size) : fd_(fd), size_(size) {}
+  CFileSource(int fd, uint64_t size, uint32_t alignment)
+      : fd_(fd), size_(size), alignment_(alignment) {}
+
+  bool ReadExactly(uint64_t offset, uint8_t* out, size_t length) const;
+  bool ReadThroughBlocks(uint64_t offset, uint8_t* out, size_t length) const;
 
   int fd_;
   uint64_t size_;
+  uint32_t alignment_;  // 1: any offset and length
 };
 
 }  // namespace bitlocker

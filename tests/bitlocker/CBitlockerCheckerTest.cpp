@@ -17,8 +17,9 @@ namespace {
 
 class IsBitlockerTest : public testing::Test {
  protected:
-  void SetUp() override { platform::SetMainBundlePath(bundle.bundlePath()); }
   StubBundle bundle;
+  // The operations take the bundle path when they are made.
+  bool bundleSet = (platform::SetMainBundlePath(bundle.bundlePath()), true);
   CBitlockerChecker checker;
 };
 
@@ -135,51 +136,65 @@ TEST_F(SignatureTest, OpeningTwiceKeepsOneDescriptor) {
 }
 
 // A To Go style volume: a FAT volume whose root holds a marker file that
-// points at the signature elsewhere on the device.
+// points at the signature elsewhere on the device.  Where the kernel has no
+// FAT driver the same volume is built as ext2.
 class MarkerFileTest : public SignatureTest {
  protected:
   void SetUp() override {
     SignatureTest::SetUp();
     if (IsSkipped()) return;
-    if (RunShell("command -v mkfs.fat >/dev/null && command -v mcopy >/dev/null") != 0)
-      GTEST_SKIP() << "mkfs.fat and mcopy (dosfstools, mtools) are needed";
-    Resize(8 << 20);
-    ASSERT_EQ(RunShell("mkfs.fat -F 16 '" + image + "' >/dev/null"), 0);
+    fat = RunShell("grep -qw vfat /proc/filesystems || modprobe vfat 2>/dev/null") == 0;
+    const char* tools = fat ? "command -v mkfs.fat && command -v mcopy" : "command -v mkfs.ext2";
+    if (RunShell(std::string(tools) + " >/dev/null") != 0)
+      GTEST_SKIP() << (fat ? "mkfs.fat and mcopy (dosfstools, mtools) are needed" : "mkfs.ext2 is needed");
+    files = dir + "/files";
     mountPoint = dir + "/volume";
-    ASSERT_EQ(RunShell("mkdir '" + mountPoint + "'"), 0);
+    ASSERT_EQ(RunShell("mkdir '" + files + "' '" + mountPoint + "'"), 0);
   }
 
   // A marker file's 24 bytes: 16 of anything, then the offset bytes.
   void AddMarker(const std::string& name, const std::string& offsetBytes) {
-    const std::string local = dir + "/marker";
-    std::ofstream(local, std::ios::binary | std::ios::trunc) << std::string(16, 'M') << offsetBytes;
-    ASSERT_EQ(RunShell("mcopy -i '" + image + "' '" + local + "' '::" + name + "'"), 0);
+    std::ofstream(files + "/" + name, std::ios::binary) << std::string(16, 'M') << offsetBytes;
   }
+  // Bytes written on the device once the volume is built.
+  void Plant(off_t offset, const std::string& bytes) { planted.emplace_back(offset, bytes); }
+
   void MountVolume() {
+    Resize(8 << 20);
+    if (fat) {
+      ASSERT_EQ(RunShell("mkfs.fat -F 16 '" + image + "' >/dev/null && cd '" + files +
+                         "' && for f in *; do [ -e \"$f\" ] || continue; mcopy -i '" + image + "' \"$f\" \"::$f\"; done"),
+                0);
+    } else {
+      ASSERT_EQ(RunShell("mkfs.ext2 -q -F -d '" + files + "' '" + image + "'"), 0);
+    }
+    for (const auto& [offset, bytes] : planted) WriteAt(image, offset, bytes);
     Attach();
-    ASSERT_TRUE(loop->Mount(mountPoint, "vfat"));
+    ASSERT_TRUE(loop->Mount(mountPoint, fat ? "vfat" : "ext2"));
   }
 
   static std::string Offset(std::initializer_list<unsigned char> bytes) {
     return std::string(bytes.begin(), bytes.end());
   }
 
-  std::string mountPoint;
+  bool fat = false;
+  std::string files, mountPoint;
+  std::vector<std::pair<off_t, std::string>> planted;
 };
 
-constexpr off_t kSignatureNearEnd = (8 << 20) - 4096;
+constexpr off_t kSignatureNearEnd = 0x7f0000;  // near the end, free on both kinds of volume
 
 TEST_F(MarkerFileTest, MarkerLeadsToTheSignature) {
-  WriteAt(image, kSignatureNearEnd, "-FVE-FS-");
-  AddMarker("COV 0000. BL", Offset({0x00, 0xf0, 0x7f, 0, 0, 0, 0, 0}));
+  Plant(kSignatureNearEnd, "-FVE-FS-");
+  AddMarker("COV 0000. BL", Offset({0x00, 0x00, 0x7f, 0, 0, 0, 0, 0}));
   MountVolume();
   EXPECT_TRUE(Check());
 }
 
 TEST_F(MarkerFileTest, OffsetBytesAreSignedAndBorrow) {
   // 80 01 reads as 0x100 - 0x80 = 128, not 0x180: the signature sits at 128.
-  WriteAt(image, 128, "-FVE-FS-");
-  WriteAt(image, 0x180, "xxxxxxxxxxxxxxxx");
+  Plant(128, "-FVE-FS-");
+  Plant(0x180, "xxxxxxxxxxxxxxxx");
   AddMarker("COV 0000. BL", Offset({0x80, 0x01, 0, 0, 0, 0, 0, 0}));
   MountVolume();
   EXPECT_TRUE(Check());
@@ -192,8 +207,8 @@ TEST_F(MarkerFileTest, NegativeOffsetIsNotFound) {
 }
 
 TEST_F(MarkerFileTest, UpperCaseExtensionWinsOverLowerCase) {
-  WriteAt(image, kSignatureNearEnd, "-FVE-FS-");
-  const std::string toSignature = Offset({0x00, 0xf0, 0x7f, 0, 0, 0, 0, 0});
+  Plant(kSignatureNearEnd, "-FVE-FS-");
+  const std::string toSignature = Offset({0x00, 0x00, 0x7f, 0, 0, 0, 0, 0});
   const std::string toNothing = Offset({0x00, 0x10, 0x7f, 0, 0, 0, 0, 0});
   AddMarker("A 0000. bl", toSignature);
   AddMarker("B 0000. BL", toNothing);
@@ -202,15 +217,15 @@ TEST_F(MarkerFileTest, UpperCaseExtensionWinsOverLowerCase) {
 }
 
 TEST_F(MarkerFileTest, LowerCaseExtensionServesWhenThereIsNoUpperCase) {
-  WriteAt(image, kSignatureNearEnd, "-FVE-FS-");
-  AddMarker("A 0000. bl", Offset({0x00, 0xf0, 0x7f, 0, 0, 0, 0, 0}));
+  Plant(kSignatureNearEnd, "-FVE-FS-");
+  AddMarker("A 0000. bl", Offset({0x00, 0x00, 0x7f, 0, 0, 0, 0, 0}));
   MountVolume();
   EXPECT_TRUE(Check());
 }
 
 TEST_F(MarkerFileTest, ExtensionWithoutTheBlankIsNoMarker) {
-  WriteAt(image, kSignatureNearEnd, "-FVE-FS-");
-  AddMarker("COV 0000.BL", Offset({0x00, 0xf0, 0x7f, 0, 0, 0, 0, 0}));
+  Plant(kSignatureNearEnd, "-FVE-FS-");
+  AddMarker("COV 0000.BL", Offset({0x00, 0x00, 0x7f, 0, 0, 0, 0, 0}));
   MountVolume();
   EXPECT_FALSE(Check());
 }

@@ -11,7 +11,6 @@ namespace {
 
 class CBitlockerExplorerTest : public testing::Test {
  protected:
-  void SetUp() override { platform::SetMainBundlePath(bundle.bundlePath()); }
 
   // The explorer is started in the background; wait for its record.
   std::vector<StubCall> WaitForExplorer() {
@@ -24,6 +23,8 @@ class CBitlockerExplorerTest : public testing::Test {
   }
 
   StubBundle bundle;
+  // The operations take the bundle path when they are made.
+  bool bundleSet = (platform::SetMainBundlePath(bundle.bundlePath()), true);
   CBitlockerExplorer explorer;
 };
 

@@ -41,6 +41,8 @@ class ConnectorPair : public testing::Test {
                               kPipeWriteFlags | kPipeCreateFlag);
     near->initPipeConnection(dir("toNear").c_str(), kPipeReadFlags | kPipeCreateFlag, dir("toFar").c_str(),
                              kPipeWriteFlags | kPipeCreateFlag);
+    // The peer's reading thread opens its end within a moment.
+    for (int i = 0; connectPeer && i < 30 && !near->initSendMsg(); ++i) usleep(100 * 1000);
   }
   void TearDown() override {
     near.reset();

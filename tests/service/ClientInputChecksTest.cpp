@@ -61,7 +61,7 @@ class DaemonProgramTest : public testing::Test {
   void SetUp() override {
     if (geteuid() != 0) GTEST_SKIP() << "ownership checks need root to make root-owned bundles";
     // /tmp lets everyone write, so the bundles live in a root-only folder.
-    root = "/var/tmp/zq-daemon-" + std::to_string(getpid());
+    root = "/var/lib/zq-daemon-test-" + std::to_string(getpid());
     bundle = root + "/Zq Norvane.app";
     program = bundle + "/Contents/MacOS/Zq-NorvaneServices";
     ASSERT_EQ(std::system(("mkdir -p -m 755 '" + bundle + "/Contents/MacOS' && chmod 755 '" + root +

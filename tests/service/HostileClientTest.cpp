@@ -31,19 +31,13 @@ std::string WholeLog() {
   return text.str();
 }
 
-class HostileClientTest : public testing::Test {
+class HostileClientTest : public ServiceTestBase {
  protected:
   void SetUp() override {
-    if (!ServiceTestsUnavailable().empty()) GTEST_SKIP() << ServiceTestsUnavailable();
-    bundle = std::make_unique<StubBundle>();
-    service = std::make_unique<ServiceProcess>(bundle->bundlePath());
+    ServiceTestBase::SetUp();
+    if (IsSkipped()) return;
     bundle->Answer("diskutil-unmount.stdout", "successful\n");
   }
-  void TearDown() override {
-    service.reset();
-    bundle.reset();
-  }
-
   void StartWithClient() {
     client = std::make_unique<RawClient>(kMainUIChannel);
     service->Start();
@@ -62,8 +56,6 @@ class HostileClientTest : public testing::Test {
     return ResultOf(*answer);
   }
 
-  std::unique_ptr<StubBundle> bundle;
-  std::unique_ptr<ServiceProcess> service;
   std::unique_ptr<RawClient> client;
 };
 
@@ -135,6 +127,13 @@ TEST_F(HostileClientTest, PlantedLinkAtAChannelIsLeftAloneUntilAFifoIsThere) {
   ASSERT_EQ(RunShell("rm /tmp/zq_btl_2"), 0);
   client = std::make_unique<RawClient>(kMainUIChannel);
   EXPECT_TRUE(Ping(*client)) << "served once a real FIFO is there";
+}
+
+TEST_F(HostileClientTest, PlantedLinkAtTheLogIsNotFollowed) {
+  ASSERT_EQ(RunShell("touch /tmp/victim && ln -s /tmp/victim /tmp/zqlog.log"), 0);
+  StartWithClient();
+  std::ifstream victim("/tmp/victim");
+  EXPECT_EQ(victim.peek(), std::ifstream::traits_type::eof()) << "nothing was written through the link";
 }
 
 TEST_F(HostileClientTest, StartupItemForAForeignWritableBundleIsNotWritten) {

@@ -15,18 +15,8 @@ namespace {
 
 constexpr int kAnswerSeconds = 5;
 
-class ServiceTest : public testing::Test {
+class ServiceTest : public ServiceTestBase {
  protected:
-  void SetUp() override {
-    if (!ServiceTestsUnavailable().empty()) GTEST_SKIP() << ServiceTestsUnavailable();
-    bundle = std::make_unique<StubBundle>();
-    service = std::make_unique<ServiceProcess>(bundle->bundlePath());
-  }
-  void TearDown() override {
-    service.reset();
-    bundle.reset();
-  }
-
   // Starts the service with both clients present and waits until MainUI
   // is served.
   void StartWithClients() {
@@ -66,8 +56,6 @@ class ServiceTest : public testing::Test {
 
   void UnmountSucceeds() { bundle->Answer("diskutil-unmount.stdout", "Volume unmounted successfully\n"); }
 
-  std::unique_ptr<StubBundle> bundle;
-  std::unique_ptr<ServiceProcess> service;
   std::unique_ptr<RawClient> mainUI, explorer;
 };
 

@@ -8,7 +8,6 @@
 #include <fstream>
 #include <initializer_list>
 #include <string>
-#include <vector>
 
 #include "IVolume.h"
 
@@ -48,10 +47,10 @@ extern "C" __attribute__((visibility("default"))) int open_bitlocker_device(cons
   int status = 0;
   std::ifstream(StubFile("open_status")) >> status;
   if (!StubFileExists("open_no_volume")) {
-    // Kept reachable: a volume handed back with a failure is never deleted.
-    static std::vector<IVolume*> handedOut;
-    *volume = new FakeVolume;
-    handedOut.push_back(*volume);
+    // A volume handed back with a failure is never the caller's to delete:
+    // deleting this one would be caught as a bad free.
+    static FakeVolume keptOnFailure;
+    *volume = status == 0 ? new FakeVolume : &keptOnFailure;
   }
   return status;
 }

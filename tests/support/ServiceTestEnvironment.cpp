@@ -140,3 +140,14 @@ std::string MakeRootOwnedBundle() {
            "/Contents/MacOS/Zq-NorvaneServices'");
   return bundle;
 }
+
+void ServiceTestBase::SetUp() {
+  if (!ServiceTestsUnavailable().empty()) GTEST_SKIP() << ServiceTestsUnavailable();
+  bundle = std::make_unique<StubBundle>();
+  service = std::make_unique<ServiceProcess>(bundle->bundlePath());
+}
+
+void ServiceTestBase::TearDown() {
+  service.reset();
+  bundle.reset();
+}

@@ -4,13 +4,17 @@
 
 #include <sys/types.h>
 
+#include <gtest/gtest.h>
+
 #include <array>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "ClientChannels.h"
 #include "CommandData.h"
+#include "StubBundle.h"
 
 void SetServiceTestsUnavailable(const std::string& why);
 // Why these tests cannot run here, or empty.
@@ -61,6 +65,17 @@ class ServiceProcess {
   std::string executable_;
   pid_t pid_ = -1;
   int signal_ = 0;
+};
+
+// One end-to-end test's stub bundle with the service copied into it; the
+// test is skipped where the service tests cannot run.
+class ServiceTestBase : public testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  std::unique_ptr<StubBundle> bundle;
+  std::unique_ptr<ServiceProcess> service;
 };
 
 // A record of `type` with its table length and everything else zero.

@@ -5,6 +5,7 @@
 #ifndef ZQ_TESTS_SUPPORT_STUBBUNDLE_H_
 #define ZQ_TESTS_SUPPORT_STUBBUNDLE_H_
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,12 @@ struct StubCall {
     return program == other.program && arguments == other.arguments;
   }
 };
+
+inline void PrintTo(const StubCall& call, std::ostream* out) {
+  *out << call.program << "(";
+  for (const std::string& argument : call.arguments) *out << "[" << argument << "]";
+  *out << ")";
+}
 
 class StubBundle {
  public:

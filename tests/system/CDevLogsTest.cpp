@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -106,14 +107,30 @@ TEST_F(CDevLogsTest, LinesAreDroppedWhenTheFileCannotBeOpened) {
   CDevLogs(folder_.path() + "/missing-folder/zqlog.log").WriteLog("lost %d", 1);
   EXPECT_NE(access((folder_.path() + "/missing-folder").c_str(), F_OK), 0);
 
-  // A log that refuses symbolic links leaves the link's target alone.
+}
+
+TEST_F(CDevLogsTest, ThingsPlantedAtThePathAreLeftAlone) {
+  // A symbolic link: its target is never written.
   const std::string target = folder_.path() + "/target";
   WriteFile(target, "");
   ASSERT_EQ(symlink(target.c_str(), LogPath().c_str()), 0);
-  CDevLogs(LogPath(), O_NOFOLLOW).WriteLog("lost %d", 2);
+  CDevLogs(LogPath()).WriteLog("lost %d", 2);
   EXPECT_EQ(ReadFile(target), "");
+
+  // A FIFO with nobody reading: the open neither waits nor writes.
+  ASSERT_EQ(unlink(LogPath().c_str()), 0);
+  ASSERT_EQ(mkfifo(LogPath().c_str(), 0666), 0);
+  CDevLogs(LogPath()).WriteLog("lost %d", 3);
+
+  // A new file is made readable by all, writable by root alone.
+  ASSERT_EQ(unlink(LogPath().c_str()), 0);
+  const mode_t saved = umask(0);
   CDevLogs(LogPath()).WriteLog("kept");
-  EXPECT_EQ(Messages(ReadFile(target)), std::vector<std::string>{"kept"});
+  umask(saved);
+  struct stat info;
+  ASSERT_EQ(stat(LogPath().c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0644u);
+  EXPECT_EQ(Messages(ReadFile(LogPath())), std::vector<std::string>{"kept"});
 }
 
 TEST_F(CDevLogsTest, ConcurrentWritersNeverMixTheirLines) {

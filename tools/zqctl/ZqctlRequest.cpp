@@ -155,13 +155,12 @@ bool ParseZqctlArguments(const std::vector<std::string>& arguments, ZqctlRequest
   if (request->help) return true;
   const Subcommand& sub = found->second;
   request->listen = request->subcommand == "listen";
-  if (!FillRecord(sub, request, error)) return false;
-  if (sub.type == eCOMMAND_SET_STARTUP) return ParseStartup(request, error);
+  if (sub.type == eCOMMAND_SET_STARTUP) return FillRecord(sub, request, error) && ParseStartup(request, error);
   if (request->operands.size() != sub.operands) {
     *error = std::string("usage: zqctl ") + sub.synopsis;
     return false;
   }
-  return true;
+  return FillRecord(sub, request, error);
 }
 
 bool SetCredential(const std::string& credential, ZqctlRequest* request, std::string* error) {

@@ -7,11 +7,9 @@
 
 #include "Bytes.h"
 #include "CBitlockerVolume.h"
-#include "CFileSource.h"
-#include "CPatchedSource.h"
 #include "KeyDerivation.h"
 #include "KeyProtector.h"
-#include "TestImages.h"
+#include "PatchedImageTest.h"
 #include "VolumeReading.h"
 
 using namespace bitlocker;
@@ -60,18 +58,15 @@ Bytes VolumeMasterKeyEntry(uint16_t protection, const Bytes& properties) {
   return Entry(2, 8, Join({id, Le(0, 8), Le(0, 2), Le(protection, 2), properties}));
 }
 
-class AddedProtectorTest : public ::testing::Test {
+class AddedProtectorTest : public PatchedImageTest {
  protected:
   void SetUp() override {
-    std::string why;
-    image_ = testimages::FindImage("bitlk-aes-xts-128", &why);
-    if (!image_) GTEST_SKIP() << why;
-    std::shared_ptr<const IByteSource> file = CFileSource::Open(image_->path);
-    ASSERT_TRUE(file);
-    source_ = std::make_shared<CPatchedSource>(file);
+    PatchedImageTest::SetUp();
+    if (IsSkipped() || HasFatalFailure()) return;
+    firstCopy_ = offsets_[0];
     std::unique_ptr<CBitlockerVolume> volume;
+    std::string why;
     ASSERT_EQ(CBitlockerVolume::Open(source_, &volume, &why), Status::kOk) << why;
-    firstCopy_ = volume->header().metadataOffsets[0];
 
     StretchCache cache;
     for (const auto& protector : ListKeyProtectors(volume->metadata().metadata)) {
@@ -109,8 +104,6 @@ class AddedProtectorTest : public ::testing::Test {
     return volume ? volume->Unlock(credential, &unlocked, &why) : Status::kIoError;
   }
 
-  const testimages::Image* image_ = nullptr;
-  std::shared_ptr<CPatchedSource> source_;
   uint64_t firstCopy_ = 0;
   Bytes volumeMasterKey_;
 };

@@ -2,13 +2,14 @@
 // made from a real image by overlaying changed bytes on it.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstring>
 
 #include "Bytes.h"
 #include "CBitlockerVolume.h"
-#include "CFileSource.h"
-#include "CPatchedSource.h"
-#include "TestImages.h"
+#include "PatchedImageTest.h"
 #include "VolumeReading.h"
 
 using namespace bitlocker;
@@ -21,20 +22,26 @@ std::vector<uint8_t> Le64(uint64_t value) {
   return bytes;
 }
 
-class DamagedMetadataTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    std::string why;
-    image_ = testimages::FindImage("bitlk-aes-xts-128", &why);
-    if (!image_) GTEST_SKIP() << why;
-    std::shared_ptr<const IByteSource> file = CFileSource::Open(image_->path);
-    ASSERT_TRUE(file);
-    source_ = std::make_shared<CPatchedSource>(file);
-    std::unique_ptr<CBitlockerVolume> volume;
-    ASSERT_EQ(CBitlockerVolume::Open(source_, &volume, &why), Status::kOk) << why;
-    offsets_ = volume->header().metadataOffsets;
+// Copies the image into the scratch folder, leaving its holes as holes.
+std::string SparseCopy(const IByteSource& image, const std::string& name) {
+  std::string path = testimages::ScratchFolder() + "/" + name;
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  if (fd < 0) return "";
+  bool ok = ::ftruncate(fd, static_cast<off_t>(image.Size())) == 0;
+  std::vector<uint8_t> chunk(65536), zeros(chunk.size(), 0);
+  for (uint64_t at = 0; ok && at < image.Size(); at += chunk.size()) {
+    size_t size = static_cast<size_t>(std::min<uint64_t>(chunk.size(), image.Size() - at));
+    ok = image.ReadAt(at, chunk.data(), size);
+    if (ok && std::memcmp(chunk.data(), zeros.data(), size) != 0) {
+      ok = ::pwrite(fd, chunk.data(), size, static_cast<off_t>(at)) == static_cast<ssize_t>(size);
+    }
   }
+  ::close(fd);
+  return ok ? path : "";
+}
 
+class DamagedMetadataTest : public PatchedImageTest {
+ protected:
   Status OpenPatched(std::unique_ptr<CBitlockerVolume>* volume, std::string* why) {
     return CBitlockerVolume::Open(source_, volume, why);
   }
@@ -53,10 +60,6 @@ class DamagedMetadataTest : public ::testing::Test {
     ADD_FAILURE() << "no entry of type " << type;
     return 0;
   }
-
-  const testimages::Image* image_ = nullptr;
-  std::shared_ptr<CPatchedSource> source_;
-  std::array<uint64_t, 3> offsets_{};
 };
 
 TEST_F(DamagedMetadataTest, ABrokenFirstCopyGivesWayToTheNext) {
@@ -71,6 +74,30 @@ TEST_F(DamagedMetadataTest, ABrokenFirstCopyGivesWayToTheNext) {
   ASSERT_EQ(volume->Unlock(Credential::Password(image_->password), &unlocked, &why), Status::kOk);
   std::vector<uint8_t> bytes = ReadWholeVolume(*unlocked);
   EXPECT_EQ(testimages::Sha256Hex(bytes.data(), bytes.size()), image_->decryptedSha256);
+}
+
+TEST_F(DamagedMetadataTest, AnImageWhoseFirstCopyIsOverwrittenOnDiskStillOpens) {
+  std::string path = SparseCopy(*source_, "first-copy-overwritten.img");
+  ASSERT_FALSE(path.empty());
+  {
+    int fd = ::open(path.c_str(), O_WRONLY);
+    ASSERT_GE(fd, 0);
+    std::vector<uint8_t> garbage(16384, 0xa5);
+    ASSERT_EQ(::pwrite(fd, garbage.data(), garbage.size(), static_cast<off_t>(offsets_[0])),
+              static_cast<ssize_t>(garbage.size()));
+    ::close(fd);
+  }
+  EXPECT_TRUE(CBitlockerVolume::IsBitlocker(path));
+  std::unique_ptr<CBitlockerVolume> volume;
+  std::string why;
+  ASSERT_EQ(CBitlockerVolume::Open(path, &volume, &why), Status::kOk) << why;
+  EXPECT_EQ(volume->copies().blocks.size(), 2u);
+  std::unique_ptr<CUnlockedVolume> unlocked;
+  ASSERT_EQ(volume->Unlock(Credential::Password(image_->password), &unlocked, &why), Status::kOk)
+      << why;
+  std::vector<uint8_t> bytes = ReadWholeVolume(*unlocked);
+  EXPECT_EQ(testimages::Sha256Hex(bytes.data(), bytes.size()), image_->decryptedSha256);
+  ::unlink(path.c_str());
 }
 
 TEST_F(DamagedMetadataTest, ADamagedKeyInOneCopyIsTakenFromAnother) {

@@ -25,17 +25,12 @@ std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
-class ZqctlTest : public testing::Test {
+class ZqctlTest : public ServiceTestBase {
  protected:
   void SetUp() override {
-    if (!ServiceTestsUnavailable().empty()) GTEST_SKIP() << ServiceTestsUnavailable();
-    bundle = std::make_unique<StubBundle>();
-    service = std::make_unique<ServiceProcess>(bundle->bundlePath());
+    ServiceTestBase::SetUp();
+    if (IsSkipped()) return;
     work = bundle->stubDir();
-  }
-  void TearDown() override {
-    service.reset();
-    bundle.reset();
   }
 
   // Runs zqctl with `arguments` (already quoted for the shell) and `input`
@@ -54,8 +49,6 @@ class ZqctlTest : public testing::Test {
     bundle->ClearCalls();
   }
 
-  std::unique_ptr<StubBundle> bundle;
-  std::unique_ptr<ServiceProcess> service;
   std::string work;
 };
 

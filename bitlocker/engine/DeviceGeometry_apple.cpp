@@ -1,0 +1,17 @@
+#include <sys/disk.h>
+#include <sys/ioctl.h>
+
+#include "DeviceGeometry.h"
+
+namespace bitlocker {
+
+std::optional<DeviceGeometry> QueryDeviceGeometry(int fd) {
+  DeviceGeometry geometry;
+  uint64_t blockCount = 0;
+  if (::ioctl(fd, DKIOCGETBLOCKSIZE, &geometry.blockSize) != 0) return std::nullopt;
+  if (::ioctl(fd, DKIOCGETBLOCKCOUNT, &blockCount) != 0) return std::nullopt;
+  geometry.size = blockCount * geometry.blockSize;
+  return geometry;
+}
+
+}  // namespace bitlocker
