@@ -10,8 +10,12 @@ bundle="build/bundle/Zq Norvane.app"
 zqctl=build/bundle/zqctl
 step() { printf '\n\033[1m$ %s\033[0m\n' "$*"; }
 
+mount_point="/tmp/BitLocker Volume"
+
 cleanup() {
+  umount "$mount_point" 2>/dev/null || true
   [ -n "${loop:-}" ] && losetup -d "$loop" 2>/dev/null || true
+  [ -n "${bitlocker_loop:-}" ] && losetup -d "$bitlocker_loop" 2>/dev/null || true
   [ -n "${service_pid:-}" ] && kill "$service_pid" 2>/dev/null || true
 }
 trap cleanup EXIT
@@ -37,6 +41,47 @@ step "ls /Library/LaunchDaemons /Library/LaunchAgents"
 ls /Library/LaunchDaemons /Library/LaunchAgents
 step "zqctl startup off"
 "$zqctl" startup off
+
+# One key of one section of an INI file.
+ini() { awk -F' *= *' -v section="[$2]" -v key="$3" '$0 == section { in_it = 1; next } /^\[/ { in_it = 0 } in_it && $1 == key { print $2 }' "$1"; }
+
+images_tarball=../shared/bitlocker-images.tar.xz
+if [ -f "$images_tarball" ]; then
+  tar -S -xJf "$images_tarball" -C /tmp
+  manifest=/tmp/bitlocker-images/manifest.ini
+  name=$(awk '/^\[/ { print substr($0, 2, length($0) - 2); exit }' "$manifest")
+  password=$(ini "$manifest" "$name" password)
+  [ -n "$password" ] || password=$(ini "$manifest" "$name" recovery_password)
+  bitlocker_loop=$(losetup -f --show -r "/tmp/bitlocker-images/$(ini "$manifest" "$name" file)")
+  disk=${bitlocker_loop#/dev/}
+
+  step "zqctl check $disk    # the image $name"
+  "$zqctl" check "$disk"
+
+  step "echo '$password' | zqctl mount $disk '/tmp/BitLocker\\ Volume' raw"
+  printf '%s\n' "$password" | "$zqctl" mount "$disk" '/tmp/BitLocker\ Volume' raw
+  step "ls -l '$mount_point'"
+  ls -l "$mount_point"
+  step "sha256sum '$mount_point/volume'    # beside the manifest's digest"
+  printf '%s  the mounted volume\n' "$(sha256sum <"$mount_point/volume" | cut -d' ' -f1)"
+  printf '%s  decrypted_sha256 in the manifest\n' "$(ini "$manifest" "$name" decrypted_sha256)"
+
+  step "echo '$password' | zqctl explore $disk    # the explorer prints below"
+  printf '%s\n' "$password" | "$zqctl" explore "$disk"
+  for _ in $(seq 30); do [ -p /tmp/zq_btl_4 ] && break; sleep 0.5; done
+  sleep 2
+  step "zqctl to-explorer x"
+  "$zqctl" to-explorer x
+  sleep 2
+  step "zqctl to-explorer q"
+  "$zqctl" to-explorer q
+  sleep 2
+
+  step "diskutil unmount '$mount_point'    # the bundle's diskutil"
+  "$bundle/Contents/MacOS/diskutil" unmount "$mount_point"
+else
+  printf '\n(no %s: the BitLocker part of the walk-through is skipped)\n' "$images_tarball"
+fi
 
 step "zqctl exit"
 "$zqctl" exit

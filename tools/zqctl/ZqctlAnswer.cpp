@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "IVolume.h"
+#include "MounterStatus.h"
 
 namespace {
 
@@ -30,8 +31,9 @@ std::string TextOf(const CCommandDataWrapper<char>& answer) {
 
 std::string WithCode(const std::string& text, uint32_t result) { return text + " (" + std::to_string(result) + ")"; }
 
-// What a non-zero result of the mount or explorer command means.
-std::string FailureReason(uint32_t result) {
+// What a non-zero result of the mount or explorer command means.  The
+// mounter's statuses share the library's numbers where they mean the same.
+std::string FailureReason(uint32_t result, bool mount) {
   switch (result) {
     case kResultUnmountFailed: return "the device could not be unmounted first";
     case kBitlockerNotBitlocker: return "the device holds no BitLocker volume";
@@ -40,8 +42,12 @@ std::string FailureReason(uint32_t result) {
     case kBitlockerIoError: return "the device could not be read";
     case 127: return "the program could not be started";
     case 255: return "the BitLocker library or the shell is missing";
-    default: return "the program ended with a failure";
+    default: break;
   }
+  if (mount && result == kMounterMountFailed) return "the volume opened but could not be mounted";
+  if (mount && result == kMounterNoLibrary) return "the BitLocker library is missing from the bundle";
+  if (mount && result == kMounterUsage) return "the mounter refused its arguments";
+  return "the program ended with a failure";
 }
 
 }  // namespace
@@ -59,10 +65,10 @@ ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapp
       break;
     case eCOMMAND_BITLOCKER_MOUNT:
       if (result == 0) return {kZqctlSuccess, device + ": mounted at " + request.operands[1]};
-      return {kZqctlFailure, WithCode("mount failed: " + FailureReason(result), result)};
+      return {kZqctlFailure, WithCode("mount failed: " + FailureReason(result, true), result)};
     case eCOMMAND_BITLOCKER_EXPLORER:
       if (result == 0) return {kZqctlSuccess, device + ": opened in the explorer"};
-      return {kZqctlFailure, WithCode("explore failed: " + FailureReason(result), result)};
+      return {kZqctlFailure, WithCode("explore failed: " + FailureReason(result, false), result)};
     default:
       break;
   }

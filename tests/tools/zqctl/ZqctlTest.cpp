@@ -86,6 +86,10 @@ TEST_F(ZqctlTest, MountTakesTheCredentialFromStandardInput) {
   run = Zqctl("--json mount disk4 /mnt raw", "wrong\n");
   EXPECT_EQ(run.status, 1);
   EXPECT_NE(run.out.find("\"result\":2,"), std::string::npos) << run.out;
+
+  bundle->Answer("zq-mounter.exit", "5");
+  run = Zqctl("mount disk4 /mnt raw", "right\n");
+  EXPECT_EQ(run.err, "zqctl: mount failed: the volume opened but could not be mounted (5)\n");
 }
 
 TEST_F(ZqctlTest, ExploreReportsTheLibrarysStatus) {

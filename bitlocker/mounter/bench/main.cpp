@@ -1,0 +1,148 @@
+// zq-mounter-bench: how fast the unlocked volume reads through the
+// mounter's FUSE file, beside the FUSE files of the distribution's
+// reference readers (dislocker, bdemount).
+//
+// usage: zq-mounter-bench [--passes N] [--mounter PATH] IMAGE < credential
+// The first line of standard input is the password, recovery password or
+// .BEK path; the reference readers take it on their command line, so use a
+// test credential.  Each pass mounts afresh and reads the whole file once,
+// so that no pass reads from the page cache of an earlier one.
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Throughput.h"
+
+namespace {
+
+struct Reader {
+  std::string name;
+  std::vector<std::string> argv;  // "MOUNT" stands for the mount point
+  std::string fileName;           // the unlocked volume's file in the mount
+};
+
+bool Run(const std::vector<std::string>& argv) {
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    std::vector<char*> args;
+    for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
+    args.push_back(nullptr);
+    execvp(args[0], args.data());
+    _exit(127);
+  }
+  int status = 0;
+  return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+bool Installed(const std::string& program) {
+  return program.find('/') != std::string::npos ? access(program.c_str(), X_OK) == 0
+                                                : Run({"sh", "-c", "command -v " + program + " >/dev/null"});
+}
+
+void Unmount(const std::string& mountPoint) {
+  for (int attempt = 0; attempt < 50 && umount2(mountPoint.c_str(), 0) != 0 && errno == EBUSY; ++attempt)
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+}
+
+// One pass: mount, read the whole file once, unmount.
+std::optional<double> Pass(const Reader& reader) {
+  char pattern[] = "/tmp/zq-mounter-bench-XXXXXX";
+  if (mkdtemp(pattern) == nullptr) return std::nullopt;
+  const std::string mountPoint = pattern;
+  std::vector<std::string> argv = reader.argv;
+  for (std::string& arg : argv)
+    if (arg == "MOUNT") arg = mountPoint;
+  std::optional<double> figure;
+  if (Run(argv)) {
+    const std::string file = mountPoint + "/" + reader.fileName;
+    const int fd = open(file.c_str(), O_RDONLY);
+    struct stat info;
+    if (fd >= 0 && fstat(fd, &info) == 0) {
+      figure = MeasureReadThroughput(
+          [fd](uint64_t offset, void* buffer, size_t length) {
+            return pread(fd, buffer, length, static_cast<off_t>(offset));
+          },
+          static_cast<uint64_t>(info.st_size));
+    }
+    if (fd >= 0) close(fd);
+    Unmount(mountPoint);
+  }
+  rmdir(mountPoint.c_str());
+  return figure;
+}
+
+std::vector<Reader> Readers(const std::string& mounter, const std::string& image, const std::string& credential) {
+  const bool recovery = std::regex_match(credential, std::regex("([0-9]{6}-){7}[0-9]{6}"));
+  const bool keyFile = !recovery && access(credential.c_str(), R_OK) == 0;
+  const std::string dislockerOption = recovery ? "-p" : keyFile ? "-f" : "-u";
+  const std::string bdemountOption = recovery ? "-r" : keyFile ? "-s" : "-p";
+  return {
+      {"zq-mounter", {mounter, image, "MOUNT", "raw", credential}, "volume"},
+      {"dislocker", {"dislocker", "-V", image, dislockerOption + credential, "--", "MOUNT"}, "dislocker-file"},
+      {"bdemount", {"bdemount", bdemountOption, credential, image, "MOUNT"}, "bde1"},
+  };
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int passes = 3;
+  std::string mounter = ZQ_MOUNTER_FILE;
+  std::string image;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--passes" && i + 1 < argc) {
+      passes = std::max(1, std::atoi(argv[++i]));
+    } else if (arg == "--mounter" && i + 1 < argc) {
+      mounter = argv[++i];
+    } else {
+      image = arg;
+    }
+  }
+  std::string credential;
+  if (image.empty() || !std::getline(std::cin, credential)) {
+    std::cerr << "usage: zq-mounter-bench [--passes N] [--mounter PATH] IMAGE < credential\n";
+    return 64;
+  }
+
+  std::printf("%s, best of %d passes, each the first read after mounting\n", image.c_str(), passes);
+  std::printf("%-12s %10s %16s\n", "reader", "MB/s", "zq-mounter / it");
+  std::optional<double> ours;
+  for (const Reader& reader : Readers(mounter, image, credential)) {
+    std::optional<double> best;
+    std::string note;
+    if (!Installed(reader.argv.front())) {
+      note = "not installed";
+    } else {
+      for (int pass = 0; pass < passes; ++pass) {
+        const std::optional<double> figure = Pass(reader);
+        if (figure && (!best || *figure > *best)) best = figure;
+      }
+      if (!best) note = "mount or read failed";
+    }
+    if (reader.name == "zq-mounter") ours = best;
+    if (best) {
+      std::printf("%-12s %10.0f", reader.name.c_str(), *best);
+      if (ours) std::printf(" %16.2f", *ours / *best);
+      std::printf("\n");
+    } else {
+      std::printf("%-12s %10s %16s   (%s)\n", reader.name.c_str(), "-", "-", note.c_str());
+    }
+  }
+  return ours ? 0 : 1;
+}
