@@ -66,19 +66,19 @@ if [ -f "$images_tarball" ]; then
   printf '%s  the mounted volume\n' "$(sha256sum <"$mount_point/volume" | cut -d' ' -f1)"
   printf '%s  decrypted_sha256 in the manifest\n' "$(ini "$manifest" "$name" decrypted_sha256)"
 
+  step "diskutil unmount '$mount_point'    # the bundle's diskutil; umount works too"
+  "$bundle/Contents/MacOS/diskutil" unmount "$mount_point"
+
   step "echo '$password' | zqctl explore $disk    # the explorer prints below"
   printf '%s\n' "$password" | "$zqctl" explore "$disk"
   for _ in $(seq 30); do [ -p /tmp/zq_btl_4 ] && break; sleep 0.5; done
-  sleep 2
+  sleep 3
   step "zqctl to-explorer x"
   "$zqctl" to-explorer x
   sleep 2
-  step "zqctl to-explorer q"
+  step "zqctl to-explorer q    # ends the explorer"
   "$zqctl" to-explorer q
   sleep 2
-
-  step "diskutil unmount '$mount_point'    # the bundle's diskutil"
-  "$bundle/Contents/MacOS/diskutil" unmount "$mount_point"
 else
   printf '\n(no %s: the BitLocker part of the walk-through is skipped)\n' "$images_tarball"
 fi

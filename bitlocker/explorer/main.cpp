@@ -57,6 +57,13 @@ void PrintVolume(const std::string& device, const CBitlockerVolume& volume, cons
             << std::flush;
 }
 
+// One line on standard output, at once: the explorer's output is often a
+// pipe or a file that someone is watching.
+void Say(const char* line) {
+  std::printf("%s\n", line);
+  std::fflush(stdout);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -78,18 +85,17 @@ int main(int argc, char** argv) {
     return kExplorerNoChannel;
   }
   if (!client.ServiceAnswers(kFirstAnswerSeconds)) {
-    std::printf("the service does not answer\n");
+    Say("the service does not answer");
     return kExplorerEnded;
   }
-  std::printf("connected to the service as FileExplorer\n");
-  std::fflush(stdout);
+  Say("connected to the service as FileExplorer");
   for (int missed = 0; missed < kMissedChecksToEnd;) {
     if (client.WaitForQuit(kCheckEverySeconds)) {
-      std::printf("quit\n");
+      Say("quit");
       return kExplorerEnded;
     }
     missed = client.ServiceAnswers(kAnswerSeconds) ? 0 : missed + 1;
   }
-  std::printf("the service went away\n");
+  Say("the service went away");
   return kExplorerEnded;
 }
