@@ -1,5 +1,11 @@
 // AES-XTS sectors: each sector is one data unit whose tweak is its sector
-// number, as a 16-byte little-endian number.
+// number, as a 16-byte little-endian number.  Sectors are whole AES blocks,
+// so ciphertext stealing never occurs.
+//
+// XTS is computed here over AES-ECB rather than with OpenSSL's XTS, which
+// takes a new tweak only through a full context set-up costing about as much
+// as the sector itself.  A chunk of sectors costs two ECB calls: one for all
+// their tweaks, one for all their data.
 #ifndef ZQ_BITLOCKER_ENGINE_CXTSSECTORCIPHER_H_
 #define ZQ_BITLOCKER_ENGINE_CXTSSECTORCIPHER_H_
 
@@ -13,16 +19,26 @@ namespace bitlocker {
 
 class CXtsSectorCipher : public ISectorCipher {
  public:
-  // `key` holds both XTS keys: 32 bytes for AES-128, 64 for AES-256.
+  // `key` holds the data key then the tweak key: 32 bytes for AES-128, 64
+  // for AES-256.  `sectorSize` is a multiple of 16.
   static std::unique_ptr<CXtsSectorCipher> Make(const CSecureBuffer& key, uint32_t sectorSize);
 
   bool Decrypt(uint64_t offset, uint8_t* data, size_t count) override;
 
  private:
+  // Bytes decrypted per pass, small enough that the data and its block
+  // tweaks stay in the first-level cache between the passes.
+  static constexpr size_t kChunkBytes = 16 * 1024;
+
   CXtsSectorCipher() = default;
+  bool DecryptChunk(uint64_t sector, uint8_t* data, size_t count);
 
   uint32_t sectorSize_ = 0;
-  EvpCipherContext xts_;
+  size_t chunkSectors_ = 0;
+  EvpCipherContext data_;       // AES-ECB decryption with the data key
+  EvpCipherContext tweak_;      // AES-ECB encryption with the tweak key
+  CSecureBuffer sectorTweaks_;  // one encrypted tweak per sector of a chunk
+  CSecureBuffer blockTweaks_;   // one tweak per block of a chunk
 };
 
 }  // namespace bitlocker
