@@ -17,8 +17,21 @@ inline uint16_t LoadLe16(const uint8_t* p) {
 }
 
 inline uint32_t LoadLe32(const uint8_t* p) {
+  if (kLittleEndianHost) {
+    uint32_t value;
+    std::memcpy(&value, p, sizeof(value));
+    return value;
+  }
   return static_cast<uint32_t>(p[0]) | (static_cast<uint32_t>(p[1]) << 8) |
          (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
+}
+
+inline void StoreLe32(uint32_t value, uint8_t* p) {
+  if (kLittleEndianHost) {
+    std::memcpy(p, &value, sizeof(value));
+    return;
+  }
+  for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
 inline uint64_t LoadLe64(const uint8_t* p) {
