@@ -10,10 +10,6 @@
 namespace bitlocker {
 namespace {
 
-const EVP_CIPHER* EcbFor(size_t keySize) {
-  return keySize == 16 ? EVP_aes_128_ecb() : EVP_aes_256_ecb();
-}
-
 const EVP_CIPHER* CbcFor(size_t keySize) {
   return keySize == 16 ? EVP_aes_128_cbc() : EVP_aes_256_cbc();
 }
@@ -34,12 +30,12 @@ std::unique_ptr<CCbcSectorCipher> CCbcSectorCipher::Make(const CSecureBuffer& ke
   std::unique_ptr<CCbcSectorCipher> cipher(new CCbcSectorCipher());
   cipher->sectorSize_ = sectorSize;
   cipher->batchSectors_ = std::max<size_t>(1, kBatchBytes / sectorSize);
-  cipher->ivCipher_ = MakeEvpCipherContext(EcbFor(key.size()), key.data(), true);
+  cipher->ivCipher_ = MakeEvpCipherContext(AesEcb(key.size()), key.data(), true);
   cipher->cbc_ = MakeEvpCipherContext(CbcFor(key.size()), key.data(), false);
   if (!cipher->ivCipher_ || !cipher->cbc_) return nullptr;
   if (!tweakKey.empty()) {
     if (!ValidKeySize(tweakKey.size())) return nullptr;
-    cipher->tweakCipher_ = MakeEvpCipherContext(EcbFor(tweakKey.size()), tweakKey.data(), true);
+    cipher->tweakCipher_ = MakeEvpCipherContext(AesEcb(tweakKey.size()), tweakKey.data(), true);
     if (!cipher->tweakCipher_) return nullptr;
     cipher->sectorKeys_ = CSecureBuffer(cipher->batchSectors_ * kSectorKeySize);
   }

@@ -49,10 +49,6 @@ inline void ApplyTweak(TweakHalves& t, uint8_t* data, uint8_t* blockTweaks) {
   t = NextTweak(t);
 }
 
-const EVP_CIPHER* EcbFor(size_t keySize) {
-  return keySize == 16 ? EVP_aes_128_ecb() : EVP_aes_256_ecb();
-}
-
 }  // namespace
 
 std::unique_ptr<CXtsSectorCipher> CXtsSectorCipher::Make(const CSecureBuffer& key,
@@ -64,8 +60,8 @@ std::unique_ptr<CXtsSectorCipher> CXtsSectorCipher::Make(const CSecureBuffer& ke
   std::unique_ptr<CXtsSectorCipher> cipher(new CXtsSectorCipher());
   cipher->sectorSize_ = sectorSize;
   cipher->chunkSectors_ = std::max<size_t>(1, kChunkBytes / sectorSize);
-  cipher->data_ = MakeEvpCipherContext(EcbFor(half), key.data(), false);
-  cipher->tweak_ = MakeEvpCipherContext(EcbFor(half), key.data() + half, true);
+  cipher->data_ = MakeEvpCipherContext(AesEcb(half), key.data(), false);
+  cipher->tweak_ = MakeEvpCipherContext(AesEcb(half), key.data() + half, true);
   if (!cipher->data_ || !cipher->tweak_) return nullptr;
   cipher->sectorTweaks_ = CSecureBuffer(cipher->chunkSectors_ * kAesBlock);
   cipher->blockTweaks_ = CSecureBuffer(cipher->chunkSectors_ * sectorSize);
