@@ -41,7 +41,7 @@ inline TweakHalves NextTweak(TweakHalves t) {
   return (t + t) ^ BitCast<TweakHalves>(carries);
 }
 
-// XORs one block of each sector with its tweak, keeps the tweak in
+// XORs one block with its tweak, keeps the tweak in
 // `blockTweaks` at the block's place and moves on to the next block's.
 inline void ApplyTweak(TweakHalves& t, uint8_t* data, uint8_t* blockTweaks) {
   StoreTweak(t, blockTweaks);
@@ -59,6 +59,12 @@ std::unique_ptr<CXtsSectorCipher> CXtsSectorCipher::Make(const CSecureBuffer& ke
   size_t half = key.size() / 2;
   std::unique_ptr<CXtsSectorCipher> cipher(new CXtsSectorCipher());
   cipher->sectorSize_ = sectorSize;
+  if (sectorSize >= kOpensslXtsMinSectorSize) {
+    cipher->xts_ = MakeEvpCipherContext(half == 16 ? EVP_aes_128_xts() : EVP_aes_256_xts(),
+                                        key.data(), false);
+    if (!cipher->xts_) return nullptr;
+    return cipher;
+  }
   cipher->chunkSectors_ = std::max<size_t>(1, kChunkBytes / sectorSize);
   cipher->data_ = MakeEvpCipherContext(AesEcb(half), key.data(), false);
   cipher->tweak_ = MakeEvpCipherContext(AesEcb(half), key.data() + half, true);
@@ -70,12 +76,26 @@ std::unique_ptr<CXtsSectorCipher> CXtsSectorCipher::Make(const CSecureBuffer& ke
 
 bool CXtsSectorCipher::Decrypt(uint64_t offset, uint8_t* data, size_t count) {
   uint64_t sector = offset / sectorSize_;
+  if (xts_) return DecryptWithOpensslXts(sector, data, count);
   while (count > 0) {
     size_t chunk = std::min(count, chunkSectors_);
     if (!DecryptChunk(sector, data, chunk)) return false;
     sector += chunk;
     data += chunk * sectorSize_;
     count -= chunk;
+  }
+  return true;
+}
+
+bool CXtsSectorCipher::DecryptWithOpensslXts(uint64_t sector, uint8_t* data, size_t count) {
+  uint8_t tweak[kAesBlock];
+  for (size_t k = 0; k < count; ++k, ++sector, data += sectorSize_) {
+    StoreLe128(sector, tweak);
+    int length = 0;
+    if (EVP_DecryptInit_ex(xts_.get(), nullptr, nullptr, nullptr, tweak) != 1 ||
+        EVP_DecryptUpdate(xts_.get(), data, &length, data, static_cast<int>(sectorSize_)) != 1) {
+      return false;
+    }
   }
   return true;
 }
