@@ -3,17 +3,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "BlockXor.h"
 #include "Bytes.h"
 #include "ElephantDiffuser.h"
 
 namespace bitlocker {
 namespace {
-
-constexpr size_t kBlock = 16;
-
-const EVP_CIPHER* EcbFor(size_t keySize) {
-  return keySize == 16 ? EVP_aes_128_ecb() : EVP_aes_256_ecb();
-}
 
 const EVP_CIPHER* CbcFor(size_t keySize) {
   return keySize == 16 ? EVP_aes_128_cbc() : EVP_aes_256_cbc();
@@ -31,26 +26,27 @@ bool EncryptInPlace(EVP_CIPHER_CTX* ctx, uint8_t* data, size_t size) {
 std::unique_ptr<CCbcSectorCipher> CCbcSectorCipher::Make(const CSecureBuffer& key,
                                                          const CSecureBuffer& tweakKey,
                                                          uint32_t sectorSize) {
-  if (!ValidKeySize(key.size()) || sectorSize % kBlock != 0 || sectorSize == 0) return nullptr;
+  if (!ValidKeySize(key.size()) || sectorSize % kAesBlock != 0 || sectorSize == 0) return nullptr;
   std::unique_ptr<CCbcSectorCipher> cipher(new CCbcSectorCipher());
   cipher->sectorSize_ = sectorSize;
-  cipher->ivCipher_ = MakeEvpCipherContext(EcbFor(key.size()), key.data(), true);
+  cipher->batchSectors_ = std::max<size_t>(1, kBatchBytes / sectorSize);
+  cipher->ivCipher_ = MakeEvpCipherContext(AesEcb(key.size()), key.data(), true);
   cipher->cbc_ = MakeEvpCipherContext(CbcFor(key.size()), key.data(), false);
   if (!cipher->ivCipher_ || !cipher->cbc_) return nullptr;
   if (!tweakKey.empty()) {
     if (!ValidKeySize(tweakKey.size())) return nullptr;
-    cipher->tweakCipher_ = MakeEvpCipherContext(EcbFor(tweakKey.size()), tweakKey.data(), true);
+    cipher->tweakCipher_ = MakeEvpCipherContext(AesEcb(tweakKey.size()), tweakKey.data(), true);
     if (!cipher->tweakCipher_) return nullptr;
-    cipher->sectorKeys_ = CSecureBuffer(kBatch * 2 * kBlock);
+    cipher->sectorKeys_ = CSecureBuffer(cipher->batchSectors_ * kSectorKeySize);
   }
-  cipher->ivs_ = CSecureBuffer(kBatch * kBlock);
-  cipher->lastBlocks_ = CSecureBuffer(kBatch * kBlock);
+  cipher->ivs_ = CSecureBuffer(cipher->batchSectors_ * kAesBlock);
+  cipher->lastBlocks_ = CSecureBuffer(cipher->batchSectors_ * kAesBlock);
   return cipher;
 }
 
 bool CCbcSectorCipher::Decrypt(uint64_t offset, uint8_t* data, size_t count) {
   while (count > 0) {
-    size_t batch = std::min(count, kBatch);
+    size_t batch = std::min(count, batchSectors_);
     if (!DecryptBatch(offset, data, batch)) return false;
     offset += static_cast<uint64_t>(batch) * sectorSize_;
     data += batch * sectorSize_;
@@ -66,10 +62,10 @@ bool CCbcSectorCipher::DecryptBatch(uint64_t offset, uint8_t* data, size_t count
   uint8_t* ivs = ivs_.data();
   uint8_t* last = lastBlocks_.data();
   for (size_t k = 0; k < count; ++k) {
-    StoreLe128(offset + static_cast<uint64_t>(k) * sectorSize_, ivs + k * kBlock);
-    if (k + 1 < count) std::memcpy(last + k * kBlock, data + (k + 1) * sectorSize_ - kBlock, kBlock);
+    StoreLe128(offset + static_cast<uint64_t>(k) * sectorSize_, ivs + k * kAesBlock);
+    if (k + 1 < count) std::memcpy(last + k * kAesBlock, data + (k + 1) * sectorSize_ - kAesBlock, kAesBlock);
   }
-  if (!EncryptInPlace(ivCipher_.get(), ivs, count * kBlock)) return false;
+  if (!EncryptInPlace(ivCipher_.get(), ivs, count * kAesBlock)) return false;
 
   int length = 0;
   if (EVP_DecryptInit_ex(cbc_.get(), nullptr, nullptr, nullptr, ivs) != 1 ||
@@ -78,7 +74,8 @@ bool CCbcSectorCipher::DecryptBatch(uint64_t offset, uint8_t* data, size_t count
   }
   for (size_t k = 1; k < count; ++k) {
     uint8_t* first = data + k * sectorSize_;
-    for (size_t b = 0; b < kBlock; ++b) first[b] ^= last[(k - 1) * kBlock + b] ^ ivs[k * kBlock + b];
+    XorBlock(first, last + (k - 1) * kAesBlock);
+    XorBlock(first, ivs + k * kAesBlock);
   }
   return !tweakCipher_ || UndoDiffuser(offset, data, count);
 }
@@ -86,18 +83,20 @@ bool CCbcSectorCipher::DecryptBatch(uint64_t offset, uint8_t* data, size_t count
 bool CCbcSectorCipher::UndoDiffuser(uint64_t offset, uint8_t* data, size_t count) {
   uint8_t* keys = sectorKeys_.data();
   for (size_t k = 0; k < count; ++k) {
-    uint8_t* sectorKey = keys + k * 2 * kBlock;
+    uint8_t* sectorKey = keys + k * kSectorKeySize;
     StoreLe128(offset + static_cast<uint64_t>(k) * sectorSize_, sectorKey);
-    std::memcpy(sectorKey + kBlock, sectorKey, kBlock);
-    sectorKey[kBlock + 15] = 0x80;
+    std::memcpy(sectorKey + kAesBlock, sectorKey, kAesBlock);
+    sectorKey[kAesBlock + 15] = 0x80;
   }
-  if (!EncryptInPlace(tweakCipher_.get(), keys, count * 2 * kBlock)) return false;
+  if (!EncryptInPlace(tweakCipher_.get(), keys, count * kSectorKeySize)) return false;
   for (size_t k = 0; k < count; ++k) {
     uint8_t* sector = data + k * sectorSize_;
-    const uint8_t* sectorKey = keys + k * 2 * kBlock;
+    const uint8_t* sectorKey = keys + k * kSectorKeySize;
     DiffuserBDecrypt(sector, sectorSize_);
     DiffuserADecrypt(sector, sectorSize_);
-    for (size_t i = 0; i < sectorSize_; ++i) sector[i] ^= sectorKey[i % (2 * kBlock)];
+    for (size_t at = 0; at < sectorSize_; at += kSectorKeySize) {
+      XorBlocks(sector + at, sectorKey, std::min<size_t>(kSectorKeySize, sectorSize_ - at));
+    }
   }
   return true;
 }

@@ -1,5 +1,12 @@
 // AES-XTS sectors: each sector is one data unit whose tweak is its sector
-// number, as a 16-byte little-endian number.
+// number, as a 16-byte little-endian number.  Sectors are whole AES blocks,
+// so ciphertext stealing never occurs.
+//
+// OpenSSL's XTS takes a new tweak only through a full context set-up, which
+// costs about as much as decrypting a 512-byte sector.  Small sectors are
+// therefore decrypted by XTS computed here over AES-ECB: a chunk of sectors
+// costs two ECB calls, one for all their tweaks and one for all their data.
+// From 2048-byte sectors on, OpenSSL's own XTS is faster despite the set-up.
 #ifndef ZQ_BITLOCKER_ENGINE_CXTSSECTORCIPHER_H_
 #define ZQ_BITLOCKER_ENGINE_CXTSSECTORCIPHER_H_
 
@@ -13,16 +20,29 @@ namespace bitlocker {
 
 class CXtsSectorCipher : public ISectorCipher {
  public:
-  // `key` holds both XTS keys: 32 bytes for AES-128, 64 for AES-256.
+  // `key` holds the data key then the tweak key: 32 bytes for AES-128, 64
+  // for AES-256.  `sectorSize` is a multiple of 16.
   static std::unique_ptr<CXtsSectorCipher> Make(const CSecureBuffer& key, uint32_t sectorSize);
 
   bool Decrypt(uint64_t offset, uint8_t* data, size_t count) override;
 
  private:
+  // Bytes decrypted per pass, small enough that the data and its block
+  // tweaks stay in the first-level cache between the passes.
+  static constexpr size_t kChunkBytes = 16 * 1024;
+  static constexpr uint32_t kOpensslXtsMinSectorSize = 2048;
+
   CXtsSectorCipher() = default;
+  bool DecryptChunk(uint64_t sector, uint8_t* data, size_t count);
+  bool DecryptWithOpensslXts(uint64_t sector, uint8_t* data, size_t count);
 
   uint32_t sectorSize_ = 0;
-  EvpCipherContext xts_;
+  size_t chunkSectors_ = 0;
+  EvpCipherContext xts_;        // OpenSSL's XTS, for large sectors only
+  EvpCipherContext data_;       // AES-ECB decryption with the data key
+  EvpCipherContext tweak_;      // AES-ECB encryption with the tweak key
+  CSecureBuffer sectorTweaks_;  // one encrypted tweak per sector of a chunk
+  CSecureBuffer blockTweaks_;   // one tweak per block of a chunk
 };
 
 }  // namespace bitlocker

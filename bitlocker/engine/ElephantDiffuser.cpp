@@ -22,9 +22,7 @@ void LoadWords(const uint8_t* sector, size_t n, uint32_t* words) {
 }
 
 void StoreWords(const uint32_t* words, size_t n, uint8_t* sector) {
-  for (size_t i = 0; i < n; ++i) {
-    for (int b = 0; b < 4; ++b) sector[4 * i + b] = static_cast<uint8_t>(words[i] >> (8 * b));
-  }
+  for (size_t i = 0; i < n; ++i) StoreLe32(words[i], sector + 4 * i);
 }
 
 // Diffuser A mixes each word with the words two and five places before it,

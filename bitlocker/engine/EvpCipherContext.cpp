@@ -13,4 +13,8 @@ EvpCipherContext MakeEvpCipherContext(const EVP_CIPHER* cipher, const unsigned c
   return ctx;
 }
 
+const EVP_CIPHER* AesEcb(size_t keySize) {
+  return keySize == 16 ? EVP_aes_128_ecb() : EVP_aes_256_ecb();
+}
+
 }  // namespace bitlocker

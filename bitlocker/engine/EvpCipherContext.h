@@ -5,6 +5,7 @@
 
 #include <openssl/evp.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace bitlocker {
@@ -19,6 +20,9 @@ using EvpCipherContext = std::unique_ptr<EVP_CIPHER_CTX, EvpCipherContextFree>;
 // off; null when OpenSSL refuses.
 EvpCipherContext MakeEvpCipherContext(const EVP_CIPHER* cipher, const unsigned char* key,
                                       bool encrypt);
+
+// AES-ECB for a 16- or 32-byte key.
+const EVP_CIPHER* AesEcb(size_t keySize);
 
 }  // namespace bitlocker
 
