@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks on every BitLocker image in
 # ../shared/bitlocker-images.tar.xz: the engine's read speed beside the
-# machine's AES limit and the distribution's reference readers.
+# machine's AES limit and the distribution's reference readers, then the
+# mounter's FUSE file beside the reference readers' FUSE files.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,7 +14,7 @@ fi
 
 ./scripts/install-deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j "$(nproc)" --target zq-bitlocker-bench
+cmake --build build -j "$(nproc)" --target zq-bitlocker-bench zq-mounter-bench
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -33,4 +34,5 @@ images() {
 images | while read -r name file recovery; do
   printf '\n== %s\n' "$name"
   printf '%s\n' "$recovery" | build/bitlocker/bench/zq-bitlocker-bench "$dir/$file"
+  printf '%s\n' "$recovery" | build/bitlocker/mounter/bench/zq-mounter-bench "$dir/$file"
 done

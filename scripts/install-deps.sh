@@ -9,7 +9,7 @@ packages=(
   libgtest-dev libgmock-dev
   libssl-dev libfuse3-dev fuse3
   python3 util-linux mount xz-utils openssl
-  dosfstools mtools ntfs-3g exfat-fuse exfatprogs e2fsprogs
+  dosfstools mtools ntfs-3g exfat-fuse exfatprogs fusefat e2fsprogs
   clang libclang-rt-14-dev
   dislocker libbde-utils
 )
