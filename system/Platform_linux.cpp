@@ -13,13 +13,13 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <sstream>
 #include <system_error>
 #include <thread>
 
 #include "AtomicFile.h"
+#include "MountTable.h"
 #include "Platform.h"
 #include "XmlPropertyList.h"
 
@@ -64,27 +64,6 @@ bool ReadProcessIds(std::vector<pid_t>* ids) {
   }
   closedir(proc);
   return true;
-}
-
-bool IsOctalEscape(const std::string& field, size_t i) {
-  if (field[i] != '\\' || i + 3 >= field.size()) return false;
-  for (size_t k = i + 1; k <= i + 3; ++k)
-    if (field[k] < '0' || field[k] > '7') return false;
-  return true;
-}
-
-// Undoes the octal escapes (\040 for a blank and so on) of a mountinfo field.
-std::string UnescapeMountField(const std::string& field) {
-  std::string text;
-  for (size_t i = 0; i < field.size(); ++i) {
-    if (IsOctalEscape(field, i)) {
-      text += static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8));
-      i += 3;
-    } else {
-      text += field[i];
-    }
-  }
-  return text;
 }
 
 std::mutex bundleMutex;
@@ -211,16 +190,9 @@ std::optional<uint32_t> DeviceBlockSize(int fd) {
 std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   struct stat info;
   if (stat(("/dev/" + bsdName).c_str(), &info) != 0 || !S_ISBLK(info.st_mode)) return std::nullopt;
-  const std::string device = std::to_string(major(info.st_rdev)) + ":" + std::to_string(minor(info.st_rdev));
-
-  // Each line: mount id, parent id, major:minor, root within the volume,
-  // mount point, then options.  Only a mount of the volume's own root counts.
-  std::ifstream mountinfo("/proc/self/mountinfo");
-  for (std::string line; std::getline(mountinfo, line);) {
-    std::istringstream fields(line);
-    std::string mountId, parentId, number, root, mountPoint;
-    if (!(fields >> mountId >> parentId >> number >> root >> mountPoint)) continue;
-    if (number == device && root == "/") return UnescapeMountField(mountPoint);
+  // Only a mount of the volume's own root counts.
+  for (const MountEntry& entry : ReadMountTable()) {
+    if (entry.device == info.st_rdev && entry.root == "/") return entry.mountPoint;
   }
   return std::nullopt;
 }

@@ -1,7 +1,7 @@
 // The mount table of this process's mount namespace, from
 // /proc/self/mountinfo.
-#ifndef ZQ_BITLOCKER_MOUNTER_MOUNTTABLE_H_
-#define ZQ_BITLOCKER_MOUNTER_MOUNTTABLE_H_
+#ifndef ZQ_SYSTEM_MOUNTTABLE_H_
+#define ZQ_SYSTEM_MOUNTTABLE_H_
 
 #include <sys/types.h>
 
@@ -31,4 +31,4 @@ bool HasMount(const std::vector<MountEntry>& table, int id);
 // Undoes the octal escapes of a mountinfo field ("\040" for a blank).
 std::string UnescapeMountField(const std::string& field);
 
-#endif  // ZQ_BITLOCKER_MOUNTER_MOUNTTABLE_H_
+#endif  // ZQ_SYSTEM_MOUNTTABLE_H_
