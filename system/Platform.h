@@ -51,8 +51,8 @@ int MakePipe(int fds[2]);
 // this process's environment, with SIGPIPE at its default action and no
 // signal blocked.  On Linux the child's PATH ends with the main bundle's
 // "Contents/MacOS" folder, so that the bundle's own "diskutil" is found
-// where the system has none.  `streams` become the child's standard input, output and
-// error; no other descriptor of this process reaches the child.  Returns 0
+// where the system has none.  `streams` become the child's standard input,
+// output and error; no other descriptor of this process reaches the child.  Returns 0
 // with the child's id in `pid`, or an errno value when the program cannot be
 // started.
 int SpawnProcess(const std::string& path, const std::vector<std::string>& arguments, const int streams[3],
