@@ -9,8 +9,8 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
-#include <sstream>
 
+#include "FileContents.h"
 #include "ServiceTestEnvironment.h"
 #include "StubBundle.h"
 
@@ -22,13 +22,6 @@ uint32_t ResultOf(const Block& block) {
   uint32_t value;
   std::memcpy(&value, block.data() + 16, sizeof value);
   return value;
-}
-
-std::string WholeLog() {
-  std::ifstream in("/tmp/zqlog.log", std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
 }
 
 class HostileClientTest : public ServiceTestBase {
@@ -87,7 +80,7 @@ TEST_F(HostileClientTest, ShellMetacharactersInEveryFieldRunNothing) {
 
   EXPECT_TRUE(bundle->Calls().empty()) << "nothing was run for a refused command";
   EXPECT_NE(access(kPwned, F_OK), 0);
-  const std::string log = WholeLog();
+  const std::string log = ReadFile("/tmp/zqlog.log");
   size_t refusals = 0;
   for (size_t at = log.find("refused"); at != std::string::npos; at = log.find("refused", at + 1)) ++refusals;
   EXPECT_EQ(refusals, 3 * std::size(devices) + 5 + 1) << "one log line per refusal";
@@ -110,16 +103,16 @@ TEST_F(HostileClientTest, CredentialsMayHoldAnythingAndNeverReachTheLog) {
   EXPECT_EQ(Ask(open), std::optional<uint32_t>(0));
   sleep(1);
   EXPECT_NE(access(kPwned, F_OK), 0);
-  EXPECT_EQ(WholeLog().find("touch"), std::string::npos);
+  EXPECT_EQ(ReadFile("/tmp/zqlog.log").find("touch"), std::string::npos);
 }
 
 TEST_F(HostileClientTest, PlantedLinkAtAChannelIsLeftAloneUntilAFifoIsThere) {
   ASSERT_EQ(RunShell("mkfifo /tmp/elsewhere && ln -s /tmp/elsewhere /tmp/zq_btl_2"), 0);
   ASSERT_EQ(mkfifo("/tmp/zq_btl_1", 0666), 0);
   service->Start();
-  for (int i = 0; i < 50 && WholeLog().find("zq_btl_2 is not a FIFO") == std::string::npos; ++i)
+  for (int i = 0; i < 50 && ReadFile("/tmp/zqlog.log").find("zq_btl_2 is not a FIFO") == std::string::npos; ++i)
     usleep(100 * 1000);
-  EXPECT_NE(WholeLog().find("channel /tmp/zq_btl_2 is not a FIFO"), std::string::npos);
+  EXPECT_NE(ReadFile("/tmp/zqlog.log").find("channel /tmp/zq_btl_2 is not a FIFO"), std::string::npos);
   const int sneaky = open("/tmp/elsewhere", O_WRONLY | O_NONBLOCK);
   EXPECT_EQ(sneaky, -1) << "the service did not open the link's target for reading";
   if (sneaky != -1) close(sneaky);
@@ -146,7 +139,7 @@ TEST_F(HostileClientTest, StartupItemForAForeignWritableBundleIsNotWritten) {
   EXPECT_TRUE(Ping(*client));  // the startup command was handled before the ping
   EXPECT_NE(access("/Library/LaunchDaemons/com.zq.BitlockerServices.plist", F_OK), 0);
   EXPECT_NE(access("/Library/LaunchAgents/com.zq.Norvane.plist", F_OK), 0);
-  EXPECT_NE(WholeLog().find("refused eCOMMAND_SET_STARTUP"), std::string::npos);
+  EXPECT_NE(ReadFile("/tmp/zqlog.log").find("refused eCOMMAND_SET_STARTUP"), std::string::npos);
 }
 
 TEST_F(HostileClientTest, ClientThatVanishesAndReturnsIsServedAgain) {

@@ -10,10 +10,10 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
-#include <sstream>
 #include <thread>
 
 #include "CPipeDataWrapper.h"
+#include "FileContents.h"
 #include "LoopDevice.h"
 #include "MounterHarness.h"
 #include "MounterStatus.h"
@@ -27,13 +27,6 @@ constexpr int kAnswerSeconds = 60;
 constexpr uint32_t kIsBitlocker = 49;
 constexpr uint32_t kIsNotBitlocker = 50;
 constexpr int kLibraryWrongCredential = 2;
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 // A path as a client writes it into the mount command: blanks escaped,
 // since the service hands it to the shell unquoted.

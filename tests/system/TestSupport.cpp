@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <random>
-#include <sstream>
 #include <thread>
 
 #include "Platform.h"
@@ -24,13 +23,6 @@ TempDir::TempDir() {
 
 TempDir::~TempDir() {
   if (!path_.empty()) Shell("rm -rf '" + path_ + "'");
-}
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream contents;
-  contents << file.rdbuf();
-  return contents.str();
 }
 
 void WriteFile(const std::string& path, const std::string& contents, mode_t mode) {

@@ -8,6 +8,8 @@
 
 #include <string>
 
+#include "FileContents.h"
+
 // A fresh folder under /tmp, removed with everything in it at the end.
 class TempDir {
  public:
@@ -21,7 +23,6 @@ class TempDir {
   std::string path_;
 };
 
-std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& contents, mode_t mode = 0644);
 
 // Runs `command` through /bin/sh; its exit status, or -1.

@@ -12,8 +12,8 @@
 #include <cstring>
 #include <fstream>
 #include <random>
-#include <sstream>
 
+#include "FileContents.h"
 #include "MounterHarness.h"
 #include "MounterStatus.h"
 #include "StubBundle.h"
@@ -27,13 +27,6 @@ void WriteRandomFile(const std::string& path, size_t size) {
   std::string bytes(size, '\0');
   for (char& byte : bytes) byte = static_cast<char>(random());
   std::ofstream(path, std::ios::binary) << bytes;
-}
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
 }
 
 class MounterTest : public ::testing::Test {

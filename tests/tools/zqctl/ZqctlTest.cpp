@@ -5,8 +5,8 @@
 
 #include <fstream>
 #include <memory>
-#include <sstream>
 
+#include "FileContents.h"
 #include "ServiceTestEnvironment.h"
 #include "StubBundle.h"
 
@@ -17,13 +17,6 @@ struct ZqctlRun {
   std::string out;
   std::string err;
 };
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 class ZqctlTest : public ServiceTestBase {
  protected:
