@@ -123,6 +123,8 @@ int MakePipe(int fds[2]) {
   return 0;
 }
 
+namespace {
+
 // This process's environment with the bundle's program folder appended to
 // PATH (the shell's default search list when PATH is not set).
 std::vector<std::string> ChildEnvironment() {
@@ -140,16 +142,22 @@ std::vector<std::string> ChildEnvironment() {
   return environment;
 }
 
+// The strings as the null-terminated array of pointers that exec takes;
+// valid while `strings` is.
+std::vector<char*> ExecArray(const std::vector<std::string>& strings) {
+  std::vector<char*> array;
+  for (const std::string& text : strings) array.push_back(const_cast<char*>(text.c_str()));
+  array.push_back(nullptr);
+  return array;
+}
+
+}  // namespace
+
 int SpawnProcess(const std::string& path, const std::vector<std::string>& arguments, const int streams[3],
                  pid_t* pid) {
   const std::vector<std::string> environment = ChildEnvironment();
-  std::vector<char*> envp;
-  for (const std::string& entry : environment) envp.push_back(const_cast<char*>(entry.c_str()));
-  envp.push_back(nullptr);
-
-  std::vector<char*> argv;
-  for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
+  std::vector<char*> envp = ExecArray(environment);
+  std::vector<char*> argv = ExecArray(arguments);
 
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
