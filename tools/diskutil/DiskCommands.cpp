@@ -2,7 +2,6 @@
 
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -10,6 +9,7 @@
 #include <cstring>
 
 #include "DiskTarget.h"
+#include "TaskWrapper.h"
 
 namespace {
 
@@ -20,17 +20,13 @@ int UnknownDisk(const std::string& name) {
   return 1;
 }
 
-// Runs mount(8) with its standard output on our standard error, so that
-// nothing it says can pass for our verdict.
-bool RunMount(const std::string& device, const std::string& folder) {
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    execl(kMountProgram, kMountProgram, device.c_str(), folder.c_str(), static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  int status = 0;
-  return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+// Runs mount(8) and passes on everything it says on standard error, so
+// that nothing it says can pass for our verdict, which the mount table
+// gives.
+void RunMount(const std::string& device, const std::string& folder) {
+  const TaskWrapper mount = TaskWrapper::runTaskAtLaunchPath(kMountProgram, {device, folder});
+  std::fputs(mount.response().value_or("").c_str(), stderr);
+  std::fputs(mount.errorMessage().value_or("").c_str(), stderr);
 }
 
 }  // namespace
@@ -65,7 +61,8 @@ int MountDisk(const std::string& name, const std::string& mediaRoot) {
   const std::string folder = mediaRoot + "/" + target->devicePath.substr(target->devicePath.rfind('/') + 1);
   mkdir(mediaRoot.c_str(), 0755);
   const bool madeFolder = mkdir(folder.c_str(), 0755) == 0;
-  if (!RunMount(target->devicePath, folder) || MountsOf(*target, ReadMountTable()).empty()) {
+  RunMount(target->devicePath, folder);
+  if (MountsOf(*target, ReadMountTable()).empty()) {
     if (madeFolder) rmdir(folder.c_str());
     std::fprintf(stderr, "Volume on %s failed to mount\n", name.c_str());
     return 1;
