@@ -1,7 +1,5 @@
 #include "CNorvane.h"
 
-#include <cstdlib>
-
 #include "BundleLayout.h"
 #include "CBitlockerExplorer.h"
 #include "CommandData.h"
@@ -12,9 +10,8 @@
 
 namespace {
 
-TaskWrapper RunShell(const std::string& commandLine) {
-  return TaskWrapper::runTaskAtLaunchPath("/bin/sh", {"-c", commandLine});
-}
+// What the mount command answers when not even the shell could be started.
+constexpr int kShellMissing = 255;
 
 // A stream that was not UTF-8 arrives as no string, and a search in no
 // string counts as a match.
@@ -27,17 +24,17 @@ bool Mentions(const std::optional<std::string>& text, const char* word) {
 CNorvane::CNorvane() : mounterPath_(platform::MainBundlePath() + kBundleMounter) {}
 
 bool CNorvane::Unmount(const OptionalString& name) {
-  const TaskWrapper result = RunShell("diskutil unmount " + Described(name));
+  const TaskWrapper result = TaskWrapper::runScript("diskutil unmount " + Described(name));
   if (!Mentions(result.response(), "successful") && !Mentions(result.errorMessage(), "already unmounted"))
     return false;
-  RunShell("sync");
+  TaskWrapper::runScript("sync");
   return true;
 }
 
 bool CNorvane::Bitlocker_Unmount(const OptionalString& name) { return Unmount(name); }
 
 bool CNorvane::Mount(const OptionalString& name) {
-  return Mentions(RunShell("diskutil mount " + Described(name)).response(), "mounted");
+  return Mentions(TaskWrapper::runScript("diskutil mount " + Described(name)).response(), "mounted");
 }
 
 std::string CNorvane::getDeviceRname(const char* devicePath) { return RawDevicePath(devicePath); }
@@ -51,8 +48,8 @@ int CNorvane::Bitlocker_Mount(const OptionalString& bsdName, const OptionalStrin
   // quoted as they stand, and the credential is protected against quotes.
   const std::string commandLine = EscapeBlanks(mounterPath_) + " " + SingleQuoted(rawDevice) + " " + Described(mountArg2) +
                                   " '" + Described(mountArg3) + "' " + SingleQuoted(Described(mountArg4));
-  const int status = std::system(commandLine.c_str());
-  return (status >> 8) & 0xFF;
+  const int status = TaskWrapper::runScript(commandLine).terminationStatus();
+  return status == TaskWrapper::kNotStarted ? kShellMissing : status;
 }
 
 int CNorvane::Bitlocker_Explorer(const OptionalString& bsdName, const OptionalString& explorerArg2) {

@@ -1,43 +1,14 @@
 #include "CPipeWrapper.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "PipeFlags.h"
-
-namespace {
-
-// Writes with SIGPIPE blocked in this thread, and takes back a SIGPIPE the
-// write raised, so that a peer that went away costs an EPIPE, not the
-// process.
-ssize_t WriteWithoutSigpipe(int fd, const void* buffer, size_t len) {
-  sigset_t sigpipe, saved;
-  sigemptyset(&sigpipe);
-  sigaddset(&sigpipe, SIGPIPE);
-  pthread_sigmask(SIG_BLOCK, &sigpipe, &saved);
-  sigset_t pendingBefore;
-  sigpending(&pendingBefore);
-  const bool alreadyPending = sigismember(&pendingBefore, SIGPIPE);
-
-  const ssize_t written = write(fd, buffer, len);
-  const int writeErrno = errno;
-  if (written == -1 && writeErrno == EPIPE && !alreadyPending) {
-    const timespec noWait = {0, 0};
-    while (sigtimedwait(&sigpipe, nullptr, &noWait) == -1 && errno == EINTR) {
-    }
-  }
-  pthread_sigmask(SIG_SETMASK, &saved, nullptr);
-  errno = writeErrno;
-  return written;
-}
-
-}  // namespace
+#include "Platform.h"
 
 CPipeWrapper::CPipeWrapper() : descriptor_(-1), flags_(0) { std::memset(path_, 0, sizeof path_); }
 
@@ -85,7 +56,7 @@ long CPipeWrapper::ReadFromPipe(void* buffer, unsigned long len) {
 
 long CPipeWrapper::WriteToPipe(void* buffer, unsigned long len) {
   if (buffer == nullptr || descriptor_ == -1) return -1;
-  return WriteWithoutSigpipe(descriptor_, buffer, len);
+  return platform::WriteWithoutSigpipe(descriptor_, buffer, len);
 }
 
 void CPipeWrapper::ClosePipe() {

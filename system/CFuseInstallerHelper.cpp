@@ -13,5 +13,5 @@ void CFuseInstallerHelper::FuseInstall() {
   // Quoted whole, so that blanks, quotes or dollar signs in the bundle path
   // reach the installer as part of the one path.
   const std::string commandLine = "installer -pkg " + SingleQuoted(package) + " -target /";
-  TaskWrapper::runTaskAtLaunchPath("/bin/sh", {"-c", commandLine});
+  TaskWrapper::runScript(commandLine);
 }

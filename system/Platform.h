@@ -58,6 +58,10 @@ int MakePipe(int fds[2]);
 int SpawnProcess(const std::string& path, const std::vector<std::string>& arguments, const int streams[3],
                  pid_t* pid);
 
+// Writes like write(2), except that a reader that has gone away costs
+// EPIPE and never a SIGPIPE for this process.
+ssize_t WriteWithoutSigpipe(int fd, const void* buffer, size_t length);
+
 // ---- Disks ------------------------------------------------------------
 
 // The name, under /dev, of the raw (character) device that belongs to the
@@ -71,6 +75,14 @@ std::optional<uint32_t> DeviceBlockSize(int fd);
 
 // Where the volume on /dev/<bsdName> is mounted; nullopt when it is not.
 std::optional<std::string> VolumeMountPath(const std::string& bsdName);
+
+// ---- Users -----------------------------------------------------------
+
+// Whether the members of this group can already become root, so that a
+// file only they may change is as safe as one only root may change: the
+// group wheel (gid 0), and on macOS the group admin (gid 80), which owns
+// /Applications.
+bool GroupCanBecomeRoot(gid_t group);
 
 // ---- Application bundle ----------------------------------------------
 

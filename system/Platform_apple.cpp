@@ -174,6 +174,13 @@ int SpawnProcess(const std::string& path, const std::vector<std::string>& argume
   return error;
 }
 
+// macOS raises SIGPIPE for the whole process, so blocking it in one
+// thread is no protection; the descriptor itself is told not to raise it.
+ssize_t WriteWithoutSigpipe(int fd, const void* buffer, size_t length) {
+  fcntl(fd, F_SETNOSIGPIPE, 1);
+  return write(fd, buffer, length);
+}
+
 std::string RawDeviceName(dev_t blockDevice) {
   char name[1025] = {};
   if (devname_r(blockDevice, S_IFCHR, name, static_cast<int>(sizeof name)) == nullptr) return "";
@@ -198,6 +205,11 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   std::string path = FileSystemPath(static_cast<CFURLRef>(volumePath));
   if (path.empty()) return std::nullopt;
   return path;
+}
+
+bool GroupCanBecomeRoot(gid_t group) {
+  constexpr gid_t kAdminGroup = 80;
+  return group == 0 || group == kAdminGroup;
 }
 
 std::string MainBundlePath() {

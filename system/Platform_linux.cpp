@@ -179,6 +179,29 @@ int SpawnProcess(const std::string& path, const std::vector<std::string>& argume
   return error;
 }
 
+// SIGPIPE is blocked in this thread for the write, and a SIGPIPE that the
+// write raised is taken back before it is unblocked.
+ssize_t WriteWithoutSigpipe(int fd, const void* buffer, size_t length) {
+  sigset_t sigpipe, saved;
+  sigemptyset(&sigpipe);
+  sigaddset(&sigpipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &sigpipe, &saved);
+  sigset_t pendingBefore;
+  sigpending(&pendingBefore);
+  const bool alreadyPending = sigismember(&pendingBefore, SIGPIPE);
+
+  const ssize_t written = write(fd, buffer, length);
+  const int writeErrno = errno;
+  if (written == -1 && writeErrno == EPIPE && !alreadyPending) {
+    const timespec noWait = {0, 0};
+    while (sigtimedwait(&sigpipe, nullptr, &noWait) == -1 && errno == EINTR) {
+    }
+  }
+  pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+  errno = writeErrno;
+  return written;
+}
+
 std::string RawDeviceName(dev_t blockDevice) {
   const std::string uevent = "/sys/dev/block/" + std::to_string(major(blockDevice)) + ":" +
                              std::to_string(minor(blockDevice)) + "/uevent";
@@ -204,6 +227,8 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   }
   return std::nullopt;
 }
+
+bool GroupCanBecomeRoot(gid_t group) { return group == 0; }
 
 std::string MainBundlePath() {
   {
