@@ -9,17 +9,13 @@
 #include <cstring>
 #include <vector>
 
-#include "BundleLayout.h"
-#include "CNorvane.h"
 #include "DeviceNames.h"
-#include "LibraryEntryPoint.h"
+#include "PackageLibrary.h"
 #include "Platform.h"
 
 const char* pszBitlockerMark = "-FVE-FS-";
 
 namespace {
-
-using IsBitlockerFunction = bool (*)(const char*);
 
 constexpr uint32_t kFallbackBlockSize = 512;
 constexpr size_t kSignatureWindow = 16;
@@ -86,8 +82,7 @@ class FileDescriptor {
 
 }  // namespace
 
-CBitlockerChecker::CBitlockerChecker()
-    : diskDescriptor_(-1), libraryPath_(platform::MainBundlePath() + kBundleBitlockerLibrary) {}
+CBitlockerChecker::CBitlockerChecker() : diskDescriptor_(-1) {}
 
 CBitlockerChecker::~CBitlockerChecker() {
   if (diskDescriptor_ != -1) close(diskDescriptor_);
@@ -96,15 +91,11 @@ CBitlockerChecker::~CBitlockerChecker() {
 std::string CBitlockerChecker::getDeviceRname(const char* devicePath) { return RawDevicePath(devicePath); }
 
 bool CBitlockerChecker::IsBitlocker(const char* bsdName) {
-  static LibraryEntryPoint<IsBitlockerFunction> lpfn("is_bitlocker_drive");
-  const std::optional<std::string> name = bsdName ? std::optional<std::string>(bsdName) : std::nullopt;
-  IsBitlockerFunction isBitlockerDrive = lpfn.Get(libraryPath_);
+  const IsBitlockerDriveFunction isBitlockerDrive = PackageIsBitlockerDrive();
   if (isBitlockerDrive == nullptr) return false;
+  const std::optional<std::string> name = bsdName ? std::optional<std::string>(bsdName) : std::nullopt;
   const std::string rawDevice = getDeviceRname(BlockDevicePath(name).c_str());
-  if (!isBitlockerDrive(rawDevice.c_str())) return false;
-  CNorvane norvane;
-  norvane.Unmount(name);
-  return true;
+  return isBitlockerDrive(rawDevice.c_str());
 }
 
 bool CBitlockerChecker::openDisk(const char* bsdName) {

@@ -1,10 +1,9 @@
 // Tells whether a disk or partition holds a BitLocker volume.
 //
-// The service's answer comes from the package's BitLocker library; a
-// positive answer also unmounts the device.  Beside it the class carries a
-// self-contained check that reads the device itself: the signature in the
-// first block, or failing that the block that a marker file on the
-// device's visible volume points at.
+// The service's answer comes from the package's BitLocker library.  Beside
+// it the class carries a self-contained check that reads the device itself:
+// the signature in the first block, or failing that the block that a marker
+// file on the device's visible volume points at.
 #ifndef ZQ_BITLOCKER_CBITLOCKERCHECKER_H_
 #define ZQ_BITLOCKER_CBITLOCKERCHECKER_H_
 
@@ -22,7 +21,8 @@ class CBitlockerChecker {
   CBitlockerChecker(const CBitlockerChecker&) = delete;
   CBitlockerChecker& operator=(const CBitlockerChecker&) = delete;
 
-  // Asks the library about /dev/<bsdName>; on a yes unmounts the device.
+  // Asks the library about /dev/<bsdName>.  False when the library is
+  // missing.
   bool IsBitlocker(const char* bsdName);
 
   std::string getDeviceRname(const char* devicePath);
@@ -38,7 +38,6 @@ class CBitlockerChecker {
 
  private:
   int diskDescriptor_;
-  std::string libraryPath_;
 };
 
 #endif  // ZQ_BITLOCKER_CBITLOCKERCHECKER_H_

@@ -10,10 +10,14 @@
 
 class CBitlockerExplorer {
  public:
+  // What OpenExplorer answers when the library or its entry point is
+  // missing.
+  static constexpr int kLibraryMissing = 255;
+
   CBitlockerExplorer();
 
-  // 255 when the library or its entry point is missing; otherwise the
-  // library's status.  The explorer is started only when the volume opened.
+  // kLibraryMissing, or the library's status.  The explorer is started
+  // only when the volume opened.
   int OpenExplorer(const std::optional<std::string>& bsdName, const std::optional<std::string>& explorerArg2);
 
   std::string getDeviceRname(const char* devicePath);
@@ -23,7 +27,6 @@ class CBitlockerExplorer {
   bool openBitlockerDevice(const char* rawDevicePath, const char* credential, IVolume** volume, int* status);
 
  private:
-  std::string libraryPath_;
   std::string explorerPath_;
 };
 

@@ -11,6 +11,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "BitlockerStatus.h"
+
 class IVolume {
  public:
   virtual ~IVolume() = default;
@@ -22,15 +24,6 @@ class IVolume {
   // `buffer`.  Returns the number of bytes read (0 at the end of the
   // volume), or -1 with errno set.
   virtual ssize_t Read(uint64_t offset, void* buffer, size_t length) = 0;
-};
-
-// Statuses of open_bitlocker_device.
-enum BitlockerOpenStatus : int {
-  kBitlockerOpened = 0,
-  kBitlockerNotBitlocker = 1,      // no BitLocker volume on the device
-  kBitlockerWrongCredential = 2,   // no protector opens with this credential
-  kBitlockerUnsupported = 3,       // a BitLocker volume this library cannot read
-  kBitlockerIoError = 4,           // the device could not be read
 };
 
 // The entry points are the library's only exported symbols; everything
@@ -46,7 +39,8 @@ ZQ_BITLOCKER_API bool is_bitlocker_drive(const char* rawDevice);
 // Opens the volume on `rawDevice` with `credential`: a password, a 48-digit
 // recovery password, or the path of a startup key (.BEK) file; an empty
 // credential asks for the clear key.  On success stores a new volume in
-// *volume and returns kBitlockerOpened.
+// *volume and returns bitlocker::kOk; otherwise returns the bitlocker::Status
+// that says why not.
 ZQ_BITLOCKER_API int open_bitlocker_device(const char* rawDevice, const char* credential,
                                            IVolume** volume);
 

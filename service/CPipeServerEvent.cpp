@@ -17,7 +17,6 @@
 
 namespace {
 
-
 // A string field of a record: UTF-8 text up to its zero byte, never past
 // the end of its array.  Text that is not UTF-8 gives no string.
 template <size_t N>
@@ -56,7 +55,10 @@ void SetStartup(const CCommandDataWrapper<char>& record) {
   if (!bundlePath) {
     CDevLogs::Instance()->WriteLog("refused eCOMMAND_SET_STARTUP: the bundle path is not UTF-8 text");
   } else if (const char* reason = DaemonProgramRefusal(*bundlePath)) {
-    CDevLogs::Instance()->WriteLog("refused eCOMMAND_SET_STARTUP: %s", reason);
+    // The boot-time item would start that program as root: only the login
+    // item is written.
+    CDevLogs::Instance()->WriteLog("eCOMMAND_SET_STARTUP: no boot-time item: %s", reason);
+    CStartupManager::GetInstance()->CreateLaunchAgent(*bundlePath);
   } else {
     CStartupManager::GetInstance()->SetStartup(*bundlePath);
   }
@@ -70,6 +72,9 @@ void CheckBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* conn
   if (IsPlainDeviceName(FieldText(record.check.deviceName))) {
     CBitlockerChecker checker;
     isBitlocker = checker.IsBitlocker(deviceName);
+    // Nothing the system mounted from a BitLocker device stays mounted
+    // while the client goes on; the answer stands whatever the unmount says.
+    if (isBitlocker) CNorvane().Unmount(std::string(deviceName));
   } else {
     CDevLogs::Instance()->WriteLog("refused eCOMMAND_BITLOCKER_CHECK: the device name is not a plain device name");
   }

@@ -10,7 +10,7 @@
 #include "Credential.h"
 #include "FveMetadata.h"
 #include "IByteSource.h"
-#include "Status.h"
+#include "BitlockerStatus.h"
 #include "VolumeHeader.h"
 
 namespace bitlocker {

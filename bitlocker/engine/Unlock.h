@@ -10,7 +10,7 @@
 #include "AesCcm.h"
 #include "Credential.h"
 #include "FveMetadata.h"
-#include "Status.h"
+#include "BitlockerStatus.h"
 
 namespace bitlocker {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "FveMetadata.h"
-#include "Status.h"
+#include "BitlockerStatus.h"
 #include "VolumeHeader.h"
 
 namespace bitlocker {

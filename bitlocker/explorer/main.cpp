@@ -20,7 +20,7 @@
 #include "CExplorerClient.h"
 #include "Credential.h"
 #include "SectorCipher.h"
-#include "Status.h"
+#include "BitlockerStatus.h"
 #include "VolumeReport.h"
 
 namespace {

@@ -10,34 +10,18 @@
 
 namespace {
 
-int ToOpenStatus(bitlocker::Status status) {
-  switch (status) {
-    case bitlocker::Status::kOk:
-      return kBitlockerOpened;
-    case bitlocker::Status::kNotBitlocker:
-      return kBitlockerNotBitlocker;
-    case bitlocker::Status::kWrongCredential:
-      return kBitlockerWrongCredential;
-    case bitlocker::Status::kUnsupported:
-      return kBitlockerUnsupported;
-    case bitlocker::Status::kIoError:
-      return kBitlockerIoError;
-  }
-  return kBitlockerUnsupported;
-}
-
 int OpenDevice(const char* rawDevice, const char* credential, IVolume** volume) {
   std::string why;
   std::unique_ptr<bitlocker::CBitlockerVolume> locked;
   bitlocker::Status status = bitlocker::CBitlockerVolume::Open(rawDevice, &locked, &why);
-  if (status != bitlocker::Status::kOk) return ToOpenStatus(status);
+  if (status != bitlocker::Status::kOk) return status;
 
   std::unique_ptr<bitlocker::CUnlockedVolume> unlocked;
   status = locked->Unlock(bitlocker::Credential::FromText(credential ? credential : ""), &unlocked,
                           &why);
-  if (status != bitlocker::Status::kOk) return ToOpenStatus(status);
+  if (status != bitlocker::Status::kOk) return status;
   *volume = unlocked.release();
-  return kBitlockerOpened;
+  return bitlocker::kOk;
 }
 
 }  // namespace
@@ -54,16 +38,16 @@ bool is_bitlocker_drive(const char* rawDevice) {
 }
 
 int open_bitlocker_device(const char* rawDevice, const char* credential, IVolume** volume) {
-  if (volume == nullptr) return kBitlockerIoError;
+  if (volume == nullptr) return bitlocker::kIoError;
   *volume = nullptr;
-  if (rawDevice == nullptr) return kBitlockerIoError;
+  if (rawDevice == nullptr) return bitlocker::kIoError;
   try {
     return OpenDevice(rawDevice, credential, volume);
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
-    return kBitlockerIoError;
+    return bitlocker::kIoError;
   } catch (const std::exception&) {
-    return kBitlockerUnsupported;
+    return bitlocker::kUnsupported;
   }
 }
 

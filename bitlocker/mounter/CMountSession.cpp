@@ -49,7 +49,7 @@ void CMountSession::BlockStopSignals() {
 
 int CMountSession::Start(std::string* message) {
   const int status = request_.raw ? StartRaw(message) : StartFilesystem(message);
-  if (status != kMounterMounted) TakeDown();
+  if (status != bitlocker::kOk) TakeDown();
   return status;
 }
 
@@ -78,14 +78,14 @@ int CMountSession::StartRaw(std::string* message) {
   options.fileMode = 0444 & ~request_.umask;
   if (!MountServer(request_.mountPoint, options, message)) return kMounterMountFailed;
   mountPointMountId_ = serverMountId_;
-  return kMounterMounted;
+  return bitlocker::kOk;
 }
 
 int CMountSession::StartFilesystem(std::string* message) {
   const FilesystemType type = DetectFilesystem(volume_.get());
   if (type == FilesystemType::kUnknown) {
     *message = "the volume holds no NTFS, exFAT or FAT file system (mount it with the option raw)";
-    return kMounterUnsupported;
+    return bitlocker::kUnsupported;
   }
   mkdir(kStagingRoot, 0700);
   std::string folder = std::string(kStagingRoot) + "/XXXXXX";
@@ -107,7 +107,7 @@ int CMountSession::StartFilesystem(std::string* message) {
     *message = std::string("the ") + FilesystemName(type) + " file system could not be mounted:\n" + driversSaid;
     return kMounterMountFailed;
   }
-  return kMounterMounted;
+  return bitlocker::kOk;
 }
 
 void CMountSession::ServeUntilUnmounted() {

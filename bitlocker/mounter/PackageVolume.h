@@ -1,6 +1,4 @@
-// Opens a BitLocker volume through the package's BitLocker library, the
-// "libBitLockerWapper.dylib" that lies beside the running program in its
-// bundle's Contents/MacOS folder.
+// Opens a BitLocker volume through the package's BitLocker library.
 #ifndef ZQ_BITLOCKER_MOUNTER_PACKAGEVOLUME_H_
 #define ZQ_BITLOCKER_MOUNTER_PACKAGEVOLUME_H_
 
@@ -9,13 +7,9 @@
 
 #include "IVolume.h"
 
-// The library's path inside the bundle of the running program.
-std::string PackageLibraryPath();
-
-// Opens `rawDevice` with `credential` through the library at `libraryPath`.
-// Returns a MounterStatus: kMounterMounted with *volume set when it opened,
-// otherwise the status that says why not.
-int OpenPackageVolume(const std::string& libraryPath, const std::string& rawDevice, const std::string& credential,
-                      std::unique_ptr<IVolume>* volume);
+// Opens `rawDevice` with `credential`.  Returns bitlocker::kOk with *volume
+// set when it opened, kMounterNoLibrary when the library or its entry
+// point is missing, otherwise the library's status.
+int OpenPackageVolume(const std::string& rawDevice, const std::string& credential, std::unique_ptr<IVolume>* volume);
 
 #endif  // ZQ_BITLOCKER_MOUNTER_PACKAGEVOLUME_H_

@@ -57,9 +57,9 @@ int main(int argc, char** argv) {
 
   CCallerReport caller = CCallerReport::Detach();
   std::unique_ptr<IVolume> volume;
-  const int opened = OpenPackageVolume(PackageLibraryPath(), request.rawDevice, request.credential, &volume);
+  const int opened = OpenPackageVolume(request.rawDevice, request.credential, &volume);
   std::fill(request.credential.begin(), request.credential.end(), '\0');
-  if (opened != kMounterMounted) {
+  if (opened != bitlocker::kOk) {
     caller.Send(opened, std::string(DescribeMounterStatus(opened)) + ": " + request.rawDevice);
     return opened;
   }
@@ -69,7 +69,7 @@ int main(int argc, char** argv) {
   std::string message;
   const int status = session.Start(&message);
   caller.Send(status, message);
-  if (status != kMounterMounted) return status;
+  if (status != bitlocker::kOk) return status;
   session.ServeUntilUnmounted();
-  return kMounterMounted;
+  return bitlocker::kOk;
 }

@@ -163,7 +163,7 @@ TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
     if (!image.startupKeyPath.empty()) credentials.push_back({"startup key", image.startupKeyPath});
     for (const auto& [kind, credential] : credentials) {
       SCOPED_TRACE(image.name + " with its " + kind);
-      ASSERT_EQ(Mount(loop, credential), kMounterMounted);
+      ASSERT_EQ(Mount(loop, credential), bitlocker::kOk);
       EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
       ASSERT_EQ(umount(mountPoint_.c_str()), 0);
       EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << "the mounter still runs after umount";
@@ -176,10 +176,10 @@ TEST_F(MountEndToEndTest, MountingAgainReplacesTheEarlierMountOfTheDevice) {
   const testimages::Image& image = images->front();
   LoopDevice loop(image.path, 0, true);
   ASSERT_TRUE(loop.valid());
-  ASSERT_EQ(Mount(loop, image.recoveryPassword), kMounterMounted);
+  ASSERT_EQ(Mount(loop, image.recoveryPassword), bitlocker::kOk);
   // The service unmounts the device through diskutil first, which takes the
   // FUSE mount of the device down.
-  ASSERT_EQ(Mount(loop, image.recoveryPassword), kMounterMounted);
+  ASSERT_EQ(Mount(loop, image.recoveryPassword), bitlocker::kOk);
   EXPECT_EQ(LiveProcessesWithWord(mountPoint_).size(), 1u) << "one mounter serves the mount point";
   EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
 }
@@ -189,7 +189,7 @@ TEST_F(MountEndToEndTest, WrongCredentialAnswersTheMountersCodeAndMountsNothing)
   for (const testimages::Image& image : *images) {
     LoopDevice loop(image.path, 0, true);
     ASSERT_TRUE(loop.valid()) << image.name;
-    EXPECT_EQ(Mount(loop, "it's not the password"), kMounterWrongCredential) << image.name;
+    EXPECT_EQ(Mount(loop, "it's not the password"), bitlocker::kWrongCredential) << image.name;
     EXPECT_FALSE(MountedAt(mountPoint_)) << image.name;
     EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << image.name;
   }

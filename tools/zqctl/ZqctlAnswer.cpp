@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "IVolume.h"
+#include "BitlockerStatus.h"
 #include "MounterStatus.h"
 
 namespace {
@@ -31,23 +31,18 @@ std::string TextOf(const CCommandDataWrapper<char>& answer) {
 
 std::string WithCode(const std::string& text, uint32_t result) { return text + " (" + std::to_string(result) + ")"; }
 
-// What a non-zero result of the mount or explorer command means.  The
-// mounter's statuses share the library's numbers where they mean the same.
+// What a non-zero result of the mount or explorer command means: the
+// service's own answers, else the mounter's or the library's status.
 std::string FailureReason(uint32_t result, bool mount) {
   switch (result) {
     case kResultUnmountFailed: return "the device could not be unmounted first";
-    case kBitlockerNotBitlocker: return "the device holds no BitLocker volume";
-    case kBitlockerWrongCredential: return "the credential does not unlock the volume";
-    case kBitlockerUnsupported: return "the volume is of a kind that cannot be read";
-    case kBitlockerIoError: return "the device could not be read";
     case 127: return "the program could not be started";
     case 255: return "the BitLocker library or the shell is missing";
     default: break;
   }
-  if (mount && result == kMounterMountFailed) return "the volume opened but could not be mounted";
-  if (mount && result == kMounterNoLibrary) return "the BitLocker library is missing from the bundle";
-  if (mount && result == kMounterUsage) return "the mounter refused its arguments";
-  return "the program ended with a failure";
+  const int status = static_cast<int>(result);
+  const char* name = mount ? DescribeMounterStatus(status) : bitlocker::StatusName(status);
+  return name != nullptr ? name : "the program ended with a failure";
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ int Open(const std::string& device, const std::string& credential, VolumePtr* vo
   IVolume* raw = reinterpret_cast<IVolume*>(0x1);
   int status = open_bitlocker_device(device.c_str(), credential.c_str(), &raw);
   volume->reset(raw);
-  if (status != kBitlockerOpened) {
+  if (status != bitlocker::kOk) {
     EXPECT_EQ(raw, nullptr) << "a volume came with status " << status;
   }
   return status;
@@ -66,7 +66,7 @@ TEST(BitlockerLibrary, OpensEveryImageWithEachKindOfCredentialText) {
                              : !image.startupKeyPath.empty() ? image.startupKeyPath
                                                              : image.recoveryPassword;
     VolumePtr volume;
-    ASSERT_EQ(Open(image.path, credential, &volume), kBitlockerOpened);
+    ASSERT_EQ(Open(image.path, credential, &volume), bitlocker::kOk);
     ASSERT_TRUE(volume);
     std::vector<uint8_t> bytes = ReadWholeVolume(*volume, 1024 * 1024 + 512);
     ASSERT_EQ(bytes.size(), volume->Size());
@@ -74,7 +74,7 @@ TEST(BitlockerLibrary, OpensEveryImageWithEachKindOfCredentialText) {
 
     std::string undashed = image.recoveryPassword;
     undashed.erase(std::remove(undashed.begin(), undashed.end(), '-'), undashed.end());
-    EXPECT_EQ(Open(image.path, undashed, &volume), kBitlockerOpened);
+    EXPECT_EQ(Open(image.path, undashed, &volume), bitlocker::kOk);
   }
 }
 
@@ -83,17 +83,17 @@ TEST(BitlockerLibrary, ReportsEachFailureWithItsStatus) {
   const testimages::Image* image = testimages::FindImage("bitlk-aes-xts-128-smart-card", &why);
   if (!image) GTEST_SKIP() << why;
   VolumePtr volume;
-  EXPECT_EQ(Open(image->path, "anaconda", &volume), kBitlockerWrongCredential);
-  EXPECT_EQ(Open(image->path, "", &volume), kBitlockerWrongCredential);
+  EXPECT_EQ(Open(image->path, "anaconda", &volume), bitlocker::kWrongCredential);
+  EXPECT_EQ(Open(image->path, "", &volume), bitlocker::kWrongCredential);
   EXPECT_EQ(Open(image->path, "538329-080597-399190-348700-323345-161062-279807-230979", &volume),
-            kBitlockerWrongCredential);
+            bitlocker::kWrongCredential);
   EXPECT_EQ(Open(testimages::WriteScratchFile("zeros.img", std::vector<uint8_t>(65536, 0)), "x", &volume),
-            kBitlockerNotBitlocker);
-  EXPECT_EQ(Open(testimages::ScratchFolder() + "/missing.img", "x", &volume), kBitlockerIoError);
+            bitlocker::kNotBitlocker);
+  EXPECT_EQ(Open(testimages::ScratchFolder() + "/missing.img", "x", &volume), bitlocker::kIoError);
 
   IVolume* raw = nullptr;
-  EXPECT_NE(open_bitlocker_device(nullptr, "x", &raw), kBitlockerOpened);
-  EXPECT_NE(open_bitlocker_device(image->path.c_str(), "x", nullptr), kBitlockerOpened);
+  EXPECT_NE(open_bitlocker_device(nullptr, "x", &raw), bitlocker::kOk);
+  EXPECT_NE(open_bitlocker_device(image->path.c_str(), "x", nullptr), bitlocker::kOk);
 }
 
 TEST(BitlockerLibrary, ExportsOnlyItsEntryPoints) {

@@ -76,7 +76,7 @@ TEST_F(MounterTest, RawServesTheWholeFileReadOnlyUntilUnmounted) {
   WriteRandomFile(image, 9 * 1024 * 1024 + 123);
 
   const MounterRun run = Mount(image, "raw");
-  ASSERT_EQ(run.status, kMounterMounted) << run.errors;
+  ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
   ASSERT_TRUE(MountedAt(mountPoint_));
 
   struct stat info;
@@ -94,7 +94,7 @@ TEST_F(MounterTest, OwnershipOptionsReachTheServedFile) {
   const std::string image = root_ + "/image";
   WriteRandomFile(image, 4096);
   const MounterRun run = Mount(image, "raw,uid=1234,gid=99,umask=027");
-  ASSERT_EQ(run.status, kMounterMounted) << run.errors;
+  ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
   struct stat info;
   ASSERT_EQ(stat((mountPoint_ + "/volume").c_str(), &info), 0);
   EXPECT_EQ(info.st_uid, 1234u);
@@ -106,7 +106,7 @@ TEST_F(MounterTest, OwnershipOptionsReachTheServedFile) {
 TEST_F(MounterTest, StopSignalTakesTheMountDown) {
   const std::string image = root_ + "/image";
   WriteRandomFile(image, 4096);
-  ASSERT_EQ(Mount(image, "raw").status, kMounterMounted);
+  ASSERT_EQ(Mount(image, "raw").status, bitlocker::kOk);
   const std::vector<int> servers = LiveProcessesWithWord(mountPoint_);
   ASSERT_EQ(servers.size(), 1u);
   kill(servers[0], SIGTERM);
@@ -129,11 +129,11 @@ TEST_F(MounterTest, EachFailureHasItsOwnStatusAndMountsNothing) {
       {"unknown option", {"IMAGE", "MOUNT", "raw,fast", "plain"}, kMounterUsage},
       {"umask not octal", {"IMAGE", "MOUNT", "umask=089", "plain"}, kMounterUsage},
       {"mount point is a file", {"IMAGE", "IMAGE", "raw", "plain"}, kMounterUsage},
-      {"not BitLocker", {"IMAGE", "MOUNT", "raw", "not-bitlocker"}, kMounterNotBitlocker},
-      {"wrong credential", {"IMAGE", "MOUNT", "raw", "guess"}, kMounterWrongCredential},
-      {"unsupported volume", {"IMAGE", "MOUNT", "raw", "unsupported"}, kMounterUnsupported},
-      {"no file system inside", {"IMAGE", "MOUNT", "", "plain"}, kMounterUnsupported},
-      {"device missing", {"/dev/zq-no-such-device", "MOUNT", "raw", "plain"}, kMounterUnreadable},
+      {"not BitLocker", {"IMAGE", "MOUNT", "raw", "not-bitlocker"}, bitlocker::kNotBitlocker},
+      {"wrong credential", {"IMAGE", "MOUNT", "raw", "guess"}, bitlocker::kWrongCredential},
+      {"unsupported volume", {"IMAGE", "MOUNT", "raw", "unsupported"}, bitlocker::kUnsupported},
+      {"no file system inside", {"IMAGE", "MOUNT", "", "plain"}, bitlocker::kUnsupported},
+      {"device missing", {"/dev/zq-no-such-device", "MOUNT", "raw", "plain"}, bitlocker::kIoError},
   };
   for (const Refusal& refusal : refusals) {
     std::vector<std::string> words = refusal.words;
@@ -203,7 +203,7 @@ TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
             0);
 
   const MounterRun run = Mount(image, "uid=1000,umask=077");
-  ASSERT_EQ(run.status, kMounterMounted) << run.errors;
+  ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
   EXPECT_EQ(ReadFile(mountPoint_ + "/hello.txt"), text);
   EXPECT_LT(open((mountPoint_ + "/new.txt").c_str(), O_WRONLY | O_CREAT, 0644), 0) << "the mount is writable";
   const std::vector<std::string> staging = MountPointsOfSource(image);

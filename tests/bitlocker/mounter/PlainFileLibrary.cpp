@@ -15,15 +15,15 @@ ZQ_EXPORT bool is_bitlocker_drive(const char*) { return true; }
 
 ZQ_EXPORT int open_bitlocker_device(const char* rawDevice, const char* credential, IVolume** volume) {
   *volume = nullptr;
-  if (std::strcmp(credential, "not-bitlocker") == 0) return kBitlockerNotBitlocker;
-  if (std::strcmp(credential, "unsupported") == 0) return kBitlockerUnsupported;
-  if (std::strcmp(credential, "unreadable") == 0) return kBitlockerIoError;
-  if (std::strcmp(credential, "plain") != 0) return kBitlockerWrongCredential;
+  if (std::strcmp(credential, "not-bitlocker") == 0) return bitlocker::kNotBitlocker;
+  if (std::strcmp(credential, "unsupported") == 0) return bitlocker::kUnsupported;
+  if (std::strcmp(credential, "unreadable") == 0) return bitlocker::kIoError;
+  if (std::strcmp(credential, "plain") != 0) return bitlocker::kWrongCredential;
   CFileVolume* file = new CFileVolume(rawDevice);
   if (!file->valid()) {
     delete file;
-    return kBitlockerIoError;
+    return bitlocker::kIoError;
   }
   *volume = file;
-  return kBitlockerOpened;
+  return bitlocker::kOk;
 }
