@@ -4,6 +4,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 
 namespace {
@@ -15,9 +16,12 @@ std::optional<std::string> ReadLine(int fd) {
   std::string line;
   line.reserve(1024);
   char c;
+  bool readAny = false;
   for (;;) {
     ssize_t got = ::read(fd, &c, 1);
-    if (got < 0) return std::nullopt;
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 || (got == 0 && !readAny)) return std::nullopt;
+    readAny = true;
     if (got == 0 || c == '\n') break;
     line.push_back(c);
   }

@@ -1,4 +1,5 @@
-// Reading a credential without it ever appearing on a command line.
+// Reading a credential without it ever appearing on a command line, shared
+// by the command-line tools.
 #ifndef ZQ_BITLOCKER_TOOL_CREDENTIALINPUT_H_
 #define ZQ_BITLOCKER_TOOL_CREDENTIALINPUT_H_
 
@@ -7,7 +8,8 @@
 
 // With a terminal on standard input, asks on standard error with `prompt`
 // and echo off; otherwise reads the first line of standard input.  The line
-// end is dropped.  nullopt when nothing could be read.
+// end is dropped; an empty line is the empty credential.  nullopt when not
+// even that could be read.
 std::optional<std::string> ReadCredential(const char* prompt);
 
 // Overwrites a credential's text before it is released.

@@ -1,24 +1,23 @@
 // zqctl: talks to the service as one of its client applications, so that
 // users, testers and administrators can drive every command from a shell.
-#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "CLibPipeConnectionCreator.h"
 #include "CPipeDataWrapper.h"
+#include "CredentialInput.h"
 #include "PipeFlags.h"
 #include "ZqctlAnswer.h"
 #include "ZqctlRequest.h"
 
 namespace {
-
 
 // Blocks that arrive unasked: printed while listening, otherwise dropped.
 class BlockPrinter : public IIPCEvent {
@@ -36,27 +35,6 @@ class BlockPrinter : public IIPCEvent {
   bool print_;
   bool json_;
 };
-
-// The credential: one line of standard input, read without echo on a
-// terminal.  False when nothing could be read.
-bool ReadCredential(std::string* credential) {
-  const bool terminal = isatty(STDIN_FILENO);
-  termios saved{};
-  if (terminal) {
-    std::fprintf(stderr, "Credential: ");
-    tcgetattr(STDIN_FILENO, &saved);
-    termios quiet = saved;
-    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
-  }
-  const bool read = static_cast<bool>(std::getline(std::cin, *credential)) || !credential->empty();
-  if (terminal) {
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
-    std::fprintf(stderr, "\n");
-  }
-  if (!credential->empty() && credential->back() == '\r') credential->pop_back();
-  return read;
-}
 
 void Report(const ZqctlRequest& request, const CCommandDataWrapper<char>* answer, const ZqctlOutcome& outcome) {
   if (request.json) {
@@ -131,13 +109,13 @@ int main(int argc, char** argv) {
     return kZqctlSuccess;
   }
   if (request.needsCredential) {
-    std::string credential;
-    if (!ReadCredential(&credential)) {
-      std::fprintf(stderr, "zqctl: no credential could be read from standard input (an empty line means none)\n");
+    std::optional<std::string> credential = ReadCredential("Credential: ");
+    if (!credential) {
+      std::fprintf(stderr, "zqctl: no credential could be read from standard input\n");
       return kZqctlUsage;
     }
-    const bool fits = SetCredential(credential, &request, &error);
-    std::fill(credential.begin(), credential.end(), '\0');
+    const bool fits = SetCredential(*credential, &request, &error);
+    WipeCredential(&*credential);
     if (!fits) {
       std::fprintf(stderr, "zqctl: %s\n", error.c_str());
       return kZqctlUsage;
