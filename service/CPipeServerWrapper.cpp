@@ -1,5 +1,7 @@
 #include "CPipeServerWrapper.h"
 
+#include <unistd.h>
+
 #include "CLibPipeConnectionCreator.h"
 #include "CPipeDataWrapper.h"
 #include "CPipeServerEvent.h"
@@ -27,7 +29,13 @@ CPipeServerWrapper::~CPipeServerWrapper() { delete server_; }
 bool CPipeServerWrapper::addClient(std::string name, std::string readPath, int readFlags, std::string writePath,
                                    int writeFlags) {
   if (server_ == nullptr) return false;
+  fifos_.push_back(readPath);
+  fifos_.push_back(writePath);
   return server_->addConnector(name, readPath, readFlags, writePath, writeFlags);
+}
+
+void CPipeServerWrapper::RemoveFifos() {
+  for (const std::string& fifo : fifos_) unlink(fifo.c_str());
 }
 
 bool CPipeServerWrapper::SendCmd_async(const char* clientName, CCommandDataWrapper<char>* cmd) {

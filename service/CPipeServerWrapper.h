@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <string>
+#include <vector>
 
 #include "CommandData.h"
 
@@ -39,11 +40,17 @@ class CPipeServerWrapper {
   // true, with reply all zeros.
   bool SendCmd_sync(const char* clientName, CCommandDataWrapper<char>* cmd, void* reply, unsigned int timeout);
 
+  // Unlinks the FIFOs of every channel added, leaving the connections
+  // open: what ending the process must do when a channel's thread may
+  // still be busy with a command and cannot be waited for.
+  void RemoveFifos();
+
   // Cleared by the exit command; the main loop ends when it falls.
   std::atomic<bool> running;
 
  private:
   ILibPipeServer* server_;
+  std::vector<std::string> fifos_;
 };
 
 #endif  // ZQ_SERVICE_CPIPESERVERWRAPPER_H_

@@ -4,6 +4,9 @@
 // happens on the channels' reading threads.
 #include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
+
 #include "CFuseInstallerHelper.h"
 #include "CPipeServerWrapper.h"
 #include "CProcessManager.h"
@@ -35,5 +38,10 @@ int main(int argc, char**) {
     watch.Check();
     sleep(1);
   }
-  return 0;
+  // The other client's thread may still be running a command (a long
+  // mount); it is not waited for.  The FIFOs go as at any exit, children
+  // already started run on, and every log line is already on disk.
+  CPipeServerWrapper::getInstance()->RemoveFifos();
+  std::fflush(nullptr);
+  std::_Exit(0);
 }
