@@ -6,16 +6,23 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Platform.h"
+
 namespace {
 
 bool IsAsciiAlnum(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
 
-// Whether only root can change the entry at `path`.  A link's own mode
-// bits mean nothing: its folder decides who can replace it.
+// Whether only root, or those who can become root, can change the entry at
+// `path`.  A link's own mode bits mean nothing: its folder decides who can
+// replace it.  In a sticky folder (/tmp) only an entry's owner can replace
+// it, so anyone may write the folder as long as every entry on the path is
+// root's, which the walk checks of each entry anyway.
 bool OnlyRootCanChange(const std::string& path) {
   struct stat info;
   if (lstat(path.c_str(), &info) != 0 || info.st_uid != 0) return false;
-  return S_ISLNK(info.st_mode) || (info.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+  if (S_ISLNK(info.st_mode) || (S_ISDIR(info.st_mode) && (info.st_mode & S_ISVTX) != 0)) return true;
+  if ((info.st_mode & S_IWOTH) != 0) return false;
+  return (info.st_mode & S_IWGRP) == 0 || platform::GroupCanBecomeRoot(info.st_gid);
 }
 
 // The same for an absolute path and every folder above it.

@@ -23,10 +23,12 @@ bool IsSingleShellWord(const std::optional<std::string>& word);
 bool FitsInSingleQuotes(const std::optional<std::string>& text);
 
 // The launch-daemon item runs "<bundle>/Contents/MacOS/Zq-NorvaneServices"
-// as root at every boot, so it is written only for a program that exists,
-// is owned by root, and that neither it nor any folder above it (along the
-// path as given and as resolved) lets group or others write.  Returns why
-// not, or nullptr when the program is safe.
+// as root at every boot, so it is written only for a program that exists
+// and that, with every folder above it (along the path as given and as
+// resolved), is owned by root and writable by no one else.  A group whose
+// members can become root anyway may write, and so may anyone in a sticky
+// folder such as /tmp.  Returns why not, or nullptr when the program is
+// safe.
 const char* DaemonProgramRefusal(const std::string& bundlePath);
 
 #endif  // ZQ_SERVICE_CLIENTINPUTCHECKS_H_

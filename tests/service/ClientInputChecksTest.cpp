@@ -4,7 +4,6 @@
 
 #include <unistd.h>
 
-#include <cstdlib>
 #include <random>
 
 #include "TaskWrapper.h"
@@ -52,62 +51,46 @@ TEST(ClientInputChecks, AcceptedWordsReachTheShellAsOneLiteralWord) {
   EXPECT_GE(accepted, 20);
 }
 
-}  // namespace
-
-namespace {
-
-class DaemonProgramTest : public testing::Test {
- protected:
-  void SetUp() override {
-    if (geteuid() != 0) GTEST_SKIP() << "ownership checks need root to make root-owned bundles";
-    // /tmp lets everyone write, so the bundles live in a root-only folder.
-    root = "/var/lib/zq-daemon-test-" + std::to_string(getpid());
-    bundle = root + "/Zq Norvane.app";
-    program = bundle + "/Contents/MacOS/Zq-NorvaneServices";
-    ASSERT_EQ(std::system(("mkdir -p -m 755 '" + bundle + "/Contents/MacOS' && chmod 755 '" + root +
-                           "' && touch '" + program + "' && chmod 755 '" + program + "'")
-                              .c_str()),
-              0);
-  }
-  void TearDown() override {
-    if (!root.empty()) std::system(("rm -rf '" + root + "'").c_str());
-  }
-  std::string root, bundle, program;
+// Each case loosens a fresh root-owned bundle in a root-only folder with a
+// shell command ($R: that folder, $B: the bundle, $P: the program).
+struct DaemonCase {
+  const char* loosening;
+  bool accepted;
 };
 
-TEST_F(DaemonProgramTest, RootOwnedBundleIsAccepted) {
-  const char* reason = DaemonProgramRefusal(bundle);
-  EXPECT_EQ(reason, nullptr) << reason;
-}
-
-TEST_F(DaemonProgramTest, MissingProgramIsRefused) {
-  EXPECT_NE(DaemonProgramRefusal(root + "/Other.app"), nullptr);
-  EXPECT_NE(DaemonProgramRefusal("relative/Zq Norvane.app"), nullptr);
-}
-
-TEST_F(DaemonProgramTest, WritableProgramOrFolderIsRefused) {
-  for (const std::string& loosened : {program, bundle + "/Contents", root}) {
-    std::system(("chmod o+w '" + loosened + "'").c_str());
-    EXPECT_NE(DaemonProgramRefusal(bundle), nullptr) << loosened;
-    std::system(("chmod o-w '" + loosened + "'").c_str());
+TEST(DaemonProgramTest, OnlyAProgramThatOnlyRootCanChangeIsAccepted) {
+  if (geteuid() != 0) GTEST_SKIP() << "ownership checks need root to make root-owned bundles";
+  const DaemonCase cases[] = {
+      {"true", true},
+      {"chmod o+w \"$P\"", false},
+      {"chmod o+w \"$B/Contents\"", false},
+      {"chmod o+w \"$R\"", false},
+      {"chmod g+w \"$P\" && chgrp 65534 \"$P\"", false},
+      {"chown 65534 \"$P\"", false},
+      {"rm \"$P\"", false},
+      // Those who may write can become root anyway.
+      {"chmod g+w \"$B/Contents\" && chgrp 0 \"$B/Contents\"", true},
+      // In a sticky folder only an entry's owner can replace it.
+      {"chmod 1777 \"$R\"", true},
+      {"chmod 1777 \"$R\" && chown 65534 \"$B\"", false},
+      // A link is judged by where it leads.
+      {"mkdir -m 777 \"$R/open\" && mv \"$B\" \"$R/open/\" && ln -s \"$R/open/Zq Norvane.app\" \"$B\"", false},
+      {"mkdir \"$R/real\" && mv \"$B\" \"$R/real/\" && ln -s \"$R/real/Zq Norvane.app\" \"$B\"", true},
+  };
+  for (const DaemonCase& param : cases) {
+    SCOPED_TRACE(param.loosening);
+    // /tmp lets everyone write, so the bundles live in a root-only folder.
+    const std::string root = "/var/lib/zq-daemon-test-" + std::to_string(getpid());
+    const std::string bundle = root + "/Zq Norvane.app";
+    const std::string setUp = "R='" + root + "' B='" + bundle + "' P='" + bundle +
+                              "/Contents/MacOS/Zq-NorvaneServices'; mkdir -p -m 755 \"$B/Contents/MacOS\" && "
+                              "chmod 755 \"$R\" && touch \"$P\" && chmod 755 \"$P\" && " + param.loosening;
+    ASSERT_EQ(TaskWrapper::runScript(setUp).terminationStatus(), 0);
+    const char* reason = DaemonProgramRefusal(bundle);
+    EXPECT_EQ(reason == nullptr, param.accepted) << (reason ? reason : "accepted");
+    TaskWrapper::runScript("rm -rf '" + root + "'");
   }
-  std::system(("chmod g+w '" + program + "'").c_str());
-  EXPECT_NE(DaemonProgramRefusal(bundle), nullptr);
-}
-
-TEST_F(DaemonProgramTest, ForeignOwnerIsRefused) {
-  ASSERT_EQ(std::system(("chown 65534 '" + program + "'").c_str()), 0);
-  EXPECT_NE(DaemonProgramRefusal(bundle), nullptr);
-}
-
-TEST_F(DaemonProgramTest, LinkIntoAWritablePlaceIsRefused) {
-  const std::string elsewhere = "/tmp/zq-elsewhere-" + std::to_string(getpid()) + ".app";
-  ASSERT_EQ(std::system(("mkdir -p '" + elsewhere + "/Contents/MacOS' && touch '" + elsewhere +
-                         "/Contents/MacOS/Zq-NorvaneServices' && ln -s '" + elsewhere + "' '" + root + "/Linked.app'")
-                            .c_str()),
-            0);
-  EXPECT_NE(DaemonProgramRefusal(root + "/Linked.app"), nullptr);
-  std::system(("rm -rf '" + elsewhere + "'").c_str());
+  EXPECT_NE(DaemonProgramRefusal("relative/Zq Norvane.app"), nullptr);
 }
 
 }  // namespace
