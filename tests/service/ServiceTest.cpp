@@ -98,54 +98,6 @@ TEST_F(ServiceTest, CheckAnswersWithTheDeviceNameAndUnmountsABitlockerDevice) {
                                       "serverEvent - eCOMMAND_BITLOCKER_CHECK_OVER"}));
 }
 
-TEST_F(ServiceTest, MountAnswersTheMountersStatus) {
-  StartWithClients();
-  UnmountSucceeds();
-  bundle->Answer("zq-mounter.exit", "42");
-  CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
-  std::strcpy(mount.mount.deviceName, "disk3s2");
-  std::strcpy(mount.mount.mountArg2, "/mnt/My\\ Volume");
-  std::strcpy(mount.mount.mountArg3, "raw");
-  std::strcpy(mount.mount.mountArg4, "pass'word");
-  const size_t logLines = LogMessages().size();
-  ASSERT_TRUE(mainUI->Send(20, mount));
-  std::optional<Block> answer = mainUI->Receive(kAnswerSeconds);
-  ASSERT_TRUE(answer);
-  ExpectAnswerFrame(*answer, 20);
-  EXPECT_EQ(ResultOf(*answer), 42u);
-  EXPECT_EQ(bundle->CallsOf("zq-mounter").at(0).arguments,
-            (std::vector<std::string>{"", "/mnt/My Volume", "raw", "pass'word"}));
-  EXPECT_EQ(LogMessages().size(), logLines);  // mounting writes no log line
-
-  bundle->RemoveAnswer("diskutil-unmount.stdout");
-  ASSERT_TRUE(mainUI->Send(21, mount));
-  answer = mainUI->Receive(kAnswerSeconds);
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(ResultOf(*answer), 19u);
-}
-
-TEST_F(ServiceTest, ExplorerCommandAnswersTheLibrarysStatus) {
-  StartWithClients();
-  UnmountSucceeds();
-  CCommandDataWrapper<char> open = MakeRecord(eCOMMAND_BITLOCKER_EXPLORER);
-  std::strcpy(open.explorer.deviceName, "disk5");
-  std::strcpy(open.explorer.explorerArg2, "secret");
-  ASSERT_TRUE(explorer->Send(30, open));
-  std::optional<Block> answer = explorer->Receive(kAnswerSeconds);
-  ASSERT_TRUE(answer);
-  ExpectAnswerFrame(*answer, 30);
-  EXPECT_EQ(ResultOf(*answer), 0u);
-  ASSERT_TRUE(WaitForPath(bundle->stubDir() + "/calls", 1));
-  for (int i = 0; i < 50 && bundle->CallsOf("Zq Norvane Explorer").empty(); ++i) usleep(100 * 1000);
-  EXPECT_EQ(bundle->CallsOf("Zq Norvane Explorer").at(0).arguments, (std::vector<std::string>{"", "secret"}));
-
-  bundle->Answer("open_status", "2");
-  ASSERT_TRUE(explorer->Send(31, open));
-  answer = explorer->Receive(kAnswerSeconds);
-  ASSERT_TRUE(answer);
-  EXPECT_EQ(ResultOf(*answer), 2u);
-}
-
 TEST_F(ServiceTest, ForwardedCommandsReachTheOtherClientByteForByte) {
   StartWithClients();
   CCommandDataWrapper<char> toExplorer = MakeRecord(eCOMMAND_TO_FILE_EXPLORER);

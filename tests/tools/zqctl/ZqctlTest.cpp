@@ -62,50 +62,37 @@ TEST_F(ZqctlTest, PingAndCheckPrintForAPersonAndAsJson) {
             "\"text\":\"disk2s1\",\"ok\":true,\"status\":0,\"message\":\"disk2s1: BitLocker volume\"}\n");
 }
 
-TEST_F(ZqctlTest, MountTakesTheCredentialFromStandardInput) {
+TEST_F(ZqctlTest, MountAndExploreSendTheCredentialFromStandardInputAndNameEachResult) {
   StartService();
-  ZqctlRun run = Zqctl("mount disk4 '/mnt/a\\ b' raw", "it's me\n");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "zqctl: mount failed: the device could not be unmounted first (19)\n");
-
   bundle->Answer("diskutil-unmount.stdout", "successful\n");
-  run = Zqctl("mount disk4 '/mnt/a\\ b' raw", "it's me\n");
+  ZqctlRun run = Zqctl("mount disk4 '/mnt/a\\ b' raw", "it's me\n");
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out, "disk4: mounted at /mnt/a\\ b\n");
   EXPECT_EQ(bundle->CallsOf("zq-mounter").at(0).arguments,
             (std::vector<std::string>{"", "/mnt/a b", "raw", "it's me"}));
 
-  bundle->Answer("zq-mounter.exit", "2");
+  struct Case {
+    const char* answerFile;
+    const char* answer;
+    const char* arguments;
+    const char* said;
+  };
+  const Case cases[] = {
+      {"zq-mounter.exit", "2", "mount disk4 /mnt raw", "zqctl: mount failed: wrong credential (2)\n"},
+      {"zq-mounter.exit", "5", "mount disk4 /mnt raw",
+       "zqctl: mount failed: the volume opened but could not be mounted (5)\n"},
+      {"open_status", "3", "explore disk4", "zqctl: explore failed: unsupported volume (3)\n"},
+      {"diskutil-unmount.stdout", "busy\n", "explore disk4",
+       "zqctl: explore failed: the device could not be unmounted first (19)\n"},
+  };
+  for (const Case& c : cases) {
+    bundle->Answer(c.answerFile, c.answer);
+    run = Zqctl(c.arguments, "secret\n");
+    EXPECT_EQ(run.status, 1) << c.arguments;
+    EXPECT_EQ(run.err, c.said);
+  }
   run = Zqctl("--json mount disk4 /mnt raw", "wrong\n");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_NE(run.out.find("\"result\":2,"), std::string::npos) << run.out;
-
-  bundle->Answer("zq-mounter.exit", "5");
-  run = Zqctl("mount disk4 /mnt raw", "right\n");
-  EXPECT_EQ(run.err, "zqctl: mount failed: the volume opened but could not be mounted (5)\n");
-}
-
-TEST_F(ZqctlTest, ExploreReportsTheLibrarysStatus) {
-  StartService();
-  bundle->Answer("diskutil-unmount.stdout", "successful\n");
-  bundle->Answer("open_status", "2");
-  ZqctlRun run = Zqctl("explore disk4", "bad\n");
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "zqctl: explore failed: wrong credential (2)\n");
-  bundle->Answer("open_status", "0");
-  run = Zqctl("explore disk4", "good\n");
-  EXPECT_EQ(run.status, 0);
-  EXPECT_EQ(run.out, "disk4: opened in the explorer\n");
-}
-
-TEST_F(ZqctlTest, StartupItemsOnAndOff) {
-  StartService();
-  const std::string agent = "/Library/LaunchAgents/com.zq.Norvane.plist";
-  EXPECT_EQ(Zqctl("startup on '" + MakeRootOwnedBundle() + "'").status, 0);
-  EXPECT_TRUE(WaitForPath(agent, 5));
-  EXPECT_EQ(Zqctl("startup off").status, 0);
-  for (int i = 0; i < 50 && access(agent.c_str(), F_OK) == 0; ++i) usleep(100 * 1000);
-  EXPECT_NE(access(agent.c_str(), F_OK), 0);
+  EXPECT_NE(run.out.find("\"result\":19,"), std::string::npos) << run.out;
 }
 
 TEST_F(ZqctlTest, ListenPrintsForwardedBlocks) {
@@ -125,12 +112,6 @@ TEST_F(ZqctlTest, ListenPrintsForwardedBlocks) {
   }
   kill(listener, SIGTERM);
   EXPECT_EQ(printed, "block 1: to-explorer 113\n");
-}
-
-TEST_F(ZqctlTest, ExitStopsTheService) {
-  StartService();
-  EXPECT_EQ(Zqctl("exit").status, 0);
-  EXPECT_EQ(service->WaitForExit(10), std::optional<int>(0));
 }
 
 TEST_F(ZqctlTest, BadInputIsRefusedBeforeAnythingIsSent) {
@@ -157,16 +138,6 @@ TEST_F(ZqctlTest, BadInputIsRefusedBeforeAnythingIsSent) {
   EXPECT_EQ(Zqctl("explore disk4").status, 2) << "no credential at all";
   // Nothing was sent: zqctl never even made its channel's FIFOs.
   EXPECT_NE(access("/tmp/zq_btl_2", F_OK), 0);
-}
-
-TEST_F(ZqctlTest, HelpListsSubcommandsAndExitStatuses) {
-  const ZqctlRun help = Zqctl("--help");
-  EXPECT_EQ(help.status, 0);
-  EXPECT_NE(help.out.find("  3  no service"), std::string::npos);
-  EXPECT_NE(help.out.find("mount DEVICE MOUNT_POINT OPTIONS"), std::string::npos);
-  const ZqctlRun mountHelp = Zqctl("mount --help");
-  EXPECT_EQ(mountHelp.status, 0);
-  EXPECT_NE(mountHelp.out.find("backslash-blank"), std::string::npos);
 }
 
 TEST_F(ZqctlTest, NoServiceAndTimeoutAreTold) {
