@@ -4,6 +4,8 @@
 #include "CBitlockerExplorer.h"
 #include "CommandData.h"
 #include "DeviceNames.h"
+#include "MounterStatus.h"
+#include "PackageLibrary.h"
 #include "Platform.h"
 #include "ShellQuoting.h"
 #include "TaskWrapper.h"
@@ -17,6 +19,17 @@ constexpr int kShellMissing = 255;
 // string counts as a match.
 bool Mentions(const std::optional<std::string>& text, const char* word) {
   return !text || text->find(word) != std::string::npos;
+}
+
+// Whether the library calls /dev/<bsdName> BitLocker: kOk when it does,
+// kNotBitlocker when it does not, `libraryMissing` when there is no
+// library to ask.  Nothing is unmounted or started for a device it does
+// not call BitLocker.
+int BitlockerDeviceOr(const OptionalString& bsdName, int libraryMissing) {
+  const IsBitlockerDriveFunction isBitlockerDrive = PackageIsBitlockerDrive();
+  if (isBitlockerDrive == nullptr) return libraryMissing;
+  const std::string rawDevice = RawDevicePath(BlockDevicePath(bsdName).c_str());
+  return isBitlockerDrive(rawDevice.c_str()) ? bitlocker::kOk : bitlocker::kNotBitlocker;
 }
 
 }  // namespace
@@ -41,6 +54,7 @@ std::string CNorvane::getDeviceRname(const char* devicePath) { return RawDeviceP
 
 int CNorvane::Bitlocker_Mount(const OptionalString& bsdName, const OptionalString& mountArg2,
                               const OptionalString& mountArg3, const OptionalString& mountArg4) {
+  if (const int answer = BitlockerDeviceOr(bsdName, kMounterNoLibrary)) return answer;
   if (!Unmount(bsdName)) return kResultUnmountFailed;
   const std::string rawDevice = getDeviceRname(BlockDevicePath(bsdName).c_str());
   // The raw device is quoted so that an empty one is still a word.  The
@@ -53,6 +67,7 @@ int CNorvane::Bitlocker_Mount(const OptionalString& bsdName, const OptionalStrin
 }
 
 int CNorvane::Bitlocker_Explorer(const OptionalString& bsdName, const OptionalString& explorerArg2) {
+  if (const int answer = BitlockerDeviceOr(bsdName, CBitlockerExplorer::kLibraryMissing)) return answer;
   if (!Unmount(bsdName)) return kResultUnmountFailed;
   CBitlockerExplorer explorer;
   return explorer.OpenExplorer(bsdName, explorerArg2);

@@ -2,8 +2,10 @@
 // mounting a BitLocker volume with the package's mounter tool, and handing a
 // volume to the explorer application.
 //
-// A device is always unmounted first; when that fails the mount and explorer
-// commands answer kResultUnmountFailed (19) and start nothing.  A missing
+// The mount and explorer commands first ask the BitLocker library whether
+// the device holds a BitLocker volume and touch nothing when it does not
+// (bitlocker::kNotBitlocker).  Then the device is unmounted; when that
+// fails they answer kResultUnmountFailed (19) and start nothing.  A missing
 // string (a client field that was not UTF-8) is formatted as "(null)".
 #ifndef ZQ_BITLOCKER_CNORVANE_H_
 #define ZQ_BITLOCKER_CNORVANE_H_
@@ -19,12 +21,12 @@ class CNorvane {
 
   // Unmounts `bsdName`, then runs the mounter on its raw device with the
   // three mount words; returns the mounter's exit status (255 when the
-  // shell cannot be started), or 19.
+  // shell cannot be started), 19, or 1 or kMounterNoLibrary before that.
   int Bitlocker_Mount(const OptionalString& bsdName, const OptionalString& mountArg2,
                       const OptionalString& mountArg3, const OptionalString& mountArg4);
 
   // Unmounts `bsdName`, then opens it in the explorer application with the
-  // credential; returns the library's status, 255, or 19.
+  // credential; returns the library's status, 255 without a library, or 19.
   int Bitlocker_Explorer(const OptionalString& bsdName, const OptionalString& explorerArg2);
 
   // True when "diskutil unmount" reports the volume unmounted or not mounted.

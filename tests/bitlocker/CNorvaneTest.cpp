@@ -10,6 +10,7 @@ namespace {
 class CNorvaneTest : public testing::Test {
  protected:
   void UnmountSucceeds() { bundle.Answer("diskutil-unmount.stdout", "Volume disk2s1 on disk2s1 unmounted successfully\n"); }
+  void SetUp() override { bundle.Answer("is_bitlocker", ""); }
   int Mount(const OptionalString& device, const OptionalString& point, const OptionalString& options,
             const OptionalString& credential) {
     return norvane.Bitlocker_Mount(device, point, options, credential);
@@ -27,10 +28,12 @@ TEST_F(CNorvaneTest, MountUnmountsThenHandsTheWordsToTheMounterAndAnswersItsStat
   EXPECT_EQ(Mount("disk2s1", "/Volumes/My\\ Disk", "rw,nobrowse", "it's a \"secret\" $HOME"), 7);
   // The mount point reaches the shell unquoted, the options as they stand.
   EXPECT_EQ(Mount("disk2s1", "two words", "a b", std::nullopt), 7);
+  // No /dev/disk2s1 here, so the raw device word is empty.
   const std::vector<StubCall> expected = {
+      {"is_bitlocker_drive", {""}},
       {"diskutil", {"unmount", "disk2s1"}},
-      // No /dev/disk2s1 here, so the raw device word is empty.
       {"zq-mounter", {"", "/Volumes/My Disk", "rw,nobrowse", "it's a \"secret\" $HOME"}},
+      {"is_bitlocker_drive", {""}},
       {"diskutil", {"unmount", "disk2s1"}},
       {"zq-mounter", {"", "two", "words", "a b", "(null)"}},
   };
@@ -50,6 +53,20 @@ TEST_F(CNorvaneTest, UnmountIsJudgedByItsWords) {
   EXPECT_TRUE(bundle.CallsOf("open_bitlocker_device").empty());
   // "diskutil unmount (null)" is no command the shell accepts.
   EXPECT_EQ(Mount(std::nullopt, "a", "b", "c"), 19);
+}
+
+TEST_F(CNorvaneTest, DeviceTheLibraryDoesNotCallBitlockerIsNotTouched) {
+  UnmountSucceeds();
+  const std::string library = bundle.bundlePath() + "/Contents/MacOS/libBitLockerWapper.dylib";
+  RunShell("mv '" + library + "' '" + library + ".away'");
+  EXPECT_EQ(Mount("disk2s1", "/media/x", "raw", "pw"), 6);
+  EXPECT_EQ(norvane.Bitlocker_Explorer(std::string("disk2s1"), std::string("pw")), 255);
+  RunShell("mv '" + library + ".away' '" + library + "'");
+
+  bundle.RemoveAnswer("is_bitlocker");
+  EXPECT_EQ(Mount("disk2s1", "/media/x", "raw", "pw"), 1);
+  EXPECT_EQ(norvane.Bitlocker_Explorer(std::string("disk2s1"), std::string("pw")), 1);
+  EXPECT_EQ(bundle.Calls(), (std::vector<StubCall>{{"is_bitlocker_drive", {""}}, {"is_bitlocker_drive", {""}}}));
 }
 
 TEST_F(CNorvaneTest, MountIsAPlainSubstringTest) {

@@ -54,7 +54,10 @@ class ServiceTest : public ServiceTestBase {
     for (size_t i = 4 + 148; i < block.size(); ++i) ASSERT_EQ(block[i], 0) << "byte " << i;
   }
 
-  void UnmountSucceeds() { bundle->Answer("diskutil-unmount.stdout", "Volume unmounted successfully\n"); }
+  void UnmountSucceeds() {
+    bundle->Answer("is_bitlocker", "");
+    bundle->Answer("diskutil-unmount.stdout", "Volume unmounted successfully\n");
+  }
 
   std::unique_ptr<RawClient> mainUI, explorer;
 };
@@ -140,6 +143,7 @@ TEST_F(ServiceTest, TwoClientsMountAtTheSameTime) {
   bundle->Answer("zq-mounter.rendezvous", "2");
   CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
   std::strcpy(mount.mount.deviceName, "disk7");
+  std::strcpy(mount.mount.mountArg2, "/media/disk7");
   ASSERT_TRUE(mainUI->Send(60, mount));
   ASSERT_TRUE(explorer->Send(61, mount));
   const std::optional<Block> first = mainUI->Receive(30);
@@ -155,6 +159,7 @@ TEST_F(ServiceTest, ExitEndsTheServiceAtOnceEvenWhileTheOtherClientMounts) {
   bundle->Answer("zq-mounter.delay", "30");
   CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
   std::strcpy(mount.mount.deviceName, "disk7");
+  std::strcpy(mount.mount.mountArg2, "/media/disk7");
   ASSERT_TRUE(explorer->Send(69, mount));
   for (int i = 0; i < 50 && bundle->CallsOf("zq-mounter").empty(); ++i) usleep(100 * 1000);
   ASSERT_EQ(bundle->CallsOf("zq-mounter").size(), 1u) << "the mount did not start";
