@@ -15,6 +15,7 @@ struct MountEntry {
   dev_t device = 0;         // the mounted file system's device number
   std::string root;         // the folder of the file system that is mounted
   std::string mountPoint;
+  std::string options;      // of the mount itself: "ro,nosuid,nodev,relatime"
   std::string type;         // "fuse.zq-mounter", "ntfs3", ...
   std::string source;       // "/dev/loop3", or whatever the mounter named
 };

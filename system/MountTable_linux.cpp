@@ -20,8 +20,9 @@ bool IsOctalEscape(const std::string& field, size_t i) {
 std::optional<MountEntry> ParseLine(const std::string& line) {
   std::istringstream fields(line);
   MountEntry entry;
-  std::string number, options, field;
-  if (!(fields >> entry.id >> entry.parentId >> number >> entry.root >> entry.mountPoint >> options)) return std::nullopt;
+  std::string number, field;
+  if (!(fields >> entry.id >> entry.parentId >> number >> entry.root >> entry.mountPoint >> entry.options))
+    return std::nullopt;
   while (fields >> field && field != "-") {
   }
   if (!(fields >> entry.type >> entry.source)) return std::nullopt;

@@ -171,7 +171,8 @@ struct stat CVolumeFuseServer::Attributes(uint64_t inode) const {
 }
 
 bool CVolumeFuseServer::Mount(const std::string& mountPoint, std::string* error) {
-  std::string mountOptions = "ro,default_permissions,subtype=zq-mounter,fsname=" + OptionValue(options_.sourceName);
+  std::string mountOptions =
+      "ro,nosuid,nodev,default_permissions,subtype=zq-mounter,fsname=" + OptionValue(options_.sourceName);
   if (options_.allowOther) mountOptions += ",allow_other";
   const char* argv[] = {"zq-mounter", "-o", mountOptions.c_str()};
   fuse_args arguments = FUSE_ARGS_INIT(3, const_cast<char**>(argv));

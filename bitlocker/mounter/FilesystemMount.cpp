@@ -12,7 +12,7 @@ namespace {
 struct Driver {
   const char* program;        // started with its arguments below
   const char* type;           // for mount(8), or null for a FUSE program of its own
-  const char* extraOptions;   // besides ro and the ownership
+  const char* extraOptions;   // besides ro, nosuid, nodev and the ownership
 };
 
 std::vector<Driver> DriversFor(FilesystemType type) {
@@ -36,7 +36,8 @@ std::string OwnershipOptions(const Ownership& ownership) {
 
 std::vector<std::string> ArgumentsFor(const Driver& driver, const std::string& image, const std::string& mountPoint,
                                       const Ownership& ownership) {
-  const std::string options = std::string("ro,") + driver.extraOptions + "," + OwnershipOptions(ownership);
+  // Set-uid bits and device nodes on the volume must grant nothing here.
+  const std::string options = std::string("ro,nosuid,nodev,") + driver.extraOptions + "," + OwnershipOptions(ownership);
   if (driver.type != nullptr) return {"-t", driver.type, "-o", options, image, mountPoint};
   return {"-o", options, image, mountPoint};
 }
