@@ -4,8 +4,8 @@
 // is the library's own (bitlocker::Status: 0 mounted, 1 not BitLocker,
 // 2 wrong credential, 3 a volume or a file system in it that cannot be
 // served, 4 unreadable); the mounter's own outcomes lie above them.
-#ifndef ZQ_BITLOCKER_MOUNTER_MOUNTERSTATUS_H_
-#define ZQ_BITLOCKER_MOUNTER_MOUNTERSTATUS_H_
+#ifndef ZQ_BITLOCKER_MOUNTERSTATUS_H_
+#define ZQ_BITLOCKER_MOUNTERSTATUS_H_
 
 #include "BitlockerStatus.h"
 
@@ -28,4 +28,4 @@ inline const char* DescribeMounterStatus(int status) {
   return name != nullptr ? name : "unknown mounter status";
 }
 
-#endif  // ZQ_BITLOCKER_MOUNTER_MOUNTERSTATUS_H_
+#endif  // ZQ_BITLOCKER_MOUNTERSTATUS_H_

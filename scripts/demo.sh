@@ -4,13 +4,13 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 mount -t tmpfs tmpfs /tmp
-mkdir -p /Library && mount -t tmpfs tmpfs /Library
+mkdir -p /Library /media && mount -t tmpfs tmpfs /Library && mount -t tmpfs tmpfs /media
 
 bundle="build/bundle/Zq Norvane.app"
 zqctl=build/bundle/zqctl
 step() { printf '\n\033[1m$ %s\033[0m\n' "$*"; }
 
-mount_point="/tmp/BitLocker Volume"
+mount_point="/media/BitLocker Volume"
 
 cleanup() {
   umount "$mount_point" 2>/dev/null || true
@@ -58,8 +58,8 @@ if [ -f "$images_tarball" ]; then
   step "zqctl check $disk    # the image $name"
   "$zqctl" check "$disk"
 
-  step "echo '$password' | zqctl mount $disk '/tmp/BitLocker\\ Volume' raw"
-  printf '%s\n' "$password" | "$zqctl" mount "$disk" '/tmp/BitLocker\ Volume' raw
+  step "echo '$password' | zqctl mount $disk '/media/BitLocker\\ Volume' raw"
+  printf '%s\n' "$password" | "$zqctl" mount "$disk" '/media/BitLocker\ Volume' raw
   step "ls -l '$mount_point'"
   ls -l "$mount_point"
   step "sha256sum '$mount_point/volume'    # beside the manifest's digest"

@@ -13,6 +13,9 @@
 #include "CStartupManager.h"
 #include "ClientInputChecks.h"
 #include "IIPCConnector.h"
+#include "MountPoint.h"
+#include "MounterStatus.h"
+#include "Platform.h"
 #include "Utf8.h"
 
 namespace {
@@ -84,22 +87,26 @@ void CheckBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* conn
   CDevLogs::Instance()->WriteLog("serverEvent - eCOMMAND_BITLOCKER_CHECK_OVER");
 }
 
-// Why a mount command may not reach the shell, or nullptr when it may.
-const char* MountRefusal(const CCommandDataWrapper<char>& record) {
+// Why a mount command may not go ahead, or the empty string when it may.
+// Nothing has been unmounted, made or started when it may not.
+std::string MountRefusal(const CCommandDataWrapper<char>& record) {
   const auto& mount = record.mount;
   if (!IsPlainDeviceName(FieldText(mount.deviceName))) return "the device name is not a plain device name";
-  if (!IsSingleShellWord(FieldText(mount.mountArg2))) return "the mount point is not one plain shell word";
+  const std::optional<std::string> mountPoint = FieldText(mount.mountArg2);
+  if (!IsSingleShellWord(mountPoint)) return "the mount point is not one plain shell word";
   if (!FitsInSingleQuotes(FieldText(mount.mountArg3))) return "the options hold a single quote";
-  return nullptr;
+  return MountPointRefusal(ShellWordText(*mountPoint), platform::ConsoleUser(), MountedFolder::kReleasedFirst);
 }
 
-void Refuse(const char* command, const char* reason, IIPCConnector* connector, uint32_t msgId) {
-  CDevLogs::Instance()->WriteLog("refused %s: %s", command, reason);
-  Answer(kResultUnmountFailed).SendOn(connector, msgId);
+void Refuse(const char* command, const std::string& reason, uint32_t answer, IIPCConnector* connector,
+            uint32_t msgId) {
+  CDevLogs::Instance()->WriteLog("refused %s: %s", command, reason.c_str());
+  Answer(answer).SendOn(connector, msgId);
 }
 
 void MountBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* connector, uint32_t msgId) {
-  if (const char* reason = MountRefusal(record)) return Refuse("eCOMMAND_BITLOCKER_MOUNT", reason, connector, msgId);
+  const std::string refusal = MountRefusal(record);
+  if (!refusal.empty()) return Refuse("eCOMMAND_BITLOCKER_MOUNT", refusal, kMounterUsage, connector, msgId);
   const auto& mount = record.mount;
   CNorvane norvane;
   const int result = norvane.Bitlocker_Mount(FieldText(mount.deviceName), FieldText(mount.mountArg2),
@@ -108,8 +115,10 @@ void MountBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* conn
 }
 
 void OpenExplorer(const CCommandDataWrapper<char>& record, IIPCConnector* connector, uint32_t msgId) {
-  if (!IsPlainDeviceName(FieldText(record.explorer.deviceName)))
-    return Refuse("eCOMMAND_BITLOCKER_EXPLORER", "the device name is not a plain device name", connector, msgId);
+  if (!IsPlainDeviceName(FieldText(record.explorer.deviceName))) {
+    return Refuse("eCOMMAND_BITLOCKER_EXPLORER", "the device name is not a plain device name", bitlocker::kUnsupported,
+                  connector, msgId);
+  }
   CNorvane norvane;
   const int result =
       norvane.Bitlocker_Explorer(FieldText(record.explorer.deviceName), FieldText(record.explorer.explorerArg2));

@@ -54,9 +54,16 @@ bool IsSingleShellWord(const std::optional<std::string>& word) {
       if (++i == word->size() || (*word)[i] == '\n') return false;
       continue;
     }
-    if (c == '\0' || (!IsAsciiAlnum(c) && std::strchr("._/,:=+@%-", c) == nullptr)) return false;
+    const bool beyondAscii = (static_cast<unsigned char>(c) & 0x80) != 0;
+    if (c == '\0' || (!IsAsciiAlnum(c) && !beyondAscii && std::strchr("._/,:=+@%-", c) == nullptr)) return false;
   }
   return true;
+}
+
+std::string ShellWordText(const std::string& word) {
+  std::string text;
+  for (size_t i = 0; i < word.size(); ++i) text += word[i] == '\\' && i + 1 < word.size() ? word[++i] : word[i];
+  return text;
 }
 
 bool FitsInSingleQuotes(const std::optional<std::string>& text) {

@@ -14,9 +14,14 @@
 bool IsPlainDeviceName(const std::optional<std::string>& name);
 
 // The mount point word, which reaches the shell unquoted: empty, or one
-// word in which each character is a letter, a digit or one of
-// "._/,:=+@%-", or follows a backslash (a blank is written "\ ").
+// word in which each character is a letter, a digit, a character beyond
+// ASCII, one of "._/,:=+@%-", or follows a backslash (a blank is written
+// "\ ").
 bool IsSingleShellWord(const std::optional<std::string>& word);
+
+// The path the shell makes of a word that IsSingleShellWord accepts: each
+// backslash dropped and the character after it kept.
+std::string ShellWordText(const std::string& word);
 
 // The options word, which the shell reads inside single quotes: anything
 // but a single quote.

@@ -76,7 +76,15 @@ std::optional<uint32_t> DeviceBlockSize(int fd);
 // Where the volume on /dev/<bsdName> is mounted; nullopt when it is not.
 std::optional<std::string> VolumeMountPath(const std::string& bsdName);
 
+// The folders below which volumes are mounted: /Volumes on macOS; /media,
+// /run/media and /mnt on Linux.
+std::vector<std::string> VolumesFolders();
+
 // ---- Users -----------------------------------------------------------
+
+// The user at the machine: the owner of /dev/console (root when nobody is
+// logged in at it).
+uid_t ConsoleUser();
 
 // Whether the members of this group can already become root, so that a
 // file only they may change is as safe as one only root may change: the

@@ -228,6 +228,13 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   return std::nullopt;
 }
 
+std::vector<std::string> VolumesFolders() { return {"/media", "/run/media", "/mnt"}; }
+
+uid_t ConsoleUser() {
+  struct stat info;
+  return stat("/dev/console", &info) == 0 ? info.st_uid : 0;
+}
+
 bool GroupCanBecomeRoot(gid_t group) { return group == 0; }
 
 std::string MainBundlePath() {

@@ -37,8 +37,14 @@ int MountIdAt(const std::string& path) {
 
 }  // namespace
 
-CMountSession::CMountSession(std::unique_ptr<IVolume> volume, const MountRequest& request)
-    : volume_(std::move(volume)), request_(request) {}
+CMountSession::CMountSession(std::unique_ptr<IVolume> volume, const MountRequest& request, bool removeMountPoint)
+    : volume_(std::move(volume)), request_(request), removeMountPoint_(removeMountPoint) {
+  struct stat info;
+  if (removeMountPoint_ && lstat(request_.mountPoint.c_str(), &info) == 0) {
+    mountPointDevice_ = info.st_dev;
+    mountPointInode_ = info.st_ino;
+  }
+}
 
 CMountSession::~CMountSession() { TakeDown(); }
 
@@ -143,4 +149,8 @@ void CMountSession::TakeDown() {
     rmdir(stagingFolder_.c_str());
     stagingFolder_.clear();
   }
+  struct stat info;
+  if (removeMountPoint_ && lstat(request_.mountPoint.c_str(), &info) == 0 && info.st_dev == mountPointDevice_ &&
+      info.st_ino == mountPointInode_ && rmdir(request_.mountPoint.c_str()) == 0)
+    removeMountPoint_ = false;
 }

@@ -9,6 +9,8 @@
 #ifndef ZQ_BITLOCKER_MOUNTER_CMOUNTSESSION_H_
 #define ZQ_BITLOCKER_MOUNTER_CMOUNTSESSION_H_
 
+#include <sys/types.h>
+
 #include <memory>
 #include <string>
 #include <thread>
@@ -19,8 +21,9 @@
 
 class CMountSession {
  public:
-  // `mountPoint` in the request must be the canonical path of a folder.
-  CMountSession(std::unique_ptr<IVolume> volume, const MountRequest& request);
+  // `mountPoint` in the request must be the canonical path of a folder;
+  // with `removeMountPoint` the session removes that folder when it ends.
+  CMountSession(std::unique_ptr<IVolume> volume, const MountRequest& request, bool removeMountPoint);
   ~CMountSession();
   CMountSession(const CMountSession&) = delete;
   CMountSession& operator=(const CMountSession&) = delete;
@@ -47,6 +50,11 @@ class CMountSession {
 
   std::unique_ptr<IVolume> volume_;
   MountRequest request_;
+  // The folder the session made, to be removed when it ends: only that
+  // folder, not one made anew at the same path in the meantime.
+  bool removeMountPoint_;
+  dev_t mountPointDevice_ = 0;
+  ino_t mountPointInode_ = 0;
   std::unique_ptr<CVolumeFuseServer> server_;
   std::thread serving_;
   int servingEnded_ = -1;       // an eventfd the serving thread signals

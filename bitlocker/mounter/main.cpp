@@ -1,11 +1,14 @@
 // zq-mounter: unlocks a BitLocker volume and mounts it read-only through
 // FUSE, then returns to its caller while a background process serves it.
+// The mount point must be one that MountPoint.h allows; a missing one is
+// made once the volume has unlocked, and removed again at the end.
 //
 //   zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS CREDENTIAL
 //
 // The exit status is one of MounterStatus.h.  `umount MOUNT_POINT` ends
 // everything the mount made, the background process included.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
@@ -18,9 +21,11 @@
 
 #include "CCallerReport.h"
 #include "CMountSession.h"
+#include "MountPoint.h"
 #include "MountRequest.h"
 #include "MounterStatus.h"
 #include "PackageVolume.h"
+#include "Platform.h"
 
 namespace {
 
@@ -28,16 +33,20 @@ constexpr char kUsage[] =
     "usage: zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS CREDENTIAL\n"
     "  OPTIONS: comma-separated; raw, uid=N, gid=N, umask=OOO\n";
 
-// The mount point as the mount table will show it; made when missing.
-bool ResolveMountPoint(std::string* mountPoint, std::string* error) {
-  if (mkdir(mountPoint->c_str(), 0755) != 0 && errno != EEXIST) {
-    *error = "cannot make the mount point " + *mountPoint + ": " + std::strerror(errno);
+// Makes the mount point when it is missing, for the user at the machine
+// alone, and turns it into the path the mount table will show.  *made
+// tells whether it was made here, so that the session removes it again.
+bool PrepareMountPoint(std::string* mountPoint, bool* made, std::string* error) {
+  *made = mkdir(mountPoint->c_str(), 0700) == 0;
+  if (*made && chown(mountPoint->c_str(), platform::ConsoleUser(), static_cast<gid_t>(-1)) != 0) {
+    *error = "cannot give the mount point " + *mountPoint + " to the user at the machine: " + std::strerror(errno);
+    rmdir(mountPoint->c_str());
     return false;
   }
   char resolved[PATH_MAX];
-  struct stat info;
-  if (realpath(mountPoint->c_str(), resolved) == nullptr || stat(resolved, &info) != 0 || !S_ISDIR(info.st_mode)) {
-    *error = "the mount point " + *mountPoint + " is not a folder";
+  if (realpath(mountPoint->c_str(), resolved) == nullptr) {
+    *error = "cannot make the mount point " + *mountPoint + ": " + std::strerror(errno);
+    if (*made) rmdir(mountPoint->c_str());
     return false;
   }
   *mountPoint = resolved;
@@ -49,8 +58,9 @@ bool ResolveMountPoint(std::string* mountPoint, std::string* error) {
 int main(int argc, char** argv) {
   MountRequest request;
   std::string error;
-  if (!ParseMountRequest(std::vector<std::string>(argv + 1, argv + argc), &request, &error) ||
-      !ResolveMountPoint(&request.mountPoint, &error)) {
+  if (ParseMountRequest(std::vector<std::string>(argv + 1, argv + argc), &request, &error))
+    error = MountPointRefusal(request.mountPoint, platform::ConsoleUser(), MountedFolder::kRefused);
+  if (!error.empty()) {
     std::fprintf(stderr, "zq-mounter: %s\n%s", error.c_str(), kUsage);
     return kMounterUsage;
   }
@@ -64,8 +74,13 @@ int main(int argc, char** argv) {
     return opened;
   }
 
+  bool madeMountPoint = false;
+  if (!PrepareMountPoint(&request.mountPoint, &madeMountPoint, &error)) {
+    caller.Send(kMounterMountFailed, error);
+    return kMounterMountFailed;
+  }
   CMountSession::BlockStopSignals();
-  CMountSession session(std::move(volume), request);
+  CMountSession session(std::move(volume), request, madeMountPoint);
   std::string message;
   const int status = session.Start(&message);
   caller.Send(status, message);

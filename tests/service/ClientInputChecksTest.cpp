@@ -7,6 +7,7 @@
 #include <random>
 
 #include "TaskWrapper.h"
+#include "Utf8.h"
 
 namespace {
 
@@ -26,27 +27,26 @@ TEST(ClientInputChecks, OptionsMayHoldAnythingButASingleQuote) {
 }
 
 TEST(ClientInputChecks, MountPointWords) {
-  for (const char* good : {"", "/mnt/disk", "/Volumes/My\\ Disk", "/media/a:b=c+d@e%f,g-h_i.j", "\\$HOME", "\\'"})
+  for (const char* good :
+       {"", "/mnt/disk", "/Volumes/My\\ Disk", "/media/a:b=c+d@e%f,g-h_i.j", "\\$HOME", "\\'", "/media/Ünï\\ Disk"})
     EXPECT_TRUE(IsSingleShellWord(std::string(good))) << good;
   for (const char* bad : {"two words", "$HOME", "a;b", "a|b", "`id`", "a*", "~root", "x\\", "a\\\nb", "'q'", "a\tb"})
     EXPECT_FALSE(IsSingleShellWord(std::string(bad))) << bad;
 }
 
-// Whatever the check accepts, the shell reads as exactly the one word the
-// client meant, with nothing expanded.
+// Whatever the check accepts, the shell reads as exactly the one word that
+// ShellWordText makes of it, with nothing expanded.
 TEST(ClientInputChecks, AcceptedWordsReachTheShellAsOneLiteralWord) {
-  const std::string alphabet = "ab/._-:=+@%,\\ $*?;|&<>()`'\"~#!{}[]\t";
+  const std::string alphabet = "ab/._-:=+@%,\\ $*?;|&<>()`'\"~#!{}[]\t\xc3\xa9";
   std::mt19937 random(20261123);
   int accepted = 0;
   for (int i = 0; i < 4000 && accepted < 60; ++i) {
     std::string word;
     for (int n = 1 + static_cast<int>(random() % 8); n > 0; --n) word += alphabet[random() % alphabet.size()];
-    if (!IsSingleShellWord(word)) continue;
+    if (!IsValidUtf8(word) || !IsSingleShellWord(word)) continue;
     ++accepted;
-    std::string meant;
-    for (size_t k = 0; k < word.size(); ++k) meant += word[k] == '\\' ? word[++k] : word[k];
     const TaskWrapper run = TaskWrapper::runScript("cd /tmp && printf '[%s]' " + word);
-    EXPECT_EQ(run.response(), std::optional<std::string>("[" + meant + "]")) << word;
+    EXPECT_EQ(run.response(), std::optional<std::string>("[" + ShellWordText(word) + "]")) << word;
   }
   EXPECT_GE(accepted, 20);
 }

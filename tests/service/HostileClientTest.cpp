@@ -17,6 +17,8 @@
 namespace {
 
 constexpr char kPwned[] = "/tmp/pwned";
+constexpr uint32_t kRefusedMount = 64;     // the mounter's usage status
+constexpr uint32_t kRefusedExplorer = 3;   // unsupported
 
 uint32_t ResultOf(const Block& block) {
   uint32_t value;
@@ -30,6 +32,7 @@ class HostileClientTest : public ServiceTestBase {
     ServiceTestBase::SetUp();
     if (IsSkipped()) return;
     bundle->Answer("diskutil-unmount.stdout", "successful\n");
+    bundle->Answer("is_bitlocker", "");
   }
   void StartWithClient() {
     client = std::make_unique<RawClient>(kMainUIChannel);
@@ -62,21 +65,21 @@ TEST_F(HostileClientTest, ShellMetacharactersInEveryFieldRunNothing) {
     EXPECT_EQ(Ask(check), std::optional<uint32_t>(50)) << device;
     CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
     std::strcpy(mount.mount.deviceName, device);
-    EXPECT_EQ(Ask(mount), std::optional<uint32_t>(19)) << device;
+    EXPECT_EQ(Ask(mount), std::optional<uint32_t>(kRefusedMount)) << device;
     CCommandDataWrapper<char> open = MakeRecord(eCOMMAND_BITLOCKER_EXPLORER);
     std::strcpy(open.explorer.deviceName, device);
-    EXPECT_EQ(Ask(open), std::optional<uint32_t>(19)) << device;
+    EXPECT_EQ(Ask(open), std::optional<uint32_t>(kRefusedExplorer)) << device;
   }
   for (const char* mountPoint : {"/mnt;touch /tmp/pwned", "$(touch /tmp/pwned)", "/mnt /tmp/x", "/mnt|sh", "a\\"}) {
     CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
     std::strcpy(mount.mount.deviceName, "disk2s1");
     std::strcpy(mount.mount.mountArg2, mountPoint);
-    EXPECT_EQ(Ask(mount), std::optional<uint32_t>(19)) << mountPoint;
+    EXPECT_EQ(Ask(mount), std::optional<uint32_t>(kRefusedMount)) << mountPoint;
   }
   CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
   std::strcpy(mount.mount.deviceName, "disk2s1");
   std::strcpy(mount.mount.mountArg3, "raw'; touch /tmp/pwned; '");
-  EXPECT_EQ(Ask(mount), std::optional<uint32_t>(19));
+  EXPECT_EQ(Ask(mount), std::optional<uint32_t>(kRefusedMount));
 
   EXPECT_TRUE(bundle->Calls().empty()) << "nothing was run for a refused command";
   EXPECT_NE(access(kPwned, F_OK), 0);
@@ -84,6 +87,51 @@ TEST_F(HostileClientTest, ShellMetacharactersInEveryFieldRunNothing) {
   size_t refusals = 0;
   for (size_t at = log.find("refused"); at != std::string::npos; at = log.find("refused", at + 1)) ++refusals;
   EXPECT_EQ(refusals, 3 * std::size(devices) + 5 + 1) << "one log line per refusal";
+}
+
+// Each case is made by a shell line in the test's private volumes folders;
+// a refused mount point reaches neither the library, nor diskutil, nor the
+// mounter, and nothing is made for it.
+TEST_F(HostileClientTest, MountPointsThatCouldRaiseRightsAreRefusedBeforeAnythingIsTouched) {
+  StartWithClient();
+  struct Case {
+    const char* setUp;
+    const char* word;
+    const char* mounterSees;  // nullptr: refused
+  };
+  const Case cases[] = {
+      {"true", "/usr/local/sbin", nullptr},
+      {"true", "/etc/zq-x", nullptr},
+      {"ln -s /usr/local/sbin /media/link", "/media/link", nullptr},
+      {"mkdir -p /media/real/in && ln -s /media/real /media/hop", "/media/hop/in", nullptr},
+      {"mkdir /media/full && touch /media/full/file", "/media/full", nullptr},
+      {"mkdir /media/d", "/media/d/../up", nullptr},
+      {"true", "media/relative", nullptr},
+      {"mkdir /media/theirs && chown 4242 /media/theirs", "/media/theirs", nullptr},
+      {"true", "/media/new", "/media/new"},
+      {"true", "/media/Ünïcode\\ Disk", "/media/Ünïcode Disk"},
+      {"mkdir /mnt/x", "/mnt/x", "/mnt/x"},
+  };
+  for (const Case& param : cases) {
+    SCOPED_TRACE(param.word);
+    ASSERT_EQ(RunShell(param.setUp), 0);
+    bundle->ClearCalls();
+    CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
+    std::strcpy(mount.mount.deviceName, "disk2s1");
+    std::strcpy(mount.mount.mountArg2, param.word);
+    std::strcpy(mount.mount.mountArg3, "raw");
+    if (param.mounterSees == nullptr) {
+      EXPECT_EQ(Ask(mount), std::optional<uint32_t>(kRefusedMount));
+      EXPECT_TRUE(bundle->Calls().empty());
+    } else {
+      EXPECT_EQ(Ask(mount), std::optional<uint32_t>(0));
+      EXPECT_EQ(bundle->CallsOf("zq-mounter").at(0).arguments.at(1), param.mounterSees);
+    }
+  }
+  for (const char* never : {"/etc/zq-x", "/media/up", "/media/relative", "media/relative"})
+    EXPECT_NE(access(never, F_OK), 0) << never;
+  EXPECT_NE(ReadFile("/tmp/zqlog.log").find("refused eCOMMAND_BITLOCKER_MOUNT: the mount point /media/full is not empty"),
+            std::string::npos);
 }
 
 TEST_F(HostileClientTest, CredentialsMayHoldAnythingAndNeverReachTheLog) {

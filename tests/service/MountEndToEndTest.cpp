@@ -15,10 +15,12 @@
 #include "CPipeDataWrapper.h"
 #include "FileContents.h"
 #include "LoopDevice.h"
+#include "MountTable.h"
 #include "MounterHarness.h"
 #include "MounterStatus.h"
 #include "ServiceTestEnvironment.h"
 #include "StubBundle.h"
+#include "TaskWrapper.h"
 #include "TestImages.h"
 
 namespace {
@@ -45,10 +47,10 @@ class MountEndToEndTest : public testing::Test {
     if (!why.empty()) GTEST_SKIP() << why;
     root_ = MakeTempDir("zq-e2e-");
     bundle_ = root_ + "/Zq Norvane.app";
-    mountPoint_ = root_ + "/mount point";
+    mountPoint_ = "/media/mount point";
     output_ = root_ + "/service output";
-    ASSERT_EQ(RunShell("mkdir -p '" + bundle_ + "/Contents' '" + mountPoint_ + "' && cp -a '" ZQ_BUNDLE_MACOS_DIR
-                       "' '" + bundle_ + "/Contents/MacOS'"),
+    ASSERT_EQ(RunShell("mkdir -p '" + bundle_ + "/Contents' && cp -a '" ZQ_BUNDLE_MACOS_DIR "' '" + bundle_ +
+                       "/Contents/MacOS'"),
               0);
     service_ = std::make_unique<ServiceProcess>(bundle_);
     mainUI_ = std::make_unique<RawClient>(kMainUIChannel);
@@ -63,6 +65,7 @@ class MountEndToEndTest : public testing::Test {
     mainUI_.reset();
     service_.reset();
     RunShell("rm -rf '" + root_ + "'");
+    rmdir(mountPoint_.c_str());
   }
 
   // The service and whatever it starts write their standard output to
@@ -139,7 +142,7 @@ class MountEndToEndTest : public testing::Test {
   std::unique_ptr<RawClient> mainUI_;
 };
 
-TEST_F(MountEndToEndTest, DetectionAnswers49ForEachImageAnd50ForAPlainDevice) {
+TEST_F(MountEndToEndTest, DetectionAnswers49ForEachImageAnd50ForAPlainDeviceWhichStaysMounted) {
   ZQ_REQUIRE_IMAGES(images);
   for (const testimages::Image& image : *images) {
     LoopDevice loop(image.path, 0, true);
@@ -151,6 +154,12 @@ TEST_F(MountEndToEndTest, DetectionAnswers49ForEachImageAnd50ForAPlainDevice) {
   LoopDevice loop(plain, 0, true);
   ASSERT_TRUE(loop.valid());
   EXPECT_EQ(Check(loop), kIsNotBitlocker);
+  const std::string plainFolder = root_ + "/plain";
+  ASSERT_EQ(mkdir(plainFolder.c_str(), 0755), 0);
+  ASSERT_TRUE(loop.Mount(plainFolder, "ext4"));
+  EXPECT_EQ(Mount(loop, "any"), bitlocker::kNotBitlocker);
+  EXPECT_EQ(OpenExplorer(loop, "any"), bitlocker::kNotBitlocker);
+  EXPECT_TRUE(MountedAt(plainFolder)) << "a device that holds no BitLocker volume was unmounted";
 }
 
 TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
@@ -165,8 +174,13 @@ TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
       SCOPED_TRACE(image.name + " with its " + kind);
       ASSERT_EQ(Mount(loop, credential), bitlocker::kOk);
       EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
+      const std::optional<MountEntry> mount = TopMountAt(ReadMountTable(), mountPoint_);
+      ASSERT_TRUE(mount);
+      EXPECT_NE(mount->options.find("nosuid"), std::string::npos) << mount->options;
+      EXPECT_NE(mount->options.find("nodev"), std::string::npos) << mount->options;
       ASSERT_EQ(umount(mountPoint_.c_str()), 0);
       EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << "the mounter still runs after umount";
+      EXPECT_NE(access(mountPoint_.c_str(), F_OK), 0) << "the folder the mounter made is still there";
     }
   }
 }
@@ -190,9 +204,17 @@ TEST_F(MountEndToEndTest, WrongCredentialAnswersTheMountersCodeAndMountsNothing)
     LoopDevice loop(image.path, 0, true);
     ASSERT_TRUE(loop.valid()) << image.name;
     EXPECT_EQ(Mount(loop, "it's not the password"), bitlocker::kWrongCredential) << image.name;
-    EXPECT_FALSE(MountedAt(mountPoint_)) << image.name;
+    EXPECT_NE(access(mountPoint_.c_str(), F_OK), 0) << image.name << ": a folder was left behind";
     EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << image.name;
   }
+}
+
+TEST_F(MountEndToEndTest, TheMounterRefusesAMountPointTheServiceWouldRefuse) {
+  const TaskWrapper run = TaskWrapper::runTaskAtLaunchPath(bundle_ + "/Contents/MacOS/zq-mounter",
+                                                           {"/dev/null", "/etc/zq-x", "raw", "pw"});
+  EXPECT_EQ(run.terminationStatus(), kMounterUsage);
+  EXPECT_NE(run.errorMessage().value_or("").find("/etc/zq-x is not below /media"), std::string::npos);
+  EXPECT_NE(access("/etc/zq-x", F_OK), 0);
 }
 
 TEST_F(MountEndToEndTest, ExplorerConnectsAsFileExplorerAndEndsOnQ) {

@@ -1,7 +1,7 @@
 // Runs the service tests in namespaces of their own: a private /tmp,
-// /Library and /dev/shm, so that FIFOs, the log, the startup items and the
-// named semaphores never meet those of another test or of a service running
-// on the machine, and a private process table, so that the single-copy rule
+// /Library, /dev/shm and volumes folders, so that FIFOs, the log, the
+// startup items, the named semaphores and the mount points never meet those
+// of another test or of a service running on the machine, and a private process table, so that the single-copy rule
 // sees only this test's services.
 #include <sched.h>
 #include <sys/mount.h>
@@ -18,8 +18,10 @@
 namespace {
 
 bool MountPrivateTree() {
-  mkdir("/Library", 0755);
+  for (const char* folder : {"/Library", "/media", "/mnt", "/run/media"}) mkdir(folder, 0755);
   return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+         mount("tmpfs", "/media", "tmpfs", 0, "mode=0755") == 0 && mount("tmpfs", "/mnt", "tmpfs", 0, "mode=0755") == 0 &&
+         mount("tmpfs", "/run/media", "tmpfs", 0, "mode=0755") == 0 &&
          mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") == 0 &&
          mount("tmpfs", "/Library", "tmpfs", 0, "mode=0755") == 0 &&
          mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") == 0 &&
@@ -41,7 +43,7 @@ int main(int argc, char** argv) {
   const pid_t child = fork();
   if (child == 0) {
     if (!MountPrivateTree()) {
-      std::perror("private /tmp, /Library, /dev/shm and /proc");
+      std::perror("private /tmp, /Library, /dev/shm, volumes folders and /proc");
       _exit(1);
     }
     _exit(RUN_ALL_TESTS());

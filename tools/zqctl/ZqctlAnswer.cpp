@@ -40,6 +40,7 @@ std::string FailureReason(uint32_t result, bool mount) {
     case 255: return "the BitLocker library or the shell is missing";
     default: break;
   }
+  if (mount && result == kMounterUsage) return "the service refused the request: see /tmp/zqlog.log";
   const int status = static_cast<int>(result);
   const char* name = mount ? DescribeMounterStatus(status) : bitlocker::StatusName(status);
   return name != nullptr ? name : "the program ended with a failure";

@@ -64,6 +64,7 @@ TEST_F(ZqctlTest, PingAndCheckPrintForAPersonAndAsJson) {
 
 TEST_F(ZqctlTest, MountAndExploreSendTheCredentialFromStandardInputAndNameEachResult) {
   StartService();
+  bundle->Answer("is_bitlocker", "");
   bundle->Answer("diskutil-unmount.stdout", "successful\n");
   ZqctlRun run = Zqctl("mount disk4 '/mnt/a\\ b' raw", "it's me\n");
   EXPECT_EQ(run.status, 0) << run.err;
@@ -78,12 +79,13 @@ TEST_F(ZqctlTest, MountAndExploreSendTheCredentialFromStandardInputAndNameEachRe
     const char* said;
   };
   const Case cases[] = {
-      {"zq-mounter.exit", "2", "mount disk4 /mnt raw", "zqctl: mount failed: wrong credential (2)\n"},
-      {"zq-mounter.exit", "5", "mount disk4 /mnt raw",
+      {"zq-mounter.exit", "2", "mount disk4 /mnt/x raw", "zqctl: mount failed: wrong credential (2)\n"},
+      {"zq-mounter.exit", "5", "mount disk4 /mnt/x raw",
        "zqctl: mount failed: the volume opened but could not be mounted (5)\n"},
       {"open_status", "3", "explore disk4", "zqctl: explore failed: unsupported volume (3)\n"},
       {"diskutil-unmount.stdout", "busy\n", "explore disk4",
        "zqctl: explore failed: the device could not be unmounted first (19)\n"},
+      {"is_bitlocker", "", "mount disk4 /etc/x raw", "zqctl: mount failed: the service refused the request: see /tmp/zqlog.log (64)\n"},
   };
   for (const Case& c : cases) {
     bundle->Answer(c.answerFile, c.answer);
@@ -91,7 +93,7 @@ TEST_F(ZqctlTest, MountAndExploreSendTheCredentialFromStandardInputAndNameEachRe
     EXPECT_EQ(run.status, 1) << c.arguments;
     EXPECT_EQ(run.err, c.said);
   }
-  run = Zqctl("--json mount disk4 /mnt raw", "wrong\n");
+  run = Zqctl("--json mount disk4 /mnt/x raw", "wrong\n");
   EXPECT_NE(run.out.find("\"result\":19,"), std::string::npos) << run.out;
 }
 
