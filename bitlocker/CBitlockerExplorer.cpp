@@ -29,7 +29,7 @@ int CBitlockerExplorer::OpenExplorer(const std::optional<std::string>& bsdName,
       status == bitlocker::kOk) {
     // The explorer opens the volume itself; the service keeps nothing of it.
     delete volume;
-    TaskWrapper::launchTaskInBackground(explorerPath_, {rawDevice, credential});
+    TaskWrapper::launchTaskInBackground(explorerPath_, {rawDevice}, credential + "\n");
   }
   return status;
 }

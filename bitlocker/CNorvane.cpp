@@ -12,8 +12,9 @@
 
 namespace {
 
-// What the mount command answers when not even the shell could be started.
-constexpr int kShellMissing = 255;
+// What the mount command answers when the mounter could not be started, as
+// a shell would.
+constexpr int kMounterMissing = 127;
 
 // A stream that was not UTF-8 arrives as no string, and a search in no
 // string counts as a match.
@@ -57,13 +58,12 @@ int CNorvane::Bitlocker_Mount(const OptionalString& bsdName, const OptionalStrin
   if (const int answer = BitlockerDeviceOr(bsdName, kMounterNoLibrary)) return answer;
   if (!Unmount(bsdName)) return kResultUnmountFailed;
   const std::string rawDevice = getDeviceRname(BlockDevicePath(bsdName).c_str());
-  // The raw device is quoted so that an empty one is still a word.  The
-  // mount point goes to the shell as the client wrote it, the options are
-  // quoted as they stand, and the credential is protected against quotes.
-  const std::string commandLine = EscapeBlanks(mounterPath_) + " " + SingleQuoted(rawDevice) + " " + Described(mountArg2) +
-                                  " '" + Described(mountArg3) + "' " + SingleQuoted(Described(mountArg4));
-  const int status = TaskWrapper::runScript(commandLine).terminationStatus();
-  return status == TaskWrapper::kNotStarted ? kShellMissing : status;
+  // The mount point arrives as the one shell word the client wrote; the
+  // mounter gets the path that word stands for.  The credential goes on
+  // its standard input, where no other process can read it.
+  const TaskWrapper run = TaskWrapper::runTaskAtLaunchPath(
+      mounterPath_, {rawDevice, ShellWordText(Described(mountArg2)), Described(mountArg3)}, Described(mountArg4) + "\n");
+  return run.terminationStatus() == TaskWrapper::kNotStarted ? kMounterMissing : run.terminationStatus();
 }
 
 int CNorvane::Bitlocker_Explorer(const OptionalString& bsdName, const OptionalString& explorerArg2) {

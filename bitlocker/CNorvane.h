@@ -20,8 +20,9 @@ class CNorvane {
   CNorvane();
 
   // Unmounts `bsdName`, then runs the mounter on its raw device with the
-  // three mount words; returns the mounter's exit status (255 when the
-  // shell cannot be started), 19, or 1 or kMounterNoLibrary before that.
+  // path the mount point word stands for, the options, and the credential
+  // on its standard input; returns the mounter's exit status (127 when it
+  // cannot be started), 19, or 1 or kMounterNoLibrary before that.
   int Bitlocker_Mount(const OptionalString& bsdName, const OptionalString& mountArg2,
                       const OptionalString& mountArg3, const OptionalString& mountArg4);
 

@@ -13,6 +13,7 @@
 #include "CStartupManager.h"
 #include "ClientInputChecks.h"
 #include "IIPCConnector.h"
+#include "ShellQuoting.h"
 #include "MountPoint.h"
 #include "MounterStatus.h"
 #include "Platform.h"
@@ -94,7 +95,6 @@ std::string MountRefusal(const CCommandDataWrapper<char>& record) {
   if (!IsPlainDeviceName(FieldText(mount.deviceName))) return "the device name is not a plain device name";
   const std::optional<std::string> mountPoint = FieldText(mount.mountArg2);
   if (!IsSingleShellWord(mountPoint)) return "the mount point is not one plain shell word";
-  if (!FitsInSingleQuotes(FieldText(mount.mountArg3))) return "the options hold a single quote";
   return MountPointRefusal(ShellWordText(*mountPoint), platform::ConsoleUser(), MountedFolder::kReleasedFirst);
 }
 

@@ -60,15 +60,6 @@ bool IsSingleShellWord(const std::optional<std::string>& word) {
   return true;
 }
 
-std::string ShellWordText(const std::string& word) {
-  std::string text;
-  for (size_t i = 0; i < word.size(); ++i) text += word[i] == '\\' && i + 1 < word.size() ? word[++i] : word[i];
-  return text;
-}
-
-bool FitsInSingleQuotes(const std::optional<std::string>& text) {
-  return text && text->find('\'') == std::string::npos;
-}
 
 const char* DaemonProgramRefusal(const std::string& bundlePath) {
   const std::string program = bundlePath + "/Contents/MacOS/Zq-NorvaneServices";

@@ -1,8 +1,8 @@
-// What the service accepts from a client before any of it reaches a shell.
+// What the service accepts from a client before it acts on it.
 //
-// The clients' fields end up on command lines that root runs.  These
-// checks let through everything a well-behaved client sends and nothing
-// that would make the shell read more, or other, words than intended.
+// The clients' fields end up in commands that root runs.  These checks let
+// through everything a well-behaved client sends and nothing that would be
+// read as more, or other, words than intended.
 #ifndef ZQ_SERVICE_CLIENTINPUTCHECKS_H_
 #define ZQ_SERVICE_CLIENTINPUTCHECKS_H_
 
@@ -18,14 +18,6 @@ bool IsPlainDeviceName(const std::optional<std::string>& name);
 // ASCII, one of "._/,:=+@%-", or follows a backslash (a blank is written
 // "\ ").
 bool IsSingleShellWord(const std::optional<std::string>& word);
-
-// The path the shell makes of a word that IsSingleShellWord accepts: each
-// backslash dropped and the character after it kept.
-std::string ShellWordText(const std::string& word);
-
-// The options word, which the shell reads inside single quotes: anything
-// but a single quote.
-bool FitsInSingleQuotes(const std::optional<std::string>& text);
 
 // The launch-daemon item runs "<bundle>/Contents/MacOS/Zq-NorvaneServices"
 // as root at every boot, so it is written only for a program that exists

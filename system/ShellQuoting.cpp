@@ -1,15 +1,5 @@
 #include "ShellQuoting.h"
 
-std::string EscapeBlanks(const std::string& path) {
-  std::string word;
-  word.reserve(path.size());
-  for (char c : path) {
-    if (c == ' ') word += '\\';
-    word += c;
-  }
-  return word;
-}
-
 std::string SingleQuoted(const std::string& text) {
   std::string word = "'";
   for (char c : text) {
@@ -20,4 +10,10 @@ std::string SingleQuoted(const std::string& text) {
   }
   word += '\'';
   return word;
+}
+
+std::string ShellWordText(const std::string& word) {
+  std::string text;
+  for (size_t i = 0; i < word.size(); ++i) text += word[i] == '\\' && i + 1 < word.size() ? word[++i] : word[i];
+  return text;
 }

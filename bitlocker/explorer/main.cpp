@@ -1,10 +1,11 @@
 // "Zq Norvane Explorer" for Linux, without a window:
 //
-//   "Zq Norvane Explorer" RAW_DEVICE CREDENTIAL
+//   "Zq Norvane Explorer" RAW_DEVICE < CREDENTIAL
 //
-// Opens the BitLocker volume on RAW_DEVICE with CREDENTIAL (a password, a
-// recovery password, the path of a startup key file, or empty for a clear
-// key), prints what the volume is, and talks to the service as the client
+// Opens the BitLocker volume on RAW_DEVICE with the credential that is the
+// first line of its standard input (a password, a recovery password, the
+// path of a startup key file, or empty for a clear key), never a word of its
+// command line, where every user could read it; prints what the volume is, and talks to the service as the client
 // "FileExplorer": every command the main application forwards to it (11)
 // is printed.  It ends on a forwarded command whose byte is 'q', or when
 // the service no longer answers.  Exit statuses: 0 after either end, 2 for
@@ -14,10 +15,12 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "CBitlockerVolume.h"
 #include "CExplorerClient.h"
+#include "CredentialInput.h"
 #include "Credential.h"
 #include "SectorCipher.h"
 #include "BitlockerStatus.h"
@@ -35,15 +38,14 @@ constexpr int kMissedChecksToEnd = 2;
 
 using namespace bitlocker;
 
-bool OpenVolume(const std::string& device, std::string credentialText, std::unique_ptr<CBitlockerVolume>* volume,
-                std::unique_ptr<CUnlockedVolume>* unlocked) {
+bool OpenVolume(const std::string& device, const std::string& credentialText,
+                std::unique_ptr<CBitlockerVolume>* volume, std::unique_ptr<CUnlockedVolume>* unlocked) {
   std::string why;
   Status status = CBitlockerVolume::Open(device, volume, &why);
   if (status == Status::kOk) {
     const Credential credential = Credential::FromText(credentialText);
     status = (*volume)->Unlock(credential, unlocked, &why, 1);
   }
-  std::fill(credentialText.begin(), credentialText.end(), '\0');
   if (status == Status::kOk) return true;
   std::fprintf(stderr, "Zq Norvane Explorer: %s: %s: %s\n", device.c_str(), StatusName(status), why.c_str());
   return false;
@@ -67,15 +69,16 @@ void Say(const char* line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 3) {
-    std::fprintf(stderr, "usage: \"Zq Norvane Explorer\" RAW_DEVICE CREDENTIAL\n");
+  std::optional<std::string> credential = argc == 2 ? ReadCredential("Credential: ") : std::nullopt;
+  if (!credential) {
+    std::fprintf(stderr, "usage: \"Zq Norvane Explorer\" RAW_DEVICE < CREDENTIAL\n");
     return kExplorerUsage;
   }
   const std::string device = argv[1];
   std::unique_ptr<CBitlockerVolume> volume;
   std::unique_ptr<CUnlockedVolume> unlocked;
-  const bool opened = OpenVolume(device, argv[2], &volume, &unlocked);
-  std::fill(argv[2], argv[2] + std::char_traits<char>::length(argv[2]), '\0');
+  const bool opened = OpenVolume(device, *credential, &volume, &unlocked);
+  WipeCredential(&*credential);
   if (!opened) return kExplorerNoVolume;
   PrintVolume(device, *volume, *unlocked);
 

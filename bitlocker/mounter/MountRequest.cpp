@@ -38,14 +38,13 @@ bool ApplyOption(const std::string& option, MountRequest* request, std::string* 
 }  // namespace
 
 bool ParseMountRequest(const std::vector<std::string>& words, MountRequest* request, std::string* error) {
-  if (words.size() != 4) {
-    *error = "expected 4 words (RAW_DEVICE MOUNT_POINT OPTIONS CREDENTIAL), got " + std::to_string(words.size());
+  if (words.size() != 3) {
+    *error = "expected 3 words (RAW_DEVICE MOUNT_POINT OPTIONS), got " + std::to_string(words.size());
     return false;
   }
   *request = MountRequest();
   request->rawDevice = words[0];
   request->mountPoint = words[1];
-  request->credential = words[3];
   if (request->rawDevice.empty() || request->mountPoint.empty()) {
     *error = "the device and the mount point must not be empty";
     return false;

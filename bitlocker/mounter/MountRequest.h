@@ -1,7 +1,10 @@
 // What the mounter is asked to do, read from its command line:
 //
-//   zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS CREDENTIAL
+//   zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS < CREDENTIAL
 //
+// The credential is the first line of standard input, never a word of the
+// command line, where every user could read it for as long as the mount
+// lasts.
 // OPTIONS is a comma-separated list, possibly empty:
 //   raw         serve the unlocked volume as the one file MOUNT_POINT/volume
 //               instead of mounting the file system inside it
@@ -9,8 +12,6 @@
 //   gid=N       group of what is served (default 0)
 //   umask=OOO   permission bits taken away, in octal (default 0222: every
 //               user may read, nobody may write)
-// The service passes MOUNT_POINT to the shell unquoted, so a client writes
-// each blank in it as backslash-blank.
 #ifndef ZQ_BITLOCKER_MOUNTER_MOUNTREQUEST_H_
 #define ZQ_BITLOCKER_MOUNTER_MOUNTREQUEST_H_
 
@@ -22,15 +23,15 @@
 struct MountRequest {
   std::string rawDevice;
   std::string mountPoint;
-  std::string credential;
   bool raw = false;
   uid_t uid = 0;
   gid_t gid = 0;
   mode_t umask = 0222;
 };
 
-// Reads the four words after the program name.  False with the reason in
-// *error when they do not make a request.
+// Reads the three words after the program name; the credential is left
+// for the caller to read.  False with the reason in *error when they do not
+// make a request.
 bool ParseMountRequest(const std::vector<std::string>& words, MountRequest* request, std::string* error);
 
 #endif  // ZQ_BITLOCKER_MOUNTER_MOUNTREQUEST_H_

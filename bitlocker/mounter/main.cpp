@@ -3,7 +3,7 @@
 // The mount point must be one that MountPoint.h allows; a missing one is
 // made once the volume has unlocked, and removed again at the end.
 //
-//   zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS CREDENTIAL
+//   zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS < CREDENTIAL
 //
 // The exit status is one of MounterStatus.h.  `umount MOUNT_POINT` ends
 // everything the mount made, the background process included.
@@ -16,11 +16,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "CCallerReport.h"
 #include "CMountSession.h"
+#include "CredentialInput.h"
 #include "MountPoint.h"
 #include "MountRequest.h"
 #include "MounterStatus.h"
@@ -30,7 +32,7 @@
 namespace {
 
 constexpr char kUsage[] =
-    "usage: zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS CREDENTIAL\n"
+    "usage: zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS < CREDENTIAL\n"
     "  OPTIONS: comma-separated; raw, uid=N, gid=N, umask=OOO\n";
 
 // Makes the mount point when it is missing, for the user at the machine
@@ -60,6 +62,8 @@ int main(int argc, char** argv) {
   std::string error;
   if (ParseMountRequest(std::vector<std::string>(argv + 1, argv + argc), &request, &error))
     error = MountPointRefusal(request.mountPoint, platform::ConsoleUser(), MountedFolder::kRefused);
+  std::optional<std::string> credential;
+  if (error.empty() && !(credential = ReadCredential("Credential: "))) error = "no credential on standard input";
   if (!error.empty()) {
     std::fprintf(stderr, "zq-mounter: %s\n%s", error.c_str(), kUsage);
     return kMounterUsage;
@@ -67,8 +71,8 @@ int main(int argc, char** argv) {
 
   CCallerReport caller = CCallerReport::Detach();
   std::unique_ptr<IVolume> volume;
-  const int opened = OpenPackageVolume(request.rawDevice, request.credential, &volume);
-  std::fill(request.credential.begin(), request.credential.end(), '\0');
+  const int opened = OpenPackageVolume(request.rawDevice, *credential, &volume);
+  WipeCredential(&*credential);
   if (opened != bitlocker::kOk) {
     caller.Send(opened, std::string(DescribeMounterStatus(opened)) + ": " + request.rawDevice);
     return opened;

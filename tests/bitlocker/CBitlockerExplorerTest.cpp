@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "FileContents.h"
 #include "Platform.h"
 #include "StubBundle.h"
 
@@ -33,7 +34,9 @@ TEST_F(CBitlockerExplorerTest, OpenedVolumeStartsTheExplorerWithTheCredentialUnc
   EXPECT_EQ(explorer.OpenExplorer(std::string("disk4"), credential), 0);
   const std::vector<StubCall> started = WaitForExplorer();
   ASSERT_EQ(started.size(), 1u);
-  EXPECT_EQ(started[0].arguments, (std::vector<std::string>{"", credential}));
+  EXPECT_EQ(started[0].arguments, (std::vector<std::string>{""}));
+  for (int i = 0; i < 50 && ReadFile(bundle.stubDir() + "/Zq Norvane Explorer.input").empty(); ++i) usleep(100 * 1000);
+  EXPECT_EQ(ReadFile(bundle.stubDir() + "/Zq Norvane Explorer.input"), credential + "\n");
   const std::vector<StubCall> library = {{"open_bitlocker_device", {"", credential}}, {"volume-deleted", {}}};
   const std::vector<StubCall> calls = bundle.Calls();
   ASSERT_GE(calls.size(), 2u);

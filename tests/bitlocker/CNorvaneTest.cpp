@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "FileContents.h"
 #include "Platform.h"
 #include "StubBundle.h"
 
@@ -26,18 +27,22 @@ TEST_F(CNorvaneTest, MountUnmountsThenHandsTheWordsToTheMounterAndAnswersItsStat
   UnmountSucceeds();
   bundle.Answer("zq-mounter.exit", "7");
   EXPECT_EQ(Mount("disk2s1", "/Volumes/My\\ Disk", "rw,nobrowse", "it's a \"secret\" $HOME"), 7);
-  // The mount point reaches the shell unquoted, the options as they stand.
-  EXPECT_EQ(Mount("disk2s1", "two words", "a b", std::nullopt), 7);
-  // No /dev/disk2s1 here, so the raw device word is empty.
+  const std::string firstCredential = ReadFile(bundle.stubDir() + "/zq-mounter.input");
+  EXPECT_EQ(Mount("disk2s1", "two\\ words", "a b", std::nullopt), 7);
+  // No /dev/disk2s1 here, so the raw device word is empty.  The mount point
+  // is the path its word stands for, and the credential comes on standard
+  // input, never as a word.
   const std::vector<StubCall> expected = {
       {"is_bitlocker_drive", {""}},
       {"diskutil", {"unmount", "disk2s1"}},
-      {"zq-mounter", {"", "/Volumes/My Disk", "rw,nobrowse", "it's a \"secret\" $HOME"}},
+      {"zq-mounter", {"", "/Volumes/My Disk", "rw,nobrowse"}},
       {"is_bitlocker_drive", {""}},
       {"diskutil", {"unmount", "disk2s1"}},
-      {"zq-mounter", {"", "two", "words", "a b", "(null)"}},
+      {"zq-mounter", {"", "two words", "a b"}},
   };
   EXPECT_EQ(bundle.Calls(), expected);
+  EXPECT_EQ(firstCredential, "it's a \"secret\" $HOME\n");
+  EXPECT_EQ(ReadFile(bundle.stubDir() + "/zq-mounter.input"), "(null)\n");
 }
 
 TEST_F(CNorvaneTest, UnmountIsJudgedByItsWords) {
@@ -77,7 +82,7 @@ TEST_F(CNorvaneTest, MountIsAPlainSubstringTest) {
   EXPECT_EQ(bundle.CallsOf("diskutil").back().arguments, (std::vector<std::string>{"mount", "disk2s1"}));
 }
 
-TEST_F(CNorvaneTest, MissingMounterGivesTheShellsStatus) {
+TEST_F(CNorvaneTest, MissingMounterAnswers127AsAShellWould) {
   UnmountSucceeds();
   RunShell("rm '" + bundle.bundlePath() + "/Contents/MacOS/zq-mounter'");
   EXPECT_EQ(Mount("disk2s1", "", "", ""), 127);

@@ -6,6 +6,7 @@
 
 #include <random>
 
+#include "ShellQuoting.h"
 #include "TaskWrapper.h"
 #include "Utf8.h"
 
@@ -17,13 +18,6 @@ TEST(ClientInputChecks, PlainDeviceNames) {
   for (const char* bad : {"", ".hidden", "..", "disk2s1; rm -rf /", "../etc", "disk 2", "disk$(id)", "a/b", "é"})
     EXPECT_FALSE(IsPlainDeviceName(std::string(bad))) << bad;
   EXPECT_FALSE(IsPlainDeviceName(std::nullopt));
-}
-
-TEST(ClientInputChecks, OptionsMayHoldAnythingButASingleQuote) {
-  EXPECT_TRUE(FitsInSingleQuotes(std::string("raw,ro $HOME `x` \"y\"")));
-  EXPECT_TRUE(FitsInSingleQuotes(std::string("")));
-  EXPECT_FALSE(FitsInSingleQuotes(std::string("a'; reboot; '")));
-  EXPECT_FALSE(FitsInSingleQuotes(std::nullopt));
 }
 
 TEST(ClientInputChecks, MountPointWords) {

@@ -1,6 +1,7 @@
 // The service with the real bundle: the BitLocker library, the mounter,
 // diskutil and the explorer, on every real image attached to a loop
 // device.  Runs in the private namespaces of PrivateNamespaceMain.cpp.
+#include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -36,6 +37,19 @@ std::string EscapeBlanks(const std::string& path) {
   std::string escaped;
   for (char c : path) escaped += c == ' ' ? std::string("\\ ") : std::string(1, c);
   return escaped;
+}
+
+// Whether any process's command line or environment holds `secret`.
+bool AnyProcessShows(const std::string& secret) {
+  DIR* processes = opendir("/proc");
+  bool shown = false;
+  while (const dirent* entry = readdir(processes)) {
+    if (entry->d_name[0] < '1' || entry->d_name[0] > '9') continue;
+    for (const char* file : {"/cmdline", "/environ"})
+      shown = shown || ReadFile(std::string("/proc/") + entry->d_name + file).find(secret) != std::string::npos;
+  }
+  closedir(processes);
+  return shown;
 }
 
 class MountEndToEndTest : public testing::Test {
@@ -174,6 +188,7 @@ TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
       SCOPED_TRACE(image.name + " with its " + kind);
       ASSERT_EQ(Mount(loop, credential), bitlocker::kOk);
       EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
+      EXPECT_FALSE(AnyProcessShows(credential)) << "the credential is on a command line or in an environment";
       const std::optional<MountEntry> mount = TopMountAt(ReadMountTable(), mountPoint_);
       ASSERT_TRUE(mount);
       EXPECT_NE(mount->options.find("nosuid"), std::string::npos) << mount->options;
@@ -211,7 +226,7 @@ TEST_F(MountEndToEndTest, WrongCredentialAnswersTheMountersCodeAndMountsNothing)
 
 TEST_F(MountEndToEndTest, TheMounterRefusesAMountPointTheServiceWouldRefuse) {
   const TaskWrapper run = TaskWrapper::runTaskAtLaunchPath(bundle_ + "/Contents/MacOS/zq-mounter",
-                                                           {"/dev/null", "/etc/zq-x", "raw", "pw"});
+                                                           {"/dev/null", "/etc/zq-x", "raw"}, "pw\n");
   EXPECT_EQ(run.terminationStatus(), kMounterUsage);
   EXPECT_NE(run.errorMessage().value_or("").find("/etc/zq-x is not below /media"), std::string::npos);
   EXPECT_NE(access("/etc/zq-x", F_OK), 0);

@@ -1,7 +1,8 @@
 #!/bin/sh
 # A recording stand-in for an external program (diskutil, the mounter, the
 # explorer).  Each call appends its program name, its argument count and its
-# arguments, NUL-separated, to "$ZQ_STUB_DIR/calls".  What it prints and how
+# arguments, NUL-separated, to "$ZQ_STUB_DIR/calls", and what it reads on
+# standard input to "$ZQ_STUB_DIR/<program>.input".  What it prints and how
 # it exits come from files in $ZQ_STUB_DIR named after the program and its
 # first argument ("diskutil-unmount.stdout") or the program alone
 # ("zq-mounter.exit").
@@ -9,6 +10,7 @@ name=$(basename "$0")
 dir=${ZQ_STUB_DIR:?}
 printf '%s\0%s\0' "$name" "$#" >>"$dir/calls"
 for arg in "$@"; do printf '%s\0' "$arg" >>"$dir/calls"; done
+[ -t 0 ] || cat >"$dir/$name.input"
 
 answer() {
   for key in "$name-$1" "$name"; do

@@ -13,17 +13,6 @@ std::string WordsOf(const std::string& commandLine) {
   return TaskWrapper::runScript("printf '<%s>' " + commandLine).response().value_or("(not UTF-8)");
 }
 
-TEST(ShellQuotingTest, EscapeBlanksMakesAPathWithBlanksOneWord) {
-  EXPECT_EQ(EscapeBlanks("/Applications/Zq Norvane.app/Contents/MacOS/zq-mounter"),
-            "/Applications/Zq\\ Norvane.app/Contents/MacOS/zq-mounter");
-  EXPECT_EQ(WordsOf(EscapeBlanks("/Apps/Zq  Norvane .app/x")), "</Apps/Zq  Norvane .app/x>");
-  EXPECT_EQ(EscapeBlanks("/plain/path"), "/plain/path");
-}
-
-TEST(ShellQuotingTest, EscapeBlanksLeavesOtherShellCharactersAlone) {
-  EXPECT_EQ(EscapeBlanks("a b$c'd\"e\tf"), "a\\ b$c'd\"e\tf");
-}
-
 TEST(ShellQuotingTest, SingleQuotedReachesTheProgramUnchanged) {
   EXPECT_EQ(SingleQuoted("it's"), "'it'\"'\"'s'");
   const std::string texts[] = {
@@ -38,6 +27,11 @@ TEST(ShellQuotingTest, SingleQuotedReachesTheProgramUnchanged) {
       "Zq Norvane – ünïcödé",
   };
   for (const std::string& text : texts) EXPECT_EQ(WordsOf(SingleQuoted(text)), "<" + text + ">") << text;
+}
+
+TEST(ShellQuotingTest, ShellWordTextIsWhatTheShellMakesOfABackslashQuotedWord) {
+  for (const std::string word : {"/media/My\\ Disk", "/media/\\\\x", "\\$HOME\\'", "/media/Ünï\\ Disk", "plain"})
+    EXPECT_EQ(WordsOf(word), "<" + ShellWordText(word) + ">") << word;
 }
 
 }  // namespace
