@@ -50,6 +50,11 @@ Status CBitlockerVolume::Open(std::shared_ptr<const IByteSource> source,
     *why = "no BitLocker volume header";
     return Status::kNotBitlocker;
   }
+  if (header->identifier == HeaderIdentifier::kUnknown) {
+    *why = "the volume header carries the identifier " + header->guid.ToString() +
+           ", which marks neither an ordinary nor an encrypt-on-write BitLocker volume";
+    return Status::kUnsupported;
+  }
   MetadataCopies copies = ReadFveMetadataCopies(*source, *header);
   if (copies.blocks.empty()) {
     *why = "no usable FVE metadata copy:\n" + copies.problems;

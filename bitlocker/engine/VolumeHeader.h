@@ -18,6 +18,13 @@ enum class VolumeKind {
   kToGo,      // a FAT discovery volume carrying the BitLocker GUID
 };
 
+// What the identifier in a Windows 7 or To Go header says about the volume.
+enum class HeaderIdentifier {
+  kOrdinary,        // encrypted in one sweep over every sector (and every Vista volume)
+  kEncryptOnWrite,  // "used space only": sectors are encrypted as they are written
+  kUnknown,         // a "-FVE-FS-" header with an identifier of neither kind
+};
+
 struct VolumeHeader {
   static constexpr size_t kSize = 512;
 
@@ -27,13 +34,21 @@ struct VolumeHeader {
   // Offsets of the three FVE metadata blocks from the volume's start.  A
   // Vista header names only the first; the block itself names all three.
   std::array<uint64_t, 3> metadataOffsets{};
+  HeaderIdentifier identifier = HeaderIdentifier::kOrdinary;
+  Guid guid;  // the identifier as stored; zero for Vista
+  // Encrypt-on-write headers name two more blocks after the metadata
+  // offsets.  What they hold is not read here; their presence matters while
+  // a conversion is under way.
+  std::array<uint64_t, 2> encryptOnWriteOffsets{};
 };
 
 // Parses the volume's first 512 bytes; nullopt when they do not hold a
-// BitLocker volume header.
+// BitLocker volume header.  A "-FVE-FS-" header with an unknown identifier
+// is still one, of HeaderIdentifier::kUnknown.
 std::optional<VolumeHeader> ParseVolumeHeader(const uint8_t* sector);
 
 const char* VolumeKindName(VolumeKind kind);
+const char* HeaderIdentifierName(HeaderIdentifier identifier);
 
 }  // namespace bitlocker
 
