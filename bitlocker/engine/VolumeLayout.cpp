@@ -70,6 +70,7 @@ Status VolumeLayout::Build(const VolumeHeader& header, const FveMetadataBlock& m
       return Status::kUnsupported;
     }
     result.hidden_.push_back(stored);
+    result.storedHeaderInClear_ = header.identifier == HeaderIdentifier::kEncryptOnWrite;
   }
 
   for (uint64_t offset : metadata.metadataOffsets) {
@@ -118,6 +119,7 @@ LayoutRun VolumeLayout::RunAt(uint64_t offset, uint64_t length) const {
   } else if (offset < storedHeader_.length) {
     end = std::min(end, storedHeader_.length);
     source = storedHeader_.offset + offset;
+    if (storedHeaderInClear_) return {LayoutRun::Action::kCopy, source, end - offset};
   }
 
   uint64_t runLength = end - offset;
