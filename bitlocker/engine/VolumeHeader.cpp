@@ -98,7 +98,7 @@ const char* HeaderIdentifierName(HeaderIdentifier identifier) {
     case HeaderIdentifier::kOrdinary:
       return "ordinary";
     case HeaderIdentifier::kEncryptOnWrite:
-      return "encrypt-on-write (used space only)";
+      return "encrypt-on-write, used space only";
     case HeaderIdentifier::kUnknown:
       return "unknown";
   }
