@@ -68,7 +68,7 @@ Status ReadConversion(const VolumeHeader& header, const FveMetadataBlock& block,
            StateText(block.state) + ", " + Number(block.encryptedSize) + " of " +
            Number(volumeSize) +
            " bytes encrypted): sectors written since it began may lie encrypted past that "
-           "point, as recorded in the blocks at " +
+           "point, as recorded in the encrypt-on-write information at " +
            Hex(eow[0]) + " and " + Hex(eow[1]) + ", which this engine does not read";
     return Status::kUnsupported;
   }

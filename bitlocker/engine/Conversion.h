@@ -26,8 +26,8 @@ struct Conversion {
 // Reads the conversion recorded in a version 2 metadata block of a volume
 // of `volumeSize` bytes.  Refuses, with the reason, states it does not
 // know, fields that contradict each other, and an encrypt-on-write volume
-// caught part way whose header names blocks that record sectors written
-// encrypted past the encrypted size.
+// caught part way whose header names the information that records sectors
+// written encrypted past the encrypted size.
 Status ReadConversion(const VolumeHeader& header, const FveMetadataBlock& block,
                       uint64_t volumeSize, Conversion* conversion, std::string* why);
 

@@ -36,9 +36,9 @@ struct VolumeHeader {
   std::array<uint64_t, 3> metadataOffsets{};
   HeaderIdentifier identifier = HeaderIdentifier::kOrdinary;
   Guid guid;  // the identifier as stored; zero for Vista
-  // Encrypt-on-write headers name two more blocks after the metadata
-  // offsets.  What they hold is not read here; their presence matters while
-  // a conversion is under way.
+  // Encrypt-on-write headers name, after the metadata offsets, two copies
+  // of an information block that records the regions of a conversion.  It
+  // is not read here; that it exists matters while a conversion is under way.
   std::array<uint64_t, 2> encryptOnWriteOffsets{};
 };
 

@@ -89,7 +89,7 @@ void PrintVolumeReport(const CBitlockerVolume& volume, std::ostream& out) {
         << HeaderIdentifierName(header.identifier) << ")\n";
   }
   if (header.identifier == HeaderIdentifier::kEncryptOnWrite) {
-    out << "Encrypt-on-write blocks: " << Hex(header.encryptOnWriteOffsets[0]) << "  "
+    out << "Encrypt-on-write information: " << Hex(header.encryptOnWriteOffsets[0]) << "  "
         << Hex(header.encryptOnWriteOffsets[1]) << "\n";
   }
   out << "Volume identifier: " << metadata.volumeId.ToString() << "\n";
