@@ -14,8 +14,8 @@ namespace bitlocker {
 
 enum class VolumeKind {
   kVista,     // "-FVE-FS-" header, one metadata block given as a cluster
-  kWindows7,  // "-FVE-FS-" header with the BitLocker GUID (Windows 7 and later)
-  kToGo,      // a FAT discovery volume carrying the BitLocker GUID
+  kWindows7,  // "-FVE-FS-" header with an identifier (Windows 7 and later)
+  kToGo,      // a FAT discovery volume carrying a known identifier
 };
 
 // What the identifier in a Windows 7 or To Go header says about the volume.
