@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the benchmarks need
 # (run as root).  dislocker and libbde-utils are only the benchmarks'
-# reference readers; the product never links them.
+# reference readers, and cryptsetup-bin's bitlkDump the tests' independent
+# reader of metadata; the product never links them.
 set -euo pipefail
 
 packages=(
@@ -11,7 +12,7 @@ packages=(
   python3 util-linux mount xz-utils openssl
   dosfstools mtools ntfs-3g exfat-fuse exfatprogs fusefat e2fsprogs
   clang libclang-rt-14-dev
-  dislocker libbde-utils
+  dislocker libbde-utils cryptsetup-bin
 )
 
 missing=()

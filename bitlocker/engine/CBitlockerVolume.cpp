@@ -22,6 +22,29 @@ bool ReadHeaderSector(const IByteSource& source, uint8_t* sector) {
   return source.ReadAt(0, sector, VolumeHeader::kSize);
 }
 
+// The start of a boot sector: a jump, and the signature at its end.
+bool IsBootSector(const uint8_t* sector) {
+  return (sector[0] == 0xeb || sector[0] == 0xe9) && sector[510] == 0x55 && sector[511] == 0xaa;
+}
+
+// Encrypt-on-write volumes keep their stored boot sectors in the clear.  A
+// volume whose copy does not read as a boot sector is not one this engine
+// has seen, and its first sectors would be shown wrong.
+Status CheckStoredHeaderInClear(const IByteSource& source, const VolumeLayout& layout,
+                                std::string* why) {
+  uint8_t sector[VolumeHeader::kSize];
+  if (!source.ReadAt(layout.storedHeader().offset, sector, sizeof(sector))) {
+    *why = std::string("cannot read the stored boot sectors: ") + std::strerror(errno);
+    return Status::kIoError;
+  }
+  if (!IsBootSector(sector)) {
+    *why = "the stored boot sectors of this encrypt-on-write volume are not in the clear, "
+           "unlike those of the encrypt-on-write volumes this engine reads";
+    return Status::kUnsupported;
+  }
+  return Status::kOk;
+}
+
 }  // namespace
 
 Status CBitlockerVolume::Open(const std::string& path, std::unique_ptr<CBitlockerVolume>* volume,
@@ -49,6 +72,11 @@ Status CBitlockerVolume::Open(std::shared_ptr<const IByteSource> source,
   if (!header) {
     *why = "no BitLocker volume header";
     return Status::kNotBitlocker;
+  }
+  if (header->identifier == HeaderIdentifier::kUnknown) {
+    *why = "the volume header carries the identifier " + header->guid.ToString() +
+           ", which marks neither an ordinary nor an encrypt-on-write BitLocker volume";
+    return Status::kUnsupported;
   }
   MetadataCopies copies = ReadFveMetadataCopies(*source, *header);
   if (copies.blocks.empty()) {
@@ -80,6 +108,10 @@ Status CBitlockerVolume::Unlock(const Credential& credential,
   VolumeLayout layout;
   status = VolumeLayout::Build(header_, copies_.blocks[copyUsed], source_->Size(), &layout, why);
   if (status != Status::kOk) return status;
+  if (layout.storedHeaderInClear()) {
+    status = CheckStoredHeaderInClear(*source_, layout, why);
+    if (status != Status::kOk) return status;
+  }
 
   if (lanes == 0) lanes = std::max(1u, std::min(kMaxLanes, std::thread::hardware_concurrency()));
   auto volume = CUnlockedVolume::Make(source_, std::move(layout), fullVolumeKey, lanes);

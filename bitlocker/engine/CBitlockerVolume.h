@@ -24,7 +24,8 @@ class CBitlockerVolume {
   static Status Open(std::shared_ptr<const IByteSource> source,
                      std::unique_ptr<CBitlockerVolume>* volume, std::string* why);
 
-  // Whether `path` carries a BitLocker volume header; needs no credential.
+  // Whether `path` carries a BitLocker volume header, of any kind; needs no
+  // credential.
   static bool IsBitlocker(const std::string& path);
 
   const VolumeHeader& header() const { return header_; }

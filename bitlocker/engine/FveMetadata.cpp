@@ -55,6 +55,7 @@ std::optional<FveMetadataBlock> ParseFveMetadataBlock(const uint8_t* data, size_
   block.version = LoadLe16(data + 10);
   if (block.version != 1 && block.version != 2) return std::nullopt;
   block.state = LoadLe16(data + 12);
+  block.nextState = LoadLe16(data + 14);
   if (block.version == 2) {
     block.encryptedSize = LoadLe64(data + 16);
     block.volumeHeaderSectors = LoadLe32(data + 28);

@@ -32,6 +32,7 @@ struct FveMetadata {
 enum ConversionState : uint16_t {
   kStateDecrypted = 1,
   kStateConverting = 2,
+  kStateEncryptOnWriteStarted = 3,
   kStateEncrypted = 4,
   kStatePaused = 5,
 };
@@ -41,6 +42,7 @@ struct FveMetadataBlock {
 
   uint16_t version = 0;  // 1 for Vista, 2 for Windows 7 and later
   uint16_t state = 0;
+  uint16_t nextState = 0;  // where a conversion is heading: decrypted or encrypted
   // Bytes from the start of the volume that are encrypted (version 2).
   uint64_t encryptedSize = 0;
   uint32_t volumeHeaderSectors = 0;

@@ -22,6 +22,9 @@ struct Guid {
 
 // The identifier that marks BitLocker and BitLocker To Go volume headers.
 extern const Guid kBitlockerVolumeGuid;
+// The identifier in the same place on volumes that were encrypted on write,
+// "used space only": 92a84d3b-dd80-4d0e-9e4e-b1e3284eaed8.
+extern const Guid kEncryptOnWriteVolumeGuid;
 
 }  // namespace bitlocker
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Bytes.h"
+#include "Conversion.h"
 
 namespace bitlocker {
 namespace {
@@ -56,17 +57,10 @@ Status VolumeLayout::Build(const VolumeHeader& header, const FveMetadataBlock& m
     result.encryptedSize_ = result.size_;
     metadataArea = kMetadataAreaVista;
   } else {
-    switch (metadata.state) {
-      case kStateDecrypted:
-      case kStateConverting:
-      case kStateEncrypted:
-      case kStatePaused:
-        break;
-      default:
-        *why = "unknown conversion state " + Number(metadata.state);
-        return Status::kUnsupported;
-    }
-    result.encryptedSize_ = std::min(RoundUp(metadata.encryptedSize, result.sectorSize_), result.size_);
+    Conversion conversion;
+    Status status = ReadConversion(header, metadata, result.size_, &conversion, why);
+    if (status != Status::kOk) return status;
+    result.encryptedSize_ = conversion.encryptedSize;
     result.storedHeader_ = StoredHeaderOf(metadata, result.sectorSize_);
     const Extent& stored = result.storedHeader_;
     if (stored.length == 0 || stored.length % result.sectorSize_ != 0 ||
@@ -76,6 +70,7 @@ Status VolumeLayout::Build(const VolumeHeader& header, const FveMetadataBlock& m
       return Status::kUnsupported;
     }
     result.hidden_.push_back(stored);
+    result.storedHeaderInClear_ = header.identifier == HeaderIdentifier::kEncryptOnWrite;
   }
 
   for (uint64_t offset : metadata.metadataOffsets) {
@@ -124,6 +119,7 @@ LayoutRun VolumeLayout::RunAt(uint64_t offset, uint64_t length) const {
   } else if (offset < storedHeader_.length) {
     end = std::min(end, storedHeader_.length);
     source = storedHeader_.offset + offset;
+    if (storedHeaderInClear_) return {LayoutRun::Action::kCopy, source, end - offset};
   }
 
   uint64_t runLength = end - offset;

@@ -1,8 +1,9 @@
 // Where each byte of the unlocked volume comes from.  The volume is shown as
 // the field's reference readers show it: the original boot sectors, kept
-// encrypted elsewhere on the volume, in their place at the start; the FVE
-// metadata blocks and the stored boot sectors as zeros; the part that is
-// not (yet) encrypted as it lies on the device.
+// elsewhere on the volume, in their place at the start; the FVE metadata
+// blocks and the stored boot sectors as zeros; the part that is not (yet)
+// encrypted as it lies on the device.  Ordinary volumes keep the stored boot
+// sectors encrypted, encrypt-on-write volumes in the clear.
 #ifndef ZQ_BITLOCKER_ENGINE_VOLUMELAYOUT_H_
 #define ZQ_BITLOCKER_ENGINE_VOLUMELAYOUT_H_
 
@@ -46,6 +47,7 @@ class VolumeLayout {
   uint32_t sectorSize() const { return sectorSize_; }
   uint64_t encryptedSize() const { return encryptedSize_; }
   const Extent& storedHeader() const { return storedHeader_; }
+  bool storedHeaderInClear() const { return storedHeaderInClear_; }
   const std::vector<Extent>& hidden() const { return hidden_; }
   uint64_t mftMirrorCluster() const { return mftMirrorCluster_; }
 
@@ -61,6 +63,7 @@ class VolumeLayout {
   // The first storedHeader_.length bytes of the volume are read from
   // storedHeader_.offset (Windows 7 and To Go).
   Extent storedHeader_;
+  bool storedHeaderInClear_ = false;
   std::vector<Extent> hidden_;  // sorted, sector-aligned, shown as zeros
 };
 

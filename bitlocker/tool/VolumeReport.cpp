@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Bytes.h"
+#include "Conversion.h"
 #include "KeyProtector.h"
 #include "SectorCipher.h"
 
@@ -65,18 +66,14 @@ std::string Utf16Text(const CSecureBuffer& value) {
   return text;
 }
 
-const char* StateName(uint16_t state) {
-  switch (state) {
-    case kStateDecrypted:
-      return "decrypted";
-    case kStateConverting:
-      return "converting";
-    case kStateEncrypted:
-      return "encrypted";
-    case kStatePaused:
-      return "conversion paused";
-  }
-  return "unknown";
+// Whether the engine reads the volume's conversion, and how far it has come.
+std::string ConversionText(const CBitlockerVolume& volume) {
+  std::string why;
+  Conversion conversion;
+  Status status = ReadConversion(volume.header(), volume.metadata(), volume.deviceSize(),
+                                 &conversion, &why);
+  if (status != Status::kOk) return std::string("not readable: ") + why;
+  return conversion.complete ? "complete" : "in progress";
 }
 
 }  // namespace
@@ -87,15 +84,27 @@ void PrintVolumeReport(const CBitlockerVolume& volume, std::ostream& out) {
   const FveMetadata& metadata = block.metadata;
 
   out << "Volume:            " << VolumeKindName(header.kind) << "\n";
+  if (header.kind != VolumeKind::kVista) {
+    out << "Header identifier: " << header.guid.ToString() << " ("
+        << HeaderIdentifierName(header.identifier) << ")\n";
+  }
+  if (header.identifier == HeaderIdentifier::kEncryptOnWrite) {
+    out << "Encrypt-on-write information: " << Hex(header.encryptOnWriteOffsets[0]) << "  "
+        << Hex(header.encryptOnWriteOffsets[1]) << "\n";
+  }
   out << "Volume identifier: " << metadata.volumeId.ToString() << "\n";
   out << "Device size:       " << volume.deviceSize() << " bytes\n";
   out << "Bytes per sector:  " << header.bytesPerSector << "\n";
   out << "Encryption method: " << EncryptionMethodName(metadata.encryptionMethod) << "\n";
   out << "Created:           " << FileTimeText(metadata.creationTime) << "\n";
   out << "Metadata version:  " << block.version << "\n";
-  out << "State:             " << StateName(block.state) << " (" << block.state << ")\n";
+  out << "State:             " << ConversionStateName(block.state) << " (" << block.state << ")";
   if (block.version == 2) {
+    out << ", next " << ConversionStateName(block.nextState) << " (" << block.nextState << ")\n";
     out << "Encrypted size:    " << block.encryptedSize << " bytes\n";
+    out << "Conversion:        " << ConversionText(volume) << "\n";
+  } else {
+    out << "\n";
   }
   for (const auto& entry : metadata.entries) {
     if (entry.type == kEntryDescription && entry.valueType == kValueUnicodeString) {
