@@ -4,7 +4,9 @@
 #define ZQ_BITLOCKER_ENGINE_BYTES_H_
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <string>
 
 namespace bitlocker {
 
@@ -56,6 +58,13 @@ inline void StoreLe64(uint64_t value, uint8_t* p) {
 inline void StoreLe128(uint64_t value, uint8_t* p) {
   StoreLe64(value, p);
   StoreLe64(0, p + 8);
+}
+
+// A number as "0x" and lower-case hex digits, for offsets in messages.
+inline std::string Hex(uint64_t value) {
+  char text[24];
+  std::snprintf(text, sizeof text, "0x%llx", static_cast<unsigned long long>(value));
+  return text;
 }
 
 }  // namespace bitlocker

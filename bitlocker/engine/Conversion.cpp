@@ -1,6 +1,6 @@
 #include "Conversion.h"
 
-#include <cstdio>
+#include "Bytes.h"
 
 namespace bitlocker {
 namespace {
@@ -8,12 +8,6 @@ namespace {
 bool KnownState(uint16_t state) { return state >= kStateDecrypted && state <= kStatePaused; }
 
 std::string Number(uint64_t value) { return std::to_string(value); }
-
-std::string Hex(uint64_t value) {
-  char text[24];
-  std::snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(value));
-  return text;
-}
 
 std::string StateText(uint16_t state) {
   return Number(state) + " (" + ConversionStateName(state) + ")";

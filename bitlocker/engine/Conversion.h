@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <string>
 
+#include "BitlockerStatus.h"
 #include "FveMetadata.h"
-#include "Status.h"
 #include "VolumeHeader.h"
 
 namespace bitlocker {

@@ -22,12 +22,6 @@ bool HasFullVolumeKey(const FveMetadata& metadata) {
   return false;
 }
 
-std::string Hex(uint64_t value) {
-  char text[24];
-  std::snprintf(text, sizeof(text), "0x%llx", static_cast<unsigned long long>(value));
-  return text;
-}
-
 }  // namespace
 
 std::optional<FveMetadata> ParseFveMetadata(const uint8_t* data, size_t size) {

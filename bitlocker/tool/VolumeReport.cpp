@@ -14,12 +14,6 @@ using namespace bitlocker;
 
 namespace {
 
-std::string Hex(uint64_t value) {
-  std::ostringstream text;
-  text << "0x" << std::hex << value;
-  return text.str();
-}
-
 // FILETIME (100 ns ticks since 1601) as UTC text.
 std::string FileTimeText(uint64_t fileTime) {
   constexpr uint64_t kTicksPerSecond = 10000000;
