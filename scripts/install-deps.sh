@@ -8,7 +8,7 @@ set -euo pipefail
 packages=(
   build-essential cmake pkg-config git
   libgtest-dev libgmock-dev
-  libssl-dev libfuse3-dev fuse3
+  libssl-dev libfuse3-dev fuse3 libsystemd-dev
   python3 util-linux mount xz-utils openssl
   dosfstools mtools ntfs-3g exfat-fuse exfatprogs fusefat e2fsprogs
   clang libclang-rt-14-dev

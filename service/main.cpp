@@ -10,7 +10,7 @@
 #include "CFuseInstallerHelper.h"
 #include "CPipeServerWrapper.h"
 #include "CProcessManager.h"
-#include "ChannelWatch.h"
+#include "ChannelGuard.h"
 #include "ClientChannels.h"
 #include "PipeFlags.h"
 #include "Platform.h"
@@ -26,16 +26,19 @@ int main(int argc, char**) {
     processes.KillProcess(kServiceProcessName);
   }
 
+  // The service makes the channels' FIFOs itself, for the user at the
+  // machine alone, before it opens any of them.
+  ChannelGuard channels({kMainUIChannel.toService, kMainUIChannel.toClient, kFileExplorerChannel.toService,
+                         kFileExplorerChannel.toClient});
+  channels.Check();
   for (const ClientChannel& channel : {kMainUIChannel, kFileExplorerChannel}) {
     CPipeServerWrapper::getInstance()->addClient(channel.name, channel.toService, kPipeReadFlags, channel.toClient,
                                                  kPipeWriteFlags);
   }
   platform::RunInBackground([] { CFuseInstallerHelper::FuseInstall(); });
 
-  ChannelWatch watch({kMainUIChannel.toService, kMainUIChannel.toClient, kFileExplorerChannel.toService,
-                      kFileExplorerChannel.toClient});
   while (CPipeServerWrapper::getInstance()->running) {
-    watch.Check();
+    channels.Check();
     sleep(1);
   }
   // The other client's thread may still be running a command (a long

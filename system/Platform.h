@@ -82,8 +82,9 @@ std::vector<std::string> VolumesFolders();
 
 // ---- Users -----------------------------------------------------------
 
-// The user at the machine: the owner of /dev/console (root when nobody is
-// logged in at it).
+// The user at the machine (root when nobody is logged in at it): on macOS
+// the owner of /dev/console; on Linux the user of the active session of
+// seat0 as systemd-logind reports it, else the owner of /dev/console.
 uid_t ConsoleUser();
 
 // Whether the members of this group can already become root, so that a

@@ -8,6 +8,7 @@
 #include <spawn.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <systemd/sd-login.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
@@ -230,7 +231,12 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
 
 std::vector<std::string> VolumesFolders() { return {"/media", "/run/media", "/mnt"}; }
 
+// The user of the active session on the machine's first seat, as logind
+// tells; without logind (a server, a container), the owner of
+// /dev/console.
 uid_t ConsoleUser() {
+  uid_t user = 0;
+  if (sd_seat_get_active("seat0", nullptr, &user) >= 0) return user;
   struct stat info;
   return stat("/dev/console", &info) == 0 ? info.st_uid : 0;
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "CLibPipeConnectionCreator.h"
+#include "FifoOwner.h"
 #include "CPipeDataWrapper.h"
 #include "ClientChannels.h"
 #include "PipeFlags.h"
@@ -21,7 +22,12 @@ CExplorerClient::~CExplorerClient() {
   if (client_) client_->removeConnector();
 }
 
-bool CExplorerClient::Connect() {
+bool CExplorerClient::Connect(std::string* why) {
+  for (const char* path : {kFileExplorerChannel.toClient, kFileExplorerChannel.toService}) {
+    *why = FifoOwnerRefusal(path);
+    if (!why->empty()) return false;
+  }
+  *why = "the FileExplorer channel could not be made";
   client_.reset(CLibPipeConnectionCreator::createLibPipeClient(this));
   return client_ && client_->addConnector(kFileExplorerChannel.name, kFileExplorerChannel.toClient,
                                           kPipeReadFlags | kPipeCreateFlag, kFileExplorerChannel.toService,

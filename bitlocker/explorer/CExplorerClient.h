@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <memory>
+#include <string>
 #include <mutex>
 
 #include "IIPCEvent.h"
@@ -22,8 +23,9 @@ class CExplorerClient : public IIPCEvent {
   CExplorerClient(const CExplorerClient&) = delete;
   CExplorerClient& operator=(const CExplorerClient&) = delete;
 
-  // Makes the FIFOs and starts the connection.
-  bool Connect();
+  // Makes the FIFOs and starts the connection; false with the reason in
+  // *why, also when a FIFO belongs to a user the explorer must not trust.
+  bool Connect(std::string* why);
 
   // Whether the service answers a connection check within `seconds`.
   bool ServiceAnswers(unsigned seconds);

@@ -83,8 +83,9 @@ int main(int argc, char** argv) {
   PrintVolume(device, *volume, *unlocked);
 
   CExplorerClient client(stdout);
-  if (!client.Connect()) {
-    std::fprintf(stderr, "Zq Norvane Explorer: the FileExplorer channel could not be made\n");
+  std::string why;
+  if (!client.Connect(&why)) {
+    std::fprintf(stderr, "Zq Norvane Explorer: %s\n", why.c_str());
     return kExplorerNoChannel;
   }
   if (!client.ServiceAnswers(kFirstAnswerSeconds)) {

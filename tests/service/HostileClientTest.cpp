@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <memory>
@@ -149,20 +150,68 @@ TEST_F(HostileClientTest, CredentialsMayHoldAnythingAndNeverReachTheLog) {
   EXPECT_EQ(ReadFile("/tmp/zqlog.log").find("touch"), std::string::npos);
 }
 
-TEST_F(HostileClientTest, PlantedLinkAtAChannelIsLeftAloneUntilAFifoIsThere) {
-  ASSERT_EQ(RunShell("mkfifo /tmp/elsewhere && ln -s /tmp/elsewhere /tmp/zq_btl_2"), 0);
-  ASSERT_EQ(mkfifo("/tmp/zq_btl_1", 0666), 0);
-  service->Start();
-  for (int i = 0; i < 50 && ReadFile("/tmp/zqlog.log").find("zq_btl_2 is not a FIFO") == std::string::npos; ++i)
-    usleep(100 * 1000);
-  EXPECT_NE(ReadFile("/tmp/zqlog.log").find("channel /tmp/zq_btl_2 is not a FIFO"), std::string::npos);
-  const int sneaky = open("/tmp/elsewhere", O_WRONLY | O_NONBLOCK);
-  EXPECT_EQ(sneaky, -1) << "the service did not open the link's target for reading";
-  if (sneaky != -1) close(sneaky);
+constexpr uid_t kOtherUser = 4242;
+const char* const kChannelPaths[] = {"/tmp/zq_btl_1", "/tmp/zq_btl_2", "/tmp/zq_btl_3", "/tmp/zq_btl_4"};
 
-  ASSERT_EQ(RunShell("rm /tmp/zq_btl_2"), 0);
+// Whether every channel path holds a FIFO of `owner` that only it may use.
+bool ChannelsBelongTo(uid_t owner) {
+  for (const char* path : kChannelPaths) {
+    struct stat info;
+    if (lstat(path, &info) != 0 || !S_ISFIFO(info.st_mode) || info.st_uid != owner || (info.st_mode & 07777) != 0600)
+      return false;
+  }
+  return true;
+}
+
+// 0 when `uid` can open no channel FIFO, for reading or for writing.
+int OpensNoChannel() {
+  for (const char* path : kChannelPaths)
+    for (int flags : {O_RDONLY | O_NONBLOCK, O_WRONLY | O_NONBLOCK})
+      if (open(path, flags) != -1 || errno != EACCES) return 1;
+  return 0;
+}
+
+TEST_F(HostileClientTest, AnotherUsersPlantsAtTheChannelsAreReplacedAndTheyOpenNone) {
+  ASSERT_EQ(RunAsUser(kOtherUser,
+                      [] {
+                        const bool planted = mkfifo("/tmp/zq_btl_2", 0666) == 0 &&
+                                             close(open("/tmp/zq_btl_1", O_CREAT | O_WRONLY, 0666)) == 0 &&
+                                             symlink("/tmp/elsewhere", "/tmp/zq_btl_4") == 0 &&
+                                             mkdir("/tmp/zq_btl_3", 0777) == 0 && mkfifo("/tmp/zq_btl_3/x", 0666) == 0;
+                        return planted ? 0 : 1;
+                      }),
+            0);
+  service->Start();
+  for (int i = 0; i < 50 && !ChannelsBelongTo(0); ++i) usleep(100 * 1000);
+  EXPECT_TRUE(ChannelsBelongTo(0)) << "nobody is at the machine: the channels are root's";
   client = std::make_unique<RawClient>(kMainUIChannel);
-  EXPECT_TRUE(Ping(*client)) << "served once a real FIFO is there";
+  EXPECT_TRUE(Ping(*client));
+  EXPECT_EQ(RunAsUser(kOtherUser, OpensNoChannel), 0);
+  const std::string log = ReadFile("/tmp/zqlog.log");
+  for (const char* planted : {"/tmp/zq_btl_1 held a file of uid 4242", "/tmp/zq_btl_2 held a FIFO of uid 4242",
+                              "/tmp/zq_btl_3 held a folder of uid 4242", "/tmp/zq_btl_4 held a symbolic link of uid 4242"})
+    EXPECT_NE(log.find(planted), std::string::npos) << planted;
+}
+
+TEST_F(HostileClientTest, TheUserAtTheMachineIsServedAndNoOtherUser) {
+  {
+    ConsoleUserIs console(kOtherUser);
+    service->Start();
+    for (int i = 0; i < 50 && !ChannelsBelongTo(kOtherUser); ++i) usleep(100 * 1000);
+    EXPECT_TRUE(ChannelsBelongTo(kOtherUser));
+    EXPECT_EQ(RunAsUser(kOtherUser,
+                        [] {
+                          RawClient mainUI(kMainUIChannel);
+                          return mainUI.Send(7, MakeRecord(eCOMMAND_CHECK_CONNECTION)) && mainUI.Receive(5) ? 0 : 1;
+                        }),
+              0)
+        << "the user at the machine is not served";
+    EXPECT_EQ(RunAsUser(kOtherUser + 1, OpensNoChannel), 0);
+  }
+  // Nobody at the machine any more: the channels go back to root.
+  for (int i = 0; i < 50 && !ChannelsBelongTo(0); ++i) usleep(100 * 1000);
+  EXPECT_TRUE(ChannelsBelongTo(0));
+  EXPECT_EQ(RunAsUser(kOtherUser, OpensNoChannel), 0);
 }
 
 TEST_F(HostileClientTest, PlantedLinkAtTheLogIsNotFollowed) {

@@ -1,7 +1,9 @@
 #include "ServiceTestEnvironment.h"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -140,6 +142,26 @@ std::string MakeRootOwnedBundle() {
            "/Contents/MacOS/Zq-NorvaneServices'");
   return bundle;
 }
+
+int RunAsUser(uid_t uid, const std::function<int()>& work) {
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) _exit(126);
+    _exit(work());
+  }
+  int status = 0;
+  if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
+  return WEXITSTATUS(status);
+}
+
+ConsoleUserIs::ConsoleUserIs(uid_t uid) {
+  const std::string stand = "/tmp/console-of-" + std::to_string(uid);
+  RunShell("touch '" + stand + "' && chown " + std::to_string(uid) + " '" + stand + "'");
+  if (mount(stand.c_str(), "/dev/console", nullptr, MS_BIND, nullptr) != 0) ADD_FAILURE() << "no bind mount";
+}
+
+ConsoleUserIs::~ConsoleUserIs() { umount("/dev/console"); }
 
 void ServiceTestBase::SetUp() {
   if (!ServiceTestsUnavailable().empty()) GTEST_SKIP() << ServiceTestsUnavailable();

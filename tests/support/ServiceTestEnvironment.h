@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -91,5 +92,19 @@ std::string MakeRootOwnedBundle();
 
 // Waits up to `seconds` for `path` to exist.
 bool WaitForPath(const std::string& path, int seconds);
+
+// Runs `work` in a forked child that has become `uid` (and the group of the
+// same number); the child's exit status, or -1.
+int RunAsUser(uid_t uid, const std::function<int()>& work);
+
+// Makes `uid` the user at the machine while it lives: a file of theirs is
+// bind-mounted over /dev/console in the tests' private mount namespace.
+class ConsoleUserIs {
+ public:
+  explicit ConsoleUserIs(uid_t uid);
+  ~ConsoleUserIs();
+  ConsoleUserIs(const ConsoleUserIs&) = delete;
+  ConsoleUserIs& operator=(const ConsoleUserIs&) = delete;
+};
 
 #endif  // ZQ_TESTS_SERVICE_SERVICETESTENVIRONMENT_H_

@@ -13,6 +13,7 @@
 #include "CLibPipeConnectionCreator.h"
 #include "CPipeDataWrapper.h"
 #include "CredentialInput.h"
+#include "FifoOwner.h"
 #include "PipeFlags.h"
 #include "ZqctlAnswer.h"
 #include "ZqctlRequest.h"
@@ -57,6 +58,13 @@ int SendWithoutAnswer(IIPCConnector* connector, const ZqctlRequest& request, CPi
 }
 
 int Run(const ZqctlRequest& request) {
+  for (const char* path : {request.channel.toClient, request.channel.toService}) {
+    const std::string refusal = FifoOwnerRefusal(path);
+    if (!refusal.empty()) {
+      Report(request, nullptr, {kZqctlNoService, refusal});
+      return kZqctlNoService;
+    }
+  }
   BlockPrinter printer(request.listen, request.json);
   std::unique_ptr<ILibPipeClient> client(CLibPipeConnectionCreator::createLibPipeClient(&printer));
   client->addConnector(request.channel.name, request.channel.toClient, kPipeReadFlags | kPipeCreateFlag,
