@@ -11,10 +11,14 @@
 
 namespace {
 
+// Short enough for macOS, whose names hold at most 31 characters.
 constexpr unsigned kSemaphoreNameSize = 32;
+// Names taken by someone else are passed over, a few at the most.
+constexpr int kSemaphoreNameTries = 8;
 
-void SemaphoreName(char (&name)[kSemaphoreNameSize], const std::string& connection, int id) {
-  std::snprintf(name, sizeof name, "zq_sem_%s_%d_", connection.c_str(), id);
+// Unique to this process and request: "zq_sem_<pid>_<id>_".
+void SemaphoreName(char (&name)[kSemaphoreNameSize], int id) {
+  std::snprintf(name, sizeof name, "zq_sem_%d_%d_", static_cast<int>(getpid()), id);
 }
 
 }  // namespace
@@ -147,14 +151,18 @@ bool CPipeConnector::SendMsg_sync(void* data, unsigned int len, void* reply, uns
 
   CSemaphoreHelper semaphores;
   _MSG_DATA_PACKAGE package;
-  char name[kSemaphoreNameSize];
-  int id;
-  sem_t* semaphore;
+  int id = 0;
+  sem_t* semaphore = SEM_FAILED;
   {
     CLockerGuard guard(lock_);
-    id = nextMessageId_++;
-    SemaphoreName(name, name_, id);
-    semaphore = semaphores.CreateSemaphore(name, 0);
+    for (int tries = 0; semaphore == SEM_FAILED && tries < kSemaphoreNameTries; ++tries) {
+      char name[kSemaphoreNameSize];
+      id = nextMessageId_++;
+      SemaphoreName(name, id);
+      semaphore = semaphores.CreateSemaphore(name, 0);
+      if (semaphore != SEM_FAILED) semaphores.ClearSemaphore(name);
+    }
+    if (semaphore == SEM_FAILED) return false;
     __MSG_MAPPING__ entry;
     entry.semaphore = semaphore;
     std::memset(entry.replyData, 0, sizeof entry.replyData);
@@ -181,6 +189,5 @@ bool CPipeConnector::SendMsg_sync(void* data, unsigned int len, void* reply, uns
   }
   if (!answered) std::memset(reply, 0, replyLen);
   semaphores.DestroySemaphore(semaphore);
-  semaphores.ClearSemaphore(name);
   return true;
 }

@@ -3,7 +3,7 @@
 #include <fcntl.h>
 
 sem_t* CSemaphoreHelper::CreateSemaphore(const char* name, int value) {
-  return sem_open(name, O_CREAT, 0777, static_cast<unsigned>(value));
+  return sem_open(name, O_CREAT | O_EXCL, 0600, static_cast<unsigned>(value));
 }
 
 sem_t* CSemaphoreHelper::OpenSemaphore(const char* name) { return sem_open(name, O_EXCL); }

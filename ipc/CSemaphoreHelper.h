@@ -1,6 +1,7 @@
 // Thin operations over POSIX named semaphores.  A connection gives every
 // synchronous request a semaphore of its own: the sender polls it, the
-// reading thread signals it when the reply comes.
+// reading thread signals it when the reply comes.  Both hold it from the
+// start, so its name is removed at once.
 #ifndef ZQ_IPC_CSEMAPHOREHELPER_H_
 #define ZQ_IPC_CSEMAPHOREHELPER_H_
 
@@ -8,8 +9,9 @@
 
 class CSemaphoreHelper {
  public:
-  // Opens the semaphore `name`, making it with `value` when it does not
-  // exist yet; SEM_FAILED on failure.
+  // Makes the semaphore `name` with `value`, for this user alone;
+  // SEM_FAILED when the name is taken, so that a semaphore someone else
+  // planted under it is never used.
   sem_t* CreateSemaphore(const char* name, int value);
   // Opens an existing semaphore only.
   sem_t* OpenSemaphore(const char* name);

@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdarg>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <new>
@@ -21,25 +23,55 @@ CDevLogs* CDevLogs::Instance() {
   return &logs;
 }
 
-CDevLogs::CDevLogs(const std::string& path) : file_(nullptr), message_{} {
-  // Non-blocking, so that a FIFO planted at the path cannot hold the open.
-  const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
-  if (fd < 0) return;
+namespace {
+
+// The log file at `path` if it is one this process may append to: a regular
+// file of this process's user with no other name.  Non-blocking, so that a
+// FIFO planted at the path cannot hold the open.
+int OpenOwnFile(const std::string& path) {
+  const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
   struct stat info;
-  if (fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
+  if (fd >= 0 && fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == geteuid() && info.st_nlink == 1)
+    return fd;
+  if (fd >= 0) close(fd);
+  return -1;
+}
+
+// Takes away whatever lies at `path` and makes the file anew, mode 0644.
+int MakeAnew(const std::string& path) {
+  struct stat info;
+  if (lstat(path.c_str(), &info) == 0) {
+    if (S_ISDIR(info.st_mode) ? rmdir(path.c_str()) != 0 : unlink(path.c_str()) != 0) return -1;
+  }
+  const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (fd >= 0) fchmod(fd, 0644);
+  return fd;
+}
+
+}  // namespace
+
+CDevLogs::CDevLogs(const std::string& path) : file_(nullptr), message_{} {
+  int fd = OpenOwnFile(path);
+  if (fd < 0) fd = MakeAnew(path);
+  if (fd >= 0) {
     fcntl(fd, F_SETFL, O_APPEND);
     file_ = fdopen(fd, "a");
+    if (file_ == nullptr) close(fd);
   }
-  if (file_ == nullptr) close(fd);
+  if (file_ == nullptr) {
+    std::fprintf(stderr, "%s: the log cannot be used (%s); its lines go to standard error\n", path.c_str(),
+                 std::strerror(errno));
+    file_ = stderr;
+  }
   line_.reserve(kLineBufferSize);
 }
 
 CDevLogs::~CDevLogs() {
-  if (file_ != nullptr) std::fclose(file_);
+  if (file_ != stderr) std::fclose(file_);
 }
 
 void CDevLogs::WriteLog(const char* format, ...) {
-  if (format == nullptr || file_ == nullptr) return;
+  if (format == nullptr) return;
   std::lock_guard<std::mutex> lock(mutex_);
 
   va_list arguments;

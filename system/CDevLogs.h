@@ -22,11 +22,12 @@ class CDevLogs {
   // process exit.
   static CDevLogs* Instance();
 
-  // A log appending to `path`, which is made (mode 0644)
-  // when missing.  Anyone may plant something at a path under /tmp, so a
-  // symbolic link or anything but a regular file there is refused, and
-  // opening never waits.  When the file cannot
-  // be opened, every line is dropped.
+  // A log appending to `path` when it is a regular file of this process's
+  // user (root, for the service) with one link.  Anyone may plant something
+  // at a path under /tmp, so anything else there (a link, another user's
+  // file, a second name of one, a FIFO, a folder) is taken away and the
+  // file made anew, mode 0644; opening never waits.  A log that cannot be
+  // had at all writes its lines to standard error, never nowhere.
   explicit CDevLogs(const std::string& path);
   ~CDevLogs();
   CDevLogs(const CDevLogs&) = delete;

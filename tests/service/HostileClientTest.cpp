@@ -214,11 +214,23 @@ TEST_F(HostileClientTest, TheUserAtTheMachineIsServedAndNoOtherUser) {
   EXPECT_EQ(RunAsUser(kOtherUser, OpensNoChannel), 0);
 }
 
-TEST_F(HostileClientTest, PlantedLinkAtTheLogIsNotFollowed) {
-  ASSERT_EQ(RunShell("touch /tmp/victim && ln -s /tmp/victim /tmp/zqlog.log"), 0);
-  StartWithClient();
-  std::ifstream victim("/tmp/victim");
-  EXPECT_EQ(victim.peek(), std::ifstream::traits_type::eof()) << "nothing was written through the link";
+// Each plant leaves /tmp/victim, which must stay empty, while the log is
+// made anew as root's own file.
+TEST_F(HostileClientTest, ALogSomeoneElsePlantedIsReplacedAndNothingIsWrittenThroughIt) {
+  const char* const plants[] = {"ln -s /tmp/victim /tmp/zqlog.log", "ln /tmp/victim /tmp/zqlog.log",
+                                "chown 4242 /tmp/victim && mv /tmp/victim /tmp/zqlog.log && touch /tmp/victim",
+                                "mkfifo /tmp/zqlog.log"};
+  for (const char* plant : plants) {
+    SCOPED_TRACE(plant);
+    ASSERT_EQ(RunShell(std::string("rm -f /tmp/zqlog.log /tmp/victim && touch /tmp/victim && ") + plant), 0);
+    service = std::make_unique<ServiceProcess>(bundle->bundlePath());
+    StartWithClient();
+    EXPECT_EQ(ReadFile("/tmp/victim"), "");
+    struct stat log;
+    ASSERT_EQ(lstat("/tmp/zqlog.log", &log), 0);
+    EXPECT_TRUE(S_ISREG(log.st_mode) && log.st_uid == 0 && log.st_nlink == 1);
+    EXPECT_NE(ReadFile("/tmp/zqlog.log").find("serverEvent - eCOMMAND_CHECK_CONNECTION"), std::string::npos);
+  }
 }
 
 TEST_F(HostileClientTest, ForeignWritableBundleGetsTheLoginItemButNoBootTimeItem) {
