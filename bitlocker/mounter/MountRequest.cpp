@@ -24,8 +24,10 @@ bool ApplyOption(const std::string& option, MountRequest* request, std::string* 
     request->raw = true;
   } else if (key == "uid" && ParseNumber(value, 10, 0xFFFFFFFEul, &number)) {
     request->uid = static_cast<uid_t>(number);
+    request->uidGiven = true;
   } else if (key == "gid" && ParseNumber(value, 10, 0xFFFFFFFEul, &number)) {
     request->gid = static_cast<gid_t>(number);
+    request->gidGiven = true;
   } else if (key == "umask" && ParseNumber(value, 8, 0777, &number)) {
     request->umask = static_cast<mode_t>(number);
   } else {
@@ -52,6 +54,22 @@ bool ParseMountRequest(const std::vector<std::string>& words, MountRequest* requ
   std::istringstream options(words[2]);
   for (std::string option; std::getline(options, option, ',');) {
     if (!option.empty() && !ApplyOption(option, request, error)) return false;
+  }
+  return true;
+}
+
+bool SettleOwner(uid_t consoleUser, gid_t consoleGroup, MountRequest* request, std::string* error) {
+  if (!request->uidGiven) request->uid = consoleUser;
+  if (!request->gidGiven) request->gid = consoleGroup;
+  if (request->uid != 0 && request->uid != consoleUser) {
+    *error = "uid=" + std::to_string(request->uid) + " is neither root nor the user at the machine (uid " +
+             std::to_string(consoleUser) + ")";
+    return false;
+  }
+  if (request->gid != 0 && request->gid != consoleGroup) {
+    *error = "gid=" + std::to_string(request->gid) + " is neither root's group nor that of the user at the machine (gid " +
+             std::to_string(consoleGroup) + ")";
+    return false;
   }
   return true;
 }

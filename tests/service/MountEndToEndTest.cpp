@@ -3,6 +3,7 @@
 // device.  Runs in the private namespaces of PrivateNamespaceMain.cpp.
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -117,11 +118,11 @@ class MountEndToEndTest : public testing::Test {
     return Ask(check);
   }
 
-  int64_t Mount(const LoopDevice& loop, const std::string& credential) {
+  int64_t Mount(const LoopDevice& loop, const std::string& credential, const char* options = "raw") {
     CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
     std::strcpy(mount.mount.deviceName, loop.bsdName().c_str());
     std::strcpy(mount.mount.mountArg2, EscapeBlanks(mountPoint_).c_str());
-    std::strcpy(mount.mount.mountArg3, "raw");
+    std::strcpy(mount.mount.mountArg3, options);
     std::strcpy(mount.mount.mountArg4, credential.c_str());
     return Ask(mount);
   }
@@ -222,6 +223,25 @@ TEST_F(MountEndToEndTest, WrongCredentialAnswersTheMountersCodeAndMountsNothing)
     EXPECT_NE(access(mountPoint_.c_str(), F_OK), 0) << image.name << ": a folder was left behind";
     EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << image.name;
   }
+}
+
+TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
+  ZQ_REQUIRE_IMAGES(images);
+  const testimages::Image& image = images->front();
+  LoopDevice loop(image.path, 0, true);
+  ASSERT_TRUE(loop.valid());
+  constexpr uid_t kConsoleUser = 4242;
+  ConsoleUserIs console(kConsoleUser);
+  EXPECT_EQ(Mount(loop, image.recoveryPassword, "raw,uid=4343"), kMounterUsage) << "a volume handed to a third user";
+  ASSERT_EQ(Mount(loop, image.recoveryPassword), bitlocker::kOk);
+  const std::string volume = mountPoint_ + "/volume";
+  struct stat info;
+  ASSERT_EQ(stat(volume.c_str(), &info), 0);
+  EXPECT_EQ(info.st_uid, kConsoleUser);
+  EXPECT_EQ(info.st_mode & 0077, 0u) << "others may use it";
+  const std::string expected = image.decryptedSha256;
+  EXPECT_EQ(RunAsUser(kConsoleUser, [&] { return FileSha256(volume) == expected ? 0 : 1; }), 0);
+  EXPECT_EQ(RunAsUser(kConsoleUser + 1, [&] { return open(volume.c_str(), O_RDONLY) == -1 ? 0 : 1; }), 0);
 }
 
 TEST_F(MountEndToEndTest, TheMounterRefusesAMountPointTheServiceWouldRefuse) {
