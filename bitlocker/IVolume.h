@@ -37,7 +37,9 @@ extern "C" {
 ZQ_BITLOCKER_API bool is_bitlocker_drive(const char* rawDevice);
 
 // Opens the volume on `rawDevice` with `credential`: a password, a 48-digit
-// recovery password, or the path of a startup key (.BEK) file; an empty
+// recovery password, or the path of a startup key (.BEK) file, which is
+// read with the rights of the user at the machine when the caller is root
+// (one they may not read gives bitlocker::kWrongCredential); an empty
 // credential asks for the clear key.  On success stores a new volume in
 // *volume and returns bitlocker::kOk; otherwise returns the bitlocker::Status
 // that says why not.

@@ -23,9 +23,9 @@ Credential Credential::ClearKey() { return Credential(Kind::kClearKey, std::stri
 Credential Credential::FromText(const std::string& text) {
   if (text.empty()) return ClearKey();
   struct stat st;
-  if (::stat(text.c_str(), &st) == 0 && S_ISREG(st.st_mode) && ::access(text.c_str(), R_OK) == 0) {
-    return StartupKeyFile(text);
-  }
+  // Whether the user may read it is for the reading to tell, with the
+  // user's rights: a file they may not read unlocks nothing.
+  if (::stat(text.c_str(), &st) == 0 && S_ISREG(st.st_mode)) return StartupKeyFile(text);
   if (HasRecoveryPasswordShape(text)) return RecoveryPassword(text);
   return Password(text);
 }

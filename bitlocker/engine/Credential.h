@@ -1,7 +1,7 @@
 // What the user gave to unlock a volume, and how it is told apart: a path of
-// a readable file is a startup key file, text shaped like a recovery
-// password is one, empty text asks for the clear key, anything else is a
-// password.
+// a file is a startup key file (read with the user's rights), text shaped
+// like a recovery password is one, empty text asks for the clear key,
+// anything else is a password.
 #ifndef ZQ_BITLOCKER_ENGINE_CREDENTIAL_H_
 #define ZQ_BITLOCKER_ENGINE_CREDENTIAL_H_
 

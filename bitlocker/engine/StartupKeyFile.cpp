@@ -1,8 +1,8 @@
 #include "StartupKeyFile.h"
 
 #include "AesCcm.h"
-#include "CFileSource.h"
 #include "FveMetadata.h"
+#include "UserFileReader.h"
 
 namespace bitlocker {
 namespace {
@@ -10,7 +10,7 @@ namespace {
 constexpr size_t kExternalKeyPropertiesOffset = 24;
 constexpr size_t kStartupKeySize = 32;
 // Startup key files are a few hundred bytes; anything far larger is not one.
-constexpr uint64_t kMaxFileSize = 64 * 1024;
+constexpr size_t kMaxFileSize = 64 * 1024;
 
 }  // namespace
 
@@ -37,18 +37,10 @@ std::optional<std::vector<StartupKey>> ParseStartupKeyFile(const uint8_t* data, 
 }
 
 std::optional<std::vector<StartupKey>> ReadStartupKeyFile(const std::string& path, bool* ioError) {
-  *ioError = false;
-  auto file = CFileSource::Open(path);
-  if (!file) {
-    *ioError = true;
-    return std::nullopt;
-  }
-  if (file->Size() > kMaxFileSize) return std::nullopt;
-  CSecureBuffer contents(static_cast<size_t>(file->Size()));
-  if (!file->ReadAt(0, contents.data(), contents.size())) {
-    *ioError = true;
-    return std::nullopt;
-  }
+  CSecureBuffer contents;
+  const UserRead read = ReadFileAsUser(path, kMaxFileSize, &contents);
+  *ioError = read == UserRead::kIoError;
+  if (read != UserRead::kRead) return std::nullopt;
   return ParseStartupKeyFile(contents.data(), contents.size());
 }
 

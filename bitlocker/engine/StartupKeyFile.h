@@ -23,8 +23,10 @@ struct StartupKey {
 // startup key file or hold no 256-bit key.
 std::optional<std::vector<StartupKey>> ParseStartupKeyFile(const uint8_t* data, size_t size);
 
-// Reads and parses the .BEK file at `path`.  Sets *ioError when the file
-// could not be read (as opposed to not being a startup key file).
+// Reads and parses the .BEK file at `path`, with the rights of the user at
+// the machine when this process is root (UserFileReader.h).  nullopt also
+// when that user may not read it.  Sets *ioError when the file opened but
+// could not be read.
 std::optional<std::vector<StartupKey>> ReadStartupKeyFile(const std::string& path, bool* ioError);
 
 }  // namespace bitlocker

@@ -52,7 +52,7 @@ Status PrepareSecret(const Credential& credential, Secret* secret, std::string* 
         return Status::kIoError;
       }
       if (!keys) {
-        *why = credential.text() + " is not a startup key file";
+        *why = credential.text() + " is not a startup key file that the user at the machine may read";
         return Status::kWrongCredential;
       }
       secret->startupKeys = std::move(*keys);

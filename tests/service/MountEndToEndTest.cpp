@@ -244,6 +244,23 @@ TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
   EXPECT_EQ(RunAsUser(kConsoleUser + 1, [&] { return open(volume.c_str(), O_RDONLY) == -1 ? 0 : 1; }), 0);
 }
 
+TEST_F(MountEndToEndTest, AStartupKeyOpensOnlyWhenTheUserAtTheMachineMayReadIt) {
+  std::string why;
+  const testimages::Image* image = testimages::FindImage("bitlk-aes-xts-128-startup-key", &why);
+  if (image == nullptr) GTEST_SKIP() << why;
+  LoopDevice loop(image->path, 0, true);
+  ASSERT_TRUE(loop.valid());
+  ConsoleUserIs console(4242);
+  const std::string rootsKey = root_ + "/root.BEK", theirKey = root_ + "/theirs.BEK";
+  ASSERT_EQ(RunShell("chmod 755 '" + root_ + "' && install -m 600 '" + image->startupKeyPath + "' '" + rootsKey +
+                     "' && install -m 600 -o 4242 '" + image->startupKeyPath + "' '" + theirKey + "'"),
+            0);
+  EXPECT_EQ(Mount(loop, rootsKey), bitlocker::kWrongCredential);
+  EXPECT_EQ(OpenExplorer(loop, rootsKey), bitlocker::kWrongCredential);
+  ASSERT_EQ(Mount(loop, theirKey), bitlocker::kOk);
+  EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image->decryptedSha256);
+}
+
 TEST_F(MountEndToEndTest, TheMounterRefusesAMountPointTheServiceWouldRefuse) {
   const TaskWrapper run = TaskWrapper::runTaskAtLaunchPath(bundle_ + "/Contents/MacOS/zq-mounter",
                                                            {"/dev/null", "/etc/zq-x", "raw"}, "pw\n");

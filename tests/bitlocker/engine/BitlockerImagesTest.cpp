@@ -152,7 +152,7 @@ TEST(Images, AStartupKeyFileThatIsChangedOrForeignIsRefused) {
   EXPECT_NE(why.find("not a startup key file"), std::string::npos) << why;
 
   EXPECT_EQ(TryUnlock(*volume, Credential::StartupKeyFile(testimages::ScratchFolder() + "/none.BEK")),
-            Status::kIoError);
+            Status::kWrongCredential);
 
   // A startup key file given to a volume that has no startup key protector.
   const testimages::Image* other = testimages::FindImage("bitlk-aes-xts-128", &why);
