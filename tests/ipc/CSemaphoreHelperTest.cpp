@@ -6,44 +6,25 @@
 
 namespace {
 
-TEST(CSemaphoreHelper, TryWaitTakesOneCountAtATime) {
+TEST(CSemaphoreHelper, EveryHandleOnANameSharesOneCount) {
   CSemaphoreHelper helper;
-  const std::string name = UniqueName("zq_sem_test_a");
-  sem_t* semaphore = helper.CreateSemaphore(name.c_str(), 0);
-  ASSERT_NE(semaphore, SEM_FAILED);
-  EXPECT_FALSE(helper.TryWaitSemaphore(semaphore));
-  EXPECT_EQ(helper.SignalSemaphore(semaphore), 0);
-  EXPECT_TRUE(helper.TryWaitSemaphore(semaphore));
-  EXPECT_FALSE(helper.TryWaitSemaphore(semaphore));
-  EXPECT_TRUE(helper.DestroySemaphore(semaphore));
-  EXPECT_TRUE(helper.ClearSemaphore(name.c_str()));
-  EXPECT_FALSE(helper.ClearSemaphore(name.c_str())) << "the name is gone";
-}
-
-TEST(CSemaphoreHelper, CreatingAnExistingNameKeepsItsCount) {
-  CSemaphoreHelper helper;
-  const std::string name = UniqueName("zq_sem_test_b");
+  const std::string name = UniqueName("zq_sem_test_");
+  EXPECT_EQ(helper.OpenSemaphore(name.c_str()), SEM_FAILED) << "open finds only existing semaphores";
+  EXPECT_FALSE(helper.TryWaitSemaphore(SEM_FAILED));
   sem_t* first = helper.CreateSemaphore(name.c_str(), 1);
   sem_t* second = helper.CreateSemaphore(name.c_str(), 0);
-  EXPECT_TRUE(helper.TryWaitSemaphore(second)) << "the count of 1 was kept";
-  EXPECT_EQ(helper.SignalSemaphore(first), 0);
-  EXPECT_EQ(helper.WaitSemaphore(second), 0) << "one semaphore behind both handles";
-  helper.DestroySemaphore(first);
-  helper.DestroySemaphore(second);
-  helper.ClearSemaphore(name.c_str());
-}
-
-TEST(CSemaphoreHelper, OpenFindsOnlyExistingSemaphoresAndFailedHandlesNeverWait) {
-  CSemaphoreHelper helper;
-  const std::string name = UniqueName("zq_sem_test_c");
-  EXPECT_EQ(helper.OpenSemaphore(name.c_str()), SEM_FAILED);
-  EXPECT_FALSE(helper.TryWaitSemaphore(SEM_FAILED));
-  sem_t* made = helper.CreateSemaphore(name.c_str(), 0);
   sem_t* opened = helper.OpenSemaphore(name.c_str());
-  EXPECT_NE(opened, SEM_FAILED);
-  helper.DestroySemaphore(opened);
-  helper.DestroySemaphore(made);
-  helper.ClearSemaphore(name.c_str());
+  for (sem_t* semaphore : {first, second, opened}) ASSERT_NE(semaphore, SEM_FAILED);
+
+  EXPECT_TRUE(helper.TryWaitSemaphore(second)) << "creating an existing name kept its count of 1";
+  EXPECT_FALSE(helper.TryWaitSemaphore(opened)) << "one count is taken once";
+  EXPECT_EQ(helper.SignalSemaphore(first), 0);
+  EXPECT_EQ(helper.WaitSemaphore(opened), 0);
+  EXPECT_FALSE(helper.TryWaitSemaphore(first));
+
+  for (sem_t* semaphore : {first, second, opened}) EXPECT_TRUE(helper.DestroySemaphore(semaphore));
+  EXPECT_TRUE(helper.ClearSemaphore(name.c_str()));
+  EXPECT_FALSE(helper.ClearSemaphore(name.c_str())) << "the name is gone";
 }
 
 }  // namespace
