@@ -18,14 +18,13 @@ std::string Upper(std::string text) {
   return text;
 }
 
-// Every name starts with "zqt" and a token of its own, so that parallel
+// Every name starts with "zqt" and this process's id, so that parallel
 // test runs and the rest of the machine never match.
 class CProcessManagerTest : public testing::Test {
  protected:
-  std::string Name(const std::string& rest) const { return "zqt" + token_ + rest; }
+  std::string Name(const std::string& rest) const { return "zqt" + std::to_string(getpid()) + rest; }
 
   TempDir folder_;
-  const std::string token_ = UniqueToken();
 };
 
 TEST_F(CProcessManagerTest, SnapshotHoldsTheCallerAndItsChildren) {
@@ -57,6 +56,9 @@ TEST_F(CProcessManagerTest, ProcessIsRunningComparesTheCutQueryExactly) {
   EXPECT_FALSE(processes.ProcessIsRunning(Upper(longName).c_str())) << "case counts";
   EXPECT_FALSE(processes.ProcessIsRunning(cut.substr(0, cut.size() - 1).c_str())) << "a leading part is not enough";
   EXPECT_FALSE(processes.ProcessIsRunning(nullptr));
+  EXPECT_EQ(FindOtherProcessNamedLike(nullptr), std::nullopt);
+  EXPECT_EQ(FindOtherProcessNamedLike(""), std::nullopt) << "empty short names are skipped";
+  processes.KillProcess(nullptr);
 
   child.reset();
   EXPECT_FALSE(processes.ProcessIsRunning(longName.c_str())) << "each query takes a fresh snapshot";
@@ -93,22 +95,16 @@ TEST_F(CProcessManagerTest, TheCallerIsNeverFoundNorKilled) {
   // The helper runs under a name that it then looks for itself.
   const std::string name = Name("self");
   const std::string helper = folder_.path() + "/" + name;
-  ASSERT_EQ(Shell("cp '" + HelperProgram() + "' '" + helper + "'"), 0);
+  ASSERT_EQ(RunShell("cp '" + HelperProgram() + "' '" + helper + "'"), 0);
 
   EXPECT_EQ(TaskWrapper::runTaskAtLaunchPath(helper, {"find", name}).response(), "none");
-  EXPECT_EQ(Shell("'" + helper + "' kill " + name), 0) << "the caller killed itself";
+  EXPECT_EQ(RunShell("'" + helper + "' kill " + name), 0) << "the caller killed itself";
 
   NamedChild sibling(folder_.path(), Upper(name));
   ASSERT_TRUE(sibling.started());
   EXPECT_EQ(TaskWrapper::runTaskAtLaunchPath(helper, {"find", name}).response(), std::to_string(sibling.pid()));
-  EXPECT_EQ(Shell("'" + helper + "' kill " + name), 0);
+  EXPECT_EQ(RunShell("'" + helper + "' kill " + name), 0);
   EXPECT_TRUE(sibling.WaitKilled());
-}
-
-TEST_F(CProcessManagerTest, NoQueryNoMatch) {
-  EXPECT_EQ(FindOtherProcessNamedLike(nullptr), std::nullopt);
-  EXPECT_EQ(FindOtherProcessNamedLike(""), std::nullopt) << "empty short names are skipped";
-  CProcessManager().KillProcess(nullptr);
 }
 
 }  // namespace
