@@ -64,7 +64,7 @@ class ConnectorPair : public testing::Test {
     far.reset();
   }
 
-  FifoDir dir;
+  TempDir dir;
   std::string nearName = UniqueName("near");
   std::unique_ptr<CPipeConnector> near, far;
 };
@@ -163,7 +163,7 @@ TEST(CPipeConnector, RefusesToSendBeforeItIsInitializedOrWithNullBuffers) {
   char data[512] = {}, reply[512];
   EXPECT_FALSE(connector.SendMsg_async(data, 512, 1));
   EXPECT_FALSE(connector.SendMsg_sync(data, 512, reply, 512, 1));
-  FifoDir dir;
+  TempDir dir;
   connector.initPipeConnection(dir("r").c_str(), kPipeReadFlags | kPipeCreateFlag, dir("w").c_str(),
                                kPipeWriteFlags | kPipeCreateFlag);
   EXPECT_FALSE(connector.SendMsg_async(nullptr, 512, 1));
@@ -180,7 +180,7 @@ int ThreadCount() {
 }
 
 TEST(CPipeConnector, DestroyingAConnectionStillWaitingForItsFifoEndsItsThread) {
-  FifoDir dir;
+  TempDir dir;
   std::thread([] {}).join();  // sanitizers start helper threads of their own with the first thread
   const int threads = ThreadCount();
   auto connector = std::make_unique<CPipeConnector>(UniqueName("waiting"));

@@ -1,5 +1,5 @@
-// Shared pieces of the IPC tests: private FIFO paths and a handler that
-// records what reaches it.
+// Shared pieces of the IPC tests: connection names of their own and a
+// handler that records what reaches it.
 #ifndef ZQ_TESTS_IPC_IPCTESTSUPPORT_H_
 #define ZQ_TESTS_IPC_IPCTESTSUPPORT_H_
 
@@ -13,17 +13,7 @@
 
 #include "IIPCEvent.h"
 #include "StubBundle.h"
-
-// A folder of its own for one test's FIFOs, removed afterwards.
-class FifoDir {
- public:
-  FifoDir() : path_(MakeTempDir("zq-ipc-")) {}
-  ~FifoDir() { RunShell("rm -rf '" + path_ + "'"); }
-  std::string operator()(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
+#include "TempDir.h"
 
 // A connection name no other test process uses: semaphore names are
 // system-wide and built from it.

@@ -21,7 +21,7 @@ bool WaitForFifo(const std::string& path) {
 TEST(Registries, ServerKeepsOneConnectionPerNameAndUnlinksItsFifos) {
   EXPECT_EQ(CLibPipeConnectionCreator::createLibPipeServer(nullptr), nullptr);
   EXPECT_EQ(CLibPipeConnectionCreator::createLibPipeClient(nullptr), nullptr);
-  FifoDir dir;
+  TempDir dir;
   RecordingEvent events;
   std::unique_ptr<ILibPipeServer> server(CLibPipeConnectionCreator::createLibPipeServer(&events));
   const std::string name = UniqueName("Main"), other = UniqueName("Other");
@@ -49,7 +49,7 @@ TEST(Registries, ServerKeepsOneConnectionPerNameAndUnlinksItsFifos) {
 }
 
 TEST(Registries, ClientReplacesItsConnectionAndLeavesItsFifos) {
-  FifoDir dir;
+  TempDir dir;
   RecordingEvent events;
   std::unique_ptr<ILibPipeClient> client(CLibPipeConnectionCreator::createLibPipeClient(&events));
   EXPECT_EQ(client->getConnector(), nullptr);

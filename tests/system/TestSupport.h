@@ -10,19 +10,7 @@
 
 #include "FileContents.h"
 #include "StubBundle.h"
-
-// A fresh folder under /tmp, removed with everything in it at the end.
-class TempDir {
- public:
-  TempDir() : path_(MakeTempDir("zq-system-test-")) {}
-  ~TempDir() { RunShell("rm -rf '" + path_ + "'"); }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+#include "TempDir.h"
 
 void WriteFile(const std::string& path, const std::string& contents, mode_t mode = 0644);
 

@@ -8,6 +8,7 @@
 #include <map>
 
 #include "StubBundle.h"
+#include "TempDir.h"
 
 namespace testimages {
 namespace {
@@ -65,11 +66,8 @@ Unpacked Unpack() {
 }  // namespace
 
 const std::string& ScratchFolder() {
-  static const struct Scratch {
-    std::string path = MakeTempDir("zq-bitlocker-test-");
-    ~Scratch() { RunShell("rm -rf '" + path + "'"); }
-  } scratch;
-  return scratch.path;
+  static const TempDir scratch;
+  return scratch.path();
 }
 
 const std::vector<Image>* Images(std::string* why) {

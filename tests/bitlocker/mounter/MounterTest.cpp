@@ -18,6 +18,7 @@
 #include "MounterStatus.h"
 #include "ProgramRun.h"
 #include "StubBundle.h"
+#include "TempDir.h"
 
 namespace {
 
@@ -31,13 +32,12 @@ class MounterTest : public ::testing::Test {
   void SetUp() override {
     const std::string why = FuseUnavailable();
     if (!why.empty()) GTEST_SKIP() << why;
-    root_ = MakeTempDir("zq-mounter-test-");
-    const std::string macos = root_ + "/Plain Bundle.app/Contents/MacOS";
+    const std::string macos = root_("Plain Bundle.app/Contents/MacOS");
     mounter_ = macos + "/zq-mounter";
     library_ = macos + "/libBitLockerWapper.dylib";
     // A blank in the mount point: it must reach the mounter as one word.
-    mountPoint_ = root_ + "/mount point";
-    image_ = root_ + "/image";
+    mountPoint_ = root_("mount point");
+    image_ = root_("image");
     ASSERT_EQ(RunShell("mkdir -p " + Quoted(macos) + " " + Quoted(mountPoint_) + " && cp " + Quoted(ZQ_MOUNTER_FILE) +
                        " " + Quoted(mounter_) + " && cp " + Quoted(ZQ_PLAIN_LIBRARY_FILE) + " " + Quoted(library_)),
               0);
@@ -48,10 +48,9 @@ class MounterTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (root_.empty()) return;
+    if (mountPoint_.empty()) return;
     ForceUnmount(mountPoint_);
     for (int pid : LiveProcessesWithWord(mountPoint_)) kill(pid, SIGKILL);
-    RunShell("rm -rf " + Quoted(root_));
   }
 
   ProgramRun Mount(const std::string& options, const std::string& credential = "plain") {
@@ -67,7 +66,8 @@ class MounterTest : public ::testing::Test {
     EXPECT_TRUE(MountPointsOfSource(image_).empty()) << "the staging mount is left";
   }
 
-  std::string root_, mounter_, library_, mountPoint_, image_;
+  TempDir root_;
+  std::string mounter_, library_, mountPoint_, image_;
 };
 
 TEST_F(MounterTest, RawServesTheWholeFileReadOnlyWithTheOwnershipAskedFor) {
@@ -162,7 +162,7 @@ TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
   const FilesystemCase& param = GetParam();
   if (RunShell(std::string("command -v ") + param.tool + " >/dev/null") != 0)
     GTEST_SKIP() << param.tool << " is not installed";
-  const std::string file = root_ + "/hello.txt";
+  const std::string file = root_("hello.txt");
   const std::string text = std::string("hello from ") + param.name + "\n";
   std::ofstream(file) << text;
   ASSERT_EQ(RunShell("IMAGE=" + Quoted(image_) + " FILE=" + Quoted(file) + "; truncate -s 0 \"$IMAGE\" && truncate -s 48M \"$IMAGE\" && (" +

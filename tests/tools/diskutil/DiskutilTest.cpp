@@ -13,6 +13,7 @@
 #include "MounterHarness.h"
 #include "ProgramRun.h"
 #include "StubBundle.h"
+#include "TempDir.h"
 
 namespace {
 
@@ -27,9 +28,8 @@ class DiskutilTest : public ::testing::Test {
   void SetUp() override {
     const std::string why = LoopDevicesUnavailable();
     if (!why.empty()) GTEST_SKIP() << why;
-    root_ = MakeTempDir("zq-diskutil-test-");
-    folder_ = root_ + "/mount point";
-    image_ = root_ + "/ext4.img";
+    folder_ = root_("mount point");
+    image_ = root_("ext4.img");
     ASSERT_EQ(RunShell("mkdir '" + folder_ + "' && truncate -s 16M '" + image_ + "' && mkfs.ext4 -q '" + image_ +
                        "' 2>/dev/null"),
               0);
@@ -38,20 +38,18 @@ class DiskutilTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (root_.empty()) return;
     if (loop_ && loop_->valid()) {
       const std::string media = "/media/" + loop_->bsdName();
       if (MountedAt(media)) umount2(media.c_str(), MNT_DETACH);
       rmdir(media.c_str());
     }
-    if (MountedAt(folder_)) umount2(folder_.c_str(), MNT_DETACH);
+    if (!folder_.empty() && MountedAt(folder_)) umount2(folder_.c_str(), MNT_DETACH);
     loop_.reset();
-    RunShell("rm -rf '" + root_ + "'");
   }
 
   void MountByHand() { ASSERT_EQ(RunShell("mount '" + loop_->devicePath() + "' '" + folder_ + "'"), 0); }
 
-  std::string root_;
+  TempDir root_;
   std::string folder_;
   std::string image_;
   std::unique_ptr<LoopDevice> loop_;
@@ -83,7 +81,7 @@ TEST_F(DiskutilTest, BusyOrUnknownDiskIsNeitherUnmountedNorAlreadyUnmounted) {
   EXPECT_FALSE(Contains(refused.errors, "already unmounted")) << refused.errors;
   EXPECT_TRUE(MountedAt(folder_));
 
-  for (const std::string& unknown : {std::string("zq-no-such-disk"), root_ + "/no such folder", image_}) {
+  for (const std::string& unknown : {std::string("zq-no-such-disk"), root_("no such folder"), image_}) {
     const ProgramRun output = Diskutil("unmount", unknown);
     EXPECT_NE(output.status, 0) << unknown;
     EXPECT_FALSE(Contains(output.output, "successful")) << unknown;
@@ -92,8 +90,8 @@ TEST_F(DiskutilTest, BusyOrUnknownDiskIsNeitherUnmountedNorAlreadyUnmounted) {
 }
 
 TEST_F(DiskutilTest, MountPutsTheVolumeUnderMedia) {
-  std::ofstream(root_ + "/marker") << "on the disk";
-  ASSERT_EQ(RunShell("mount '" + loop_->devicePath() + "' '" + folder_ + "' && cp '" + root_ + "/marker' '" +
+  std::ofstream(root_("marker")) << "on the disk";
+  ASSERT_EQ(RunShell("mount '" + loop_->devicePath() + "' '" + folder_ + "' && cp '" + root_("marker") + "' '" +
                      folder_ + "/' && umount '" + folder_ + "'"),
             0);
 
@@ -113,7 +111,7 @@ TEST_F(DiskutilTest, MountPutsTheVolumeUnderMedia) {
 }
 
 TEST_F(DiskutilTest, MountOfADiskWithoutFileSystemSaysNothingMounted) {
-  const std::string blank = root_ + "/blank.img";
+  const std::string blank = root_("blank.img");
   ASSERT_EQ(RunShell("truncate -s 4M '" + blank + "'"), 0);
   LoopDevice loop(blank);
   ASSERT_TRUE(loop.valid());
