@@ -27,21 +27,6 @@ class CProcessManagerTest : public testing::Test {
   TempDir folder_;
 };
 
-TEST_F(CProcessManagerTest, SnapshotHoldsTheCallerAndItsChildren) {
-  NamedChild child(folder_.path(), Name("snap"));
-  ASSERT_TRUE(child.started());
-
-  std::vector<platform::ProcessRecord> list;
-  ASSERT_EQ(CProcessManager::GetBSDProcessList(&list), 0);
-  const auto find = [&](pid_t pid) {
-    return std::find_if(list.begin(), list.end(), [pid](const platform::ProcessRecord& r) { return r.pid == pid; });
-  };
-  ASSERT_NE(find(child.pid()), list.end());
-  EXPECT_EQ(find(child.pid())->shortName, Name("snap"));
-  ASSERT_NE(find(getpid()), list.end());
-  EXPECT_EQ(find(getpid())->shortName, platform::ProcessShortName(getpid()));
-}
-
 TEST_F(CProcessManagerTest, ProcessIsRunningComparesTheCutQueryExactly) {
   const std::string longName = Name("-long-service-name");  // the kernel keeps 15 characters
   ASSERT_GT(longName.size(), platform::kShortNameLength);
