@@ -93,12 +93,4 @@ TEST(OutgoingRecord, MessageIsTheRecordFollowedByZeros) {
   EXPECT_EQ(std::memcmp(wrapper.getCommandDataWrapper(), &record, 44), 0);
 }
 
-TEST(NullInputDeathTest, StopsTheProcessNamingTheExpression) {
-  CPipeDataWrapper wrapper;
-  EXPECT_DEATH(wrapper.InitializeWithCmdDataWrapper(nullptr),
-               "InitializeWithCmdDataWrapper.*Assertion `pData' failed");
-  EXPECT_DEATH(wrapper.InitializeWithPipeMessage(nullptr),
-               "InitializeWithPipeMessage.*Assertion `message' failed");
-}
-
 }  // namespace

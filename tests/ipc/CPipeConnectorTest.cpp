@@ -14,23 +14,6 @@
 
 namespace {
 
-// Answers every new message with the same payload and id, as the service
-// answers its clients.
-class EchoEvent : public RecordingEvent {
- public:
-  explicit EchoEvent(unsigned delaySeconds = 0) : delaySeconds_(delaySeconds) {}
-  void OnCommand_Reply(IIPCConnector* connector, _MSG_DATA_PACKAGE* package, unsigned int len) override {
-    RecordingEvent::OnCommand_Reply(connector, package, len);
-    sleep(delaySeconds_);
-    char answer[512] = {};
-    std::memcpy(answer, package->payload, len);
-    connector->SendMsg_async(answer, sizeof answer, package->msgId);
-  }
-
- private:
-  unsigned delaySeconds_;
-};
-
 // Two connections wired to each other through two FIFOs.
 class ConnectorPair : public testing::Test {
  protected:
@@ -87,7 +70,7 @@ TEST_F(ConnectorPair, AsyncBlockReachesThePeersHandler) {
 
 TEST_F(ConnectorPair, SyncRequestsGetTheirRepliesWithIdsFrom16) {
   Connect();
-  EchoEvent echo;
+  RecordingEvent echo(0);
   far->SetMsgHander(&echo);
   for (const char* text : {"first", "second"}) EXPECT_EQ(Ask(text, 5), std::string(Data(text).data(), 512));
   const std::vector<ReceivedMessage> requests = echo.WaitFor(2, 1);
@@ -110,7 +93,7 @@ TEST_F(ConnectorPair, UnansweredRequestTimesOutAsSuccessAndLeavesNothingBehind) 
 
 TEST_F(ConnectorPair, LateReplyReachesTheHandlerAsANewMessage) {
   Connect();
-  EchoEvent slowEcho(3);
+  RecordingEvent slowEcho(3);
   RecordingEvent nearEvents;
   far->SetMsgHander(&slowEcho);
   near->SetMsgHander(&nearEvents);
@@ -138,7 +121,7 @@ TEST_F(ConnectorPair, SendsFailWhenThePeerNeverReads) {
   EXPECT_EQ(Ask("lost", 2), std::nullopt);
   // The failed request took no id: once the peer reads, the first is 16.
   ConnectFar();
-  EchoEvent echo;
+  RecordingEvent echo(0);
   far->SetMsgHander(&echo);
   ASSERT_TRUE(Ask("found", 5));
   EXPECT_EQ(echo.WaitFor(1, 1).at(0).msgId, 16u);
@@ -146,7 +129,7 @@ TEST_F(ConnectorPair, SendsFailWhenThePeerNeverReads) {
 
 TEST_F(ConnectorPair, PeerThatMakesItsFifosAnewIsServedAgain) {
   Connect();
-  EchoEvent echo;
+  RecordingEvent echo(0);
   far->SetMsgHander(&echo);
   EXPECT_EQ(Ask("before", 5).value_or("").c_str(), std::string("before"));
 

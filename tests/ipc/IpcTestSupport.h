@@ -28,10 +28,21 @@ struct ReceivedMessage {
 
 class RecordingEvent : public IIPCEvent {
  public:
+  // With `echoAfterSeconds` zero or more, also answers every message with
+  // its own payload and id after that long, as the service answers.
+  explicit RecordingEvent(int echoAfterSeconds = -1) : echoAfterSeconds_(echoAfterSeconds) {}
+
   void OnCommand_Reply(IIPCConnector* connector, _MSG_DATA_PACKAGE* package, unsigned int len) override {
-    std::lock_guard<std::mutex> guard(lock_);
-    messages_.push_back({package->msgId, std::string(reinterpret_cast<char*>(package->payload), len), len, connector});
-    arrived_.notify_all();
+    {
+      std::lock_guard<std::mutex> guard(lock_);
+      messages_.push_back({package->msgId, std::string(reinterpret_cast<char*>(package->payload), len), len, connector});
+      arrived_.notify_all();
+    }
+    if (echoAfterSeconds_ < 0) return;
+    sleep(echoAfterSeconds_);
+    char answer[512] = {};
+    std::memcpy(answer, package->payload, len);
+    connector->SendMsg_async(answer, sizeof answer, package->msgId);
   }
 
   // Waits up to `seconds` for at least `count` messages; returns them all.
@@ -42,6 +53,7 @@ class RecordingEvent : public IIPCEvent {
   }
 
  private:
+  const int echoAfterSeconds_;
   std::mutex lock_;
   std::condition_variable arrived_;
   std::vector<ReceivedMessage> messages_;

@@ -13,18 +13,13 @@
 
 namespace {
 
-struct VolumeDeleter {
-  void operator()(IVolume* volume) const { delete volume; }
-};
-using VolumePtr = std::unique_ptr<IVolume, VolumeDeleter>;
+using VolumePtr = std::unique_ptr<IVolume>;
 
 int Open(const std::string& device, const std::string& credential, VolumePtr* volume) {
   IVolume* raw = reinterpret_cast<IVolume*>(0x1);
-  int status = open_bitlocker_device(device.c_str(), credential.c_str(), &raw);
+  const int status = open_bitlocker_device(device.c_str(), credential.c_str(), &raw);
   volume->reset(raw);
-  if (status != kBitlockerOpened) {
-    EXPECT_EQ(raw, nullptr) << "a volume came with status " << status;
-  }
+  EXPECT_TRUE(status == kBitlockerOpened || raw == nullptr) << "a volume came with status " << status;
   return status;
 }
 
