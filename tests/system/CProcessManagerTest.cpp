@@ -18,11 +18,15 @@ std::string Upper(std::string text) {
   return text;
 }
 
-// Every name starts with "zqt" and this process's id, so that parallel
-// test runs and the rest of the machine never match.
+// Every name starts with "zqt" and this process's id in six letters, so
+// that parallel test runs and the rest of the machine never match.
 class CProcessManagerTest : public testing::Test {
  protected:
-  std::string Name(const std::string& rest) const { return "zqt" + std::to_string(getpid()) + rest; }
+  std::string Name(const std::string& rest) const {
+    std::string name = "zqt";
+    for (unsigned id = static_cast<unsigned>(getpid()), i = 0; i < 6; ++i, id /= 26) name += static_cast<char>('a' + id % 26);
+    return name + rest;
+  }
 
   TempDir folder_;
 };
