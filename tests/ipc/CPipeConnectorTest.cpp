@@ -42,6 +42,12 @@ class ConnectorPair : public testing::Test {
     if (!near->SendMsg_sync(data.data(), 512, reply, sizeof reply, timeout)) return std::nullopt;
     return std::string(reply, sizeof reply);
   }
+  // A handler for `side` that outlives both connections.
+  RecordingEvent& HandlerOn(CPipeConnector& side, int echoAfterSeconds = -1) {
+    handlers_.push_back(std::make_unique<RecordingEvent>(echoAfterSeconds));
+    side.SetMsgHander(handlers_.back().get());
+    return *handlers_.back();
+  }
   void TearDown() override {
     near.reset();
     far.reset();
@@ -49,13 +55,13 @@ class ConnectorPair : public testing::Test {
 
   TempDir dir;
   std::string nearName = UniqueName("near");
+  std::vector<std::unique_ptr<RecordingEvent>> handlers_;
   std::unique_ptr<CPipeConnector> near, far;
 };
 
 TEST_F(ConnectorPair, AsyncBlockReachesThePeersHandler) {
   Connect();
-  RecordingEvent events;
-  far->SetMsgHander(&events);
+  RecordingEvent& events = HandlerOn(*far);
   std::vector<char> data = Data("hello");
   std::memset(data.data() + 508, 'Z', 4);  // beyond what a block carries
   ASSERT_TRUE(near->SendMsg_async(data.data(), 512, 0));  // id 0 is no message
@@ -70,8 +76,7 @@ TEST_F(ConnectorPair, AsyncBlockReachesThePeersHandler) {
 
 TEST_F(ConnectorPair, SyncRequestsGetTheirRepliesWithIdsFrom16) {
   Connect();
-  RecordingEvent echo(0);
-  far->SetMsgHander(&echo);
+  RecordingEvent& echo = HandlerOn(*far, 0);
   for (const char* text : {"first", "second"}) EXPECT_EQ(Ask(text, 5), std::string(Data(text).data(), 512));
   const std::vector<ReceivedMessage> requests = echo.WaitFor(2, 1);
   ASSERT_EQ(requests.size(), 2u);
@@ -81,8 +86,7 @@ TEST_F(ConnectorPair, SyncRequestsGetTheirRepliesWithIdsFrom16) {
 
 TEST_F(ConnectorPair, UnansweredRequestTimesOutAsSuccessAndLeavesNothingBehind) {
   Connect();
-  RecordingEvent silent;
-  far->SetMsgHander(&silent);
+  RecordingEvent& silent = HandlerOn(*far);
   EXPECT_EQ(Ask("anyone?", 1), std::string(512, '\0'));
   EXPECT_NE(access(("/dev/shm/sem.zq_sem_" + nearName + "_16_").c_str(), F_OK), 0);
   EXPECT_EQ(Ask("anyone?", 0), std::string(512, '\0')) << "timeout 0: one try, no wait";
@@ -93,10 +97,8 @@ TEST_F(ConnectorPair, UnansweredRequestTimesOutAsSuccessAndLeavesNothingBehind) 
 
 TEST_F(ConnectorPair, LateReplyReachesTheHandlerAsANewMessage) {
   Connect();
-  RecordingEvent slowEcho(3);
-  RecordingEvent nearEvents;
-  far->SetMsgHander(&slowEcho);
-  near->SetMsgHander(&nearEvents);
+  HandlerOn(*far, 3);
+  RecordingEvent& nearEvents = HandlerOn(*near);
   EXPECT_EQ(Ask("slow", 1), std::string(512, '\0'));
   const std::vector<ReceivedMessage> late = nearEvents.WaitFor(1, 10);
   ASSERT_EQ(late.size(), 1u);
@@ -108,8 +110,7 @@ TEST_F(ConnectorPair, BlockWaitsForALateHandler) {
   Connect();
   ASSERT_TRUE(near->SendMsg_async(Data("early").data(), 512, 9));
   sleep(2);
-  RecordingEvent events;
-  far->SetMsgHander(&events);
+  RecordingEvent& events = HandlerOn(*far);
   const std::vector<ReceivedMessage> received = events.WaitFor(1, 5);
   ASSERT_EQ(received.size(), 1u);
   EXPECT_EQ(received[0].msgId, 9u);
@@ -121,16 +122,14 @@ TEST_F(ConnectorPair, SendsFailWhenThePeerNeverReads) {
   EXPECT_EQ(Ask("lost", 2), std::nullopt);
   // The failed request took no id: once the peer reads, the first is 16.
   ConnectFar();
-  RecordingEvent echo(0);
-  far->SetMsgHander(&echo);
+  RecordingEvent& echo = HandlerOn(*far, 0);
   ASSERT_TRUE(Ask("found", 5));
   EXPECT_EQ(echo.WaitFor(1, 1).at(0).msgId, 16u);
 }
 
 TEST_F(ConnectorPair, PeerThatMakesItsFifosAnewIsServedAgain) {
   Connect();
-  RecordingEvent echo(0);
-  far->SetMsgHander(&echo);
+  HandlerOn(*far, 0);
   EXPECT_EQ(Ask("before", 5).value_or("").c_str(), std::string("before"));
 
   // The near side restarts: its FIFOs are removed and made anew.
