@@ -1,5 +1,5 @@
-// Shared pieces of the IPC tests: private FIFO paths and a handler that
-// records what reaches it.
+// Shared pieces of the IPC tests: connection names of their own and a
+// handler that records what reaches it.
 #ifndef ZQ_TESTS_IPC_IPCTESTSUPPORT_H_
 #define ZQ_TESTS_IPC_IPCTESTSUPPORT_H_
 
@@ -13,17 +13,7 @@
 
 #include "IIPCEvent.h"
 #include "StubBundle.h"
-
-// A folder of its own for one test's FIFOs, removed afterwards.
-class FifoDir {
- public:
-  FifoDir() : path_(MakeTempDir("zq-ipc-")) {}
-  ~FifoDir() { RunShell("rm -rf '" + path_ + "'"); }
-  std::string operator()(const std::string& name) const { return path_ + "/" + name; }
-
- private:
-  std::string path_;
-};
+#include "TempDir.h"
 
 // A connection name no other test process uses: semaphore names are
 // system-wide and built from it.
@@ -38,10 +28,21 @@ struct ReceivedMessage {
 
 class RecordingEvent : public IIPCEvent {
  public:
+  // With `echoAfterSeconds` zero or more, also answers every message with
+  // its own payload and id after that long, as the service answers.
+  explicit RecordingEvent(int echoAfterSeconds = -1) : echoAfterSeconds_(echoAfterSeconds) {}
+
   void OnCommand_Reply(IIPCConnector* connector, _MSG_DATA_PACKAGE* package, unsigned int len) override {
-    std::lock_guard<std::mutex> guard(lock_);
-    messages_.push_back({package->msgId, std::string(reinterpret_cast<char*>(package->payload), len), len, connector});
-    arrived_.notify_all();
+    {
+      std::lock_guard<std::mutex> guard(lock_);
+      messages_.push_back({package->msgId, std::string(reinterpret_cast<char*>(package->payload), len), len, connector});
+      arrived_.notify_all();
+    }
+    if (echoAfterSeconds_ < 0) return;
+    sleep(echoAfterSeconds_);
+    char answer[512] = {};
+    std::memcpy(answer, package->payload, len);
+    connector->SendMsg_async(answer, sizeof answer, package->msgId);
   }
 
   // Waits up to `seconds` for at least `count` messages; returns them all.
@@ -52,6 +53,7 @@ class RecordingEvent : public IIPCEvent {
   }
 
  private:
+  const int echoAfterSeconds_;
   std::mutex lock_;
   std::condition_variable arrived_;
   std::vector<ReceivedMessage> messages_;

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <memory>
 #include <thread>
+#include <vector>
 
 #include "ServiceTestEnvironment.h"
 #include "StubBundle.h"
@@ -43,35 +44,20 @@ struct ClientTally {
 
 // One client's loop: a request, then its answer, then the next request.
 void RunClient(RawClient& client, uint32_t firstId, std::chrono::steady_clock::time_point end, ClientTally* tally) {
-  uint32_t id = firstId;
-  for (int turn = 0; std::chrono::steady_clock::now() < end && tally->failure.empty(); ++turn, ++id) {
-    CCommandDataWrapper<char> record;
-    switch (turn % 5) {
-      case 0: record = MakeRecord(eCOMMAND_CHECK_CONNECTION); break;
-      case 1:
-        record = MakeRecord(eCOMMAND_BITLOCKER_CHECK);
-        std::strcpy(record.check.deviceName, "disk2s1");
-        break;
-      case 2:
-        record = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
-        std::strcpy(record.mount.deviceName, "disk3");
-        std::strcpy(record.mount.mountArg2, "/mnt/x");
-        break;
-      case 3:
-        record = MakeRecord(eCOMMAND_BITLOCKER_EXPLORER);
-        std::strcpy(record.explorer.deviceName, "disk4");
-        break;
-      default:
-        // Forwarded to the other client: no answer to wait for.
-        record = MakeRecord(firstId < 1000000 ? eCOMMAND_TO_FILE_EXPLORER : eCOMMAND_TO_MAIN_UI);
-        if (!client.Send(id, record)) tally->failure = "send failed";
-        continue;
-    }
-    if (!client.Send(id, record)) {
-      tally->failure = "send failed";
-      break;
-    }
-    for (;;) {
+  std::vector<CCommandDataWrapper<char>> records = {
+      MakeRecord(eCOMMAND_CHECK_CONNECTION), MakeRecord(eCOMMAND_BITLOCKER_CHECK), MakeRecord(eCOMMAND_BITLOCKER_MOUNT),
+      MakeRecord(eCOMMAND_BITLOCKER_EXPLORER),
+      // Forwarded to the other client: no answer to wait for.
+      MakeRecord(firstId < 1000000 ? eCOMMAND_TO_FILE_EXPLORER : eCOMMAND_TO_MAIN_UI)};
+  std::strcpy(records[1].check.deviceName, "disk2s1");
+  std::strcpy(records[2].mount.deviceName, "disk3");
+  std::strcpy(records[2].mount.mountArg2, "/mnt/x");
+  std::strcpy(records[3].explorer.deviceName, "disk4");
+  for (uint32_t id = firstId; std::chrono::steady_clock::now() < end && tally->failure.empty(); ++id) {
+    const size_t turn = (id - firstId) % records.size();
+    if (!client.Send(id, records[turn])) tally->failure = "send failed";
+    if (turn == records.size() - 1) continue;
+    while (tally->failure.empty()) {
       const std::optional<Block> block = client.Receive(15);
       if (!block) {
         tally->failure = "no answer to request " + std::to_string(id);

@@ -166,6 +166,11 @@ TEST_F(MountEndToEndTest, DetectionAnswers49ForEachImageAnd50ForAPlainDeviceWhic
   }
   const std::string plain = root_ + "/plain.img";
   ASSERT_EQ(RunShell("truncate -s 16M '" + plain + "' && mkfs.ext4 -q '" + plain + "' 2>/dev/null"), 0);
+  std::string why;
+  if (const testimages::Image* eow = testimages::EncryptOnWriteImage(&why)) {
+    LoopDevice encryptOnWrite(eow->path, 0, true);
+    EXPECT_EQ(Check(encryptOnWrite), kIsBitlocker) << eow->name;
+  }
   LoopDevice loop(plain, 0, true);
   ASSERT_TRUE(loop.valid());
   EXPECT_EQ(Check(loop), kIsNotBitlocker);

@@ -2,24 +2,8 @@
 
 #include <unistd.h>
 
-#include <cstdio>
-#include <memory>
-
+#include "ProgramRun.h"
 #include "StubBundle.h"
-
-namespace {
-
-std::string CommandOutput(const std::string& command) {
-  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-  if (!pipe) return "";
-  std::string output;
-  char buffer[256];
-  while (fgets(buffer, sizeof buffer, pipe.get()) != nullptr) output += buffer;
-  while (!output.empty() && output.back() == '\n') output.pop_back();
-  return output;
-}
-
-}  // namespace
 
 std::string LoopDevicesUnavailable() {
   if (geteuid() != 0) return "loop devices need root";
@@ -32,12 +16,12 @@ LoopDevice::LoopDevice(const std::string& imagePath, unsigned sectorSize, bool r
   std::string command = "losetup -f --show";
   if (sectorSize != 0) command += " -b " + std::to_string(sectorSize);
   if (readOnly) command += " -r";
-  devicePath_ = CommandOutput(command + " '" + imagePath + "' 2>/dev/null");
-  if (devicePath_.rfind("/dev/loop", 0) != 0) devicePath_.clear();
+  const std::string output = RunProgram("/bin/sh", {"-c", command + " '" + imagePath + "'"}).output;
+  if (output.rfind("/dev/loop", 0) == 0) devicePath_ = output.substr(0, output.find('\n'));
 }
 
 LoopDevice::~LoopDevice() {
-  if (!mountPoint_.empty()) RunShell("umount '" + mountPoint_ + "' 2>/dev/null || umount -l '" + mountPoint_ + "'");
+  if (!mountPoint_.empty()) RunShell("umount '" + mountPoint_ + "' 2>/dev/null || umount -l '" + mountPoint_ + "' 2>/dev/null");
   if (valid()) RunShell("losetup -d " + devicePath_);
 }
 

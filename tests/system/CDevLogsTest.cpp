@@ -1,11 +1,9 @@
 #include "CDevLogs.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <ctime>
 #include <map>
 #include <string>
@@ -16,6 +14,9 @@
 
 namespace {
 
+const std::string kPrefix = "[Zq Norvane]";
+const size_t kMessageStart = kPrefix.size() + 19 + 4;
+
 std::string LocalTimeNow() {
   const time_t now = time(nullptr);
   struct tm local;
@@ -25,33 +26,21 @@ std::string LocalTimeNow() {
   return text;
 }
 
-struct LogLine {
-  std::string time;
-  std::string message;
-};
-
-// The lines of a log file: "[Zq Norvane]", a 19-character time, four blanks,
-// the message, CR LF.  Fails the test on any byte outside such a line.
-std::vector<LogLine> Lines(const std::string& contents) {
-  const std::string prefix = "[Zq Norvane]";
-  const size_t messageStart = prefix.size() + 19 + 4;
-  std::vector<LogLine> lines;
+// The messages of a log file's lines: "[Zq Norvane]", a 19-character time,
+// four blanks, the message, CR LF.  Fails the test on any byte outside
+// such a line.
+std::vector<std::string> Messages(const std::string& contents) {
+  std::vector<std::string> messages;
   for (size_t start = 0, end; start < contents.size(); start = end + 2) {
     end = contents.find("\r\n", start);
     const std::string line = contents.substr(start, end - start);
-    if (end == std::string::npos || line.size() < messageStart || line.compare(0, prefix.size(), prefix) != 0 ||
-        line.compare(prefix.size() + 19, 4, "    ") != 0 || line.find_first_of("\r\n") != std::string::npos) {
+    if (end == std::string::npos || line.size() < kMessageStart || line.compare(0, kPrefix.size(), kPrefix) != 0 ||
+        line.compare(kPrefix.size() + 19, 4, "    ") != 0 || line.find_first_of("\r\n") != std::string::npos) {
       ADD_FAILURE() << "malformed log from byte " << start;
       break;
     }
-    lines.push_back({line.substr(prefix.size(), 19), line.substr(messageStart)});
+    messages.push_back(line.substr(kMessageStart));
   }
-  return lines;
-}
-
-std::vector<std::string> Messages(const std::string& contents) {
-  std::vector<std::string> messages;
-  for (const LogLine& line : Lines(contents)) messages.push_back(line.message);
   return messages;
 }
 
@@ -63,16 +52,12 @@ class CDevLogsTest : public testing::Test {
 
 TEST_F(CDevLogsTest, LineIsPrefixLocalTimeFourBlanksMessageAndCrLf) {
   const std::string before = LocalTimeNow();
-  {
-    CDevLogs log(LogPath());
-    log.WriteLog("serverEvent - %s", "eCOMMAND_EXIT");
-  }
+  CDevLogs(LogPath()).WriteLog("serverEvent - %s", "eCOMMAND_EXIT");
   const std::string after = LocalTimeNow();
 
   const std::string contents = ReadFile(LogPath());
-  EXPECT_EQ(contents.substr(0, 12), "[Zq Norvane]");
-  EXPECT_EQ(contents.substr(31), "    serverEvent - eCOMMAND_EXIT\r\n");
-  const std::string stamp = contents.substr(12, 19);
+  EXPECT_EQ(Messages(contents), std::vector<std::string>{"serverEvent - eCOMMAND_EXIT"});
+  const std::string stamp = contents.substr(kPrefix.size(), 19);
   EXPECT_TRUE(before <= stamp && stamp <= after) << stamp << " not between " << before << " and " << after;
 }
 
@@ -103,13 +88,10 @@ TEST_F(CDevLogsTest, LinesAreFlushedAtOnceAndLaterRunsAppend) {
   EXPECT_EQ(Messages(ReadFile(LogPath())), (std::vector<std::string>{"first run", "second run"}));
 }
 
-TEST_F(CDevLogsTest, LinesAreDroppedWhenTheFileCannotBeOpened) {
+TEST_F(CDevLogsTest, WhatIsNotAPlainFileAtThePathIsLeftAlone) {
   CDevLogs(folder_.path() + "/missing-folder/zqlog.log").WriteLog("lost %d", 1);
   EXPECT_NE(access((folder_.path() + "/missing-folder").c_str(), F_OK), 0);
 
-}
-
-TEST_F(CDevLogsTest, ThingsPlantedAtThePathAreLeftAlone) {
   // A symbolic link: its target is never written.
   const std::string target = folder_.path() + "/target";
   WriteFile(target, "");

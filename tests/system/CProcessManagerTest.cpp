@@ -18,30 +18,18 @@ std::string Upper(std::string text) {
   return text;
 }
 
-// Every name starts with "zqt" and a token of its own, so that parallel
-// test runs and the rest of the machine never match.
+// Every name starts with "zqt" and this process's id in six letters, so
+// that parallel test runs and the rest of the machine never match.
 class CProcessManagerTest : public testing::Test {
  protected:
-  std::string Name(const std::string& rest) const { return "zqt" + token_ + rest; }
+  std::string Name(const std::string& rest) const {
+    std::string name = "zqt";
+    for (unsigned id = static_cast<unsigned>(getpid()), i = 0; i < 6; ++i, id /= 26) name += static_cast<char>('a' + id % 26);
+    return name + rest;
+  }
 
   TempDir folder_;
-  const std::string token_ = UniqueToken();
 };
-
-TEST_F(CProcessManagerTest, SnapshotHoldsTheCallerAndItsChildren) {
-  NamedChild child(folder_.path(), Name("snap"));
-  ASSERT_TRUE(child.started());
-
-  std::vector<platform::ProcessRecord> list;
-  ASSERT_EQ(CProcessManager::GetBSDProcessList(&list), 0);
-  const auto find = [&](pid_t pid) {
-    return std::find_if(list.begin(), list.end(), [pid](const platform::ProcessRecord& r) { return r.pid == pid; });
-  };
-  ASSERT_NE(find(child.pid()), list.end());
-  EXPECT_EQ(find(child.pid())->shortName, Name("snap"));
-  ASSERT_NE(find(getpid()), list.end());
-  EXPECT_EQ(find(getpid())->shortName, platform::ProcessShortName(getpid()));
-}
 
 TEST_F(CProcessManagerTest, ProcessIsRunningComparesTheCutQueryExactly) {
   const std::string longName = Name("-long-service-name");  // the kernel keeps 15 characters
@@ -57,6 +45,9 @@ TEST_F(CProcessManagerTest, ProcessIsRunningComparesTheCutQueryExactly) {
   EXPECT_FALSE(processes.ProcessIsRunning(Upper(longName).c_str())) << "case counts";
   EXPECT_FALSE(processes.ProcessIsRunning(cut.substr(0, cut.size() - 1).c_str())) << "a leading part is not enough";
   EXPECT_FALSE(processes.ProcessIsRunning(nullptr));
+  EXPECT_EQ(FindOtherProcessNamedLike(nullptr), std::nullopt);
+  EXPECT_EQ(FindOtherProcessNamedLike(""), std::nullopt) << "empty short names are skipped";
+  processes.KillProcess(nullptr);
 
   child.reset();
   EXPECT_FALSE(processes.ProcessIsRunning(longName.c_str())) << "each query takes a fresh snapshot";
@@ -93,22 +84,16 @@ TEST_F(CProcessManagerTest, TheCallerIsNeverFoundNorKilled) {
   // The helper runs under a name that it then looks for itself.
   const std::string name = Name("self");
   const std::string helper = folder_.path() + "/" + name;
-  ASSERT_EQ(Shell("cp '" + HelperProgram() + "' '" + helper + "'"), 0);
+  ASSERT_EQ(RunShell("cp '" + HelperProgram() + "' '" + helper + "'"), 0);
 
   EXPECT_EQ(TaskWrapper::runTaskAtLaunchPath(helper, {"find", name}).response(), "none");
-  EXPECT_EQ(Shell("'" + helper + "' kill " + name), 0) << "the caller killed itself";
+  EXPECT_EQ(RunShell("'" + helper + "' kill " + name), 0) << "the caller killed itself";
 
   NamedChild sibling(folder_.path(), Upper(name));
   ASSERT_TRUE(sibling.started());
   EXPECT_EQ(TaskWrapper::runTaskAtLaunchPath(helper, {"find", name}).response(), std::to_string(sibling.pid()));
-  EXPECT_EQ(Shell("'" + helper + "' kill " + name), 0);
+  EXPECT_EQ(RunShell("'" + helper + "' kill " + name), 0);
   EXPECT_TRUE(sibling.WaitKilled());
-}
-
-TEST_F(CProcessManagerTest, NoQueryNoMatch) {
-  EXPECT_EQ(FindOtherProcessNamedLike(nullptr), std::nullopt);
-  EXPECT_EQ(FindOtherProcessNamedLike(""), std::nullopt) << "empty short names are skipped";
-  CProcessManager().KillProcess(nullptr);
 }
 
 }  // namespace

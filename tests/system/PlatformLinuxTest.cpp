@@ -1,53 +1,23 @@
 // The Linux side of the platform seam, on real devices and real files.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <future>
-#include <memory>
 #include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
+#include "LoopDevice.h"
 #include "Platform.h"
 #include "TaskWrapper.h"
 #include "TestSupport.h"
 
 namespace {
-
-// Why loop devices cannot be used here, or "" when they can.
-std::string LoopDevicesUnavailable() {
-  if (geteuid() != 0) return "loop devices need root";
-  if (Shell("command -v losetup >/dev/null && test -e /dev/loop-control") != 0)
-    return "losetup or /dev/loop-control is missing";
-  return "";
-}
-
-// A file system that both the kernel and the installed tools can make:
-// vfat, else ext2; "" when there is none.
-std::string UsableFileSystem() {
-  if (Shell("grep -qw vfat /proc/filesystems && command -v mkfs.fat >/dev/null") == 0) return "vfat";
-  if (Shell("grep -qw ext2 /proc/filesystems && command -v mkfs.ext2 >/dev/null") == 0) return "ext2";
-  return "";
-}
-
-// Runs a shell command when it goes out of scope: the undoing of a setup step.
-class AtEnd {
- public:
-  explicit AtEnd(std::string command) : command_(std::move(command)) {}
-  ~AtEnd() { Shell(command_); }
-  AtEnd(const AtEnd&) = delete;
-  AtEnd& operator=(const AtEnd&) = delete;
-
- private:
-  std::string command_;
-};
 
 dev_t DeviceNumber(const std::string& path) {
   struct stat info;
@@ -59,34 +29,23 @@ class PlatformDiskTest : public testing::Test {
   void SetUp() override {
     const std::string reason = LoopDevicesUnavailable();
     if (!reason.empty()) GTEST_SKIP() << reason;
-    ASSERT_EQ(Shell("truncate -s 8M '" + image_ + "'"), 0);
-  }
-
-  // A loop device over the image: its name under /dev, or "".
-  std::string AttachLoop(const std::string& options) {
-    std::string path = TaskWrapper::runScript("losetup -f --show " + options + " '" + image_ + "'").response().value_or("");
-    if (!path.empty()) path.pop_back();
-    if (path.rfind("/dev/loop", 0) != 0) return "";
-    attached_.push_back(std::make_unique<AtEnd>("losetup -d " + path));
-    return path.substr(5);
+    ASSERT_EQ(RunShell("truncate -s 8M '" + image_ + "'"), 0);
   }
 
   TempDir folder_;
   const std::string image_ = folder_.path() + "/disk.img";
-  std::vector<std::unique_ptr<AtEnd>> attached_;
 };
 
 TEST_F(PlatformDiskTest, RawNameAndBlockSizeOfALoopDevice) {
-  const std::string wide = AttachLoop("-b 4096");
-  const std::string narrow = AttachLoop("-r");
-  ASSERT_TRUE(!wide.empty() && !narrow.empty()) << "losetup failed";
+  const LoopDevice wide(image_, 4096), narrow(image_, 0, true);
+  ASSERT_TRUE(wide.valid() && narrow.valid()) << "losetup failed";
 
   // Linux has no separate raw device: the raw name is the block device's own.
-  EXPECT_EQ(platform::RawDeviceName(DeviceNumber("/dev/" + wide)), wide);
-  EXPECT_EQ(platform::RawDeviceName(DeviceNumber("/dev/" + narrow)), narrow);
+  EXPECT_EQ(platform::RawDeviceName(DeviceNumber(wide.devicePath())), wide.bsdName());
+  EXPECT_EQ(platform::RawDeviceName(DeviceNumber(narrow.devicePath())), narrow.bsdName());
 
-  const int wideFd = open(("/dev/" + wide).c_str(), O_RDONLY | O_CLOEXEC);
-  const int narrowFd = open(("/dev/" + narrow).c_str(), O_RDONLY | O_CLOEXEC);
+  const int wideFd = open(wide.devicePath().c_str(), O_RDONLY | O_CLOEXEC);
+  const int narrowFd = open(narrow.devicePath().c_str(), O_RDONLY | O_CLOEXEC);
   const int fileFd = open(image_.c_str(), O_RDONLY | O_CLOEXEC);
   EXPECT_EQ(platform::DeviceBlockSize(wideFd), 4096u);
   EXPECT_EQ(platform::DeviceBlockSize(narrowFd), 512u);
@@ -95,22 +54,18 @@ TEST_F(PlatformDiskTest, RawNameAndBlockSizeOfALoopDevice) {
 }
 
 TEST_F(PlatformDiskTest, MountPathOfAVolumeFollowsItsMount) {
-  const std::string type = UsableFileSystem();
-  if (type.empty()) GTEST_SKIP() << "neither vfat (with mkfs.fat) nor ext2 (with mkfs.ext2) can be made";
-  ASSERT_EQ(Shell((type == "vfat" ? "mkfs.fat '" : "mkfs.ext2 -q -F '") + image_ + "' >/dev/null"), 0);
-  const std::string device = AttachLoop("");
-  ASSERT_FALSE(device.empty()) << "losetup failed";
-  EXPECT_EQ(platform::VolumeMountPath(device), std::nullopt) << "not mounted yet";
+  ASSERT_EQ(RunShell("mkfs.ext4 -q '" + image_ + "' 2>/dev/null"), 0);
+  LoopDevice loop(image_);
+  ASSERT_TRUE(loop.valid()) << "losetup failed";
+  EXPECT_EQ(platform::VolumeMountPath(loop.bsdName()), std::nullopt) << "not mounted yet";
 
   // Blanks and backslashes are escaped in the kernel's mount table.
   const std::string mountPoint = folder_.path() + "/Zq Volume\\1";
   ASSERT_EQ(mkdir(mountPoint.c_str(), 0755), 0);
-  {
-    ASSERT_EQ(Shell("mount -t " + type + " /dev/" + device + " '" + mountPoint + "'"), 0);
-    AtEnd unmount("umount '" + mountPoint + "'");
-    EXPECT_EQ(platform::VolumeMountPath(device), mountPoint);
-  }
-  EXPECT_EQ(platform::VolumeMountPath(device), std::nullopt) << "unmounted again";
+  ASSERT_TRUE(loop.Mount(mountPoint, "ext4"));
+  EXPECT_EQ(platform::VolumeMountPath(loop.bsdName()), mountPoint);
+  ASSERT_EQ(umount(mountPoint.c_str()), 0);
+  EXPECT_EQ(platform::VolumeMountPath(loop.bsdName()), std::nullopt) << "unmounted again";
 }
 
 TEST(PlatformDeviceNamesTest, NamesThatAreNoBlockDeviceHaveNoMountPath) {
@@ -123,7 +78,7 @@ TEST(PlatformDeviceNamesTest, NamesThatAreNoBlockDeviceHaveNoMountPath) {
 // says its bundle is; the folder's path is put before the answer's "@".
 std::string BundleOfHelperAt(const TempDir& folder, const std::string& relativePath) {
   const std::string program = folder.path() + "/" + relativePath;
-  Shell("mkdir -p \"$(dirname '" + program + "')\" && cp '" + HelperProgram() + "' '" + program + "'");
+  RunShell("mkdir -p \"$(dirname '" + program + "')\" && cp '" + HelperProgram() + "' '" + program + "'");
   std::string answer = TaskWrapper::runTaskAtLaunchPath(program, {"bundle-path"}).response().value_or("");
   if (answer.rfind(folder.path(), 0) == 0) answer = "@" + answer.substr(folder.path().size());
   return answer;

@@ -9,30 +9,13 @@
 #include <string>
 
 #include "FileContents.h"
-
-// A fresh folder under /tmp, removed with everything in it at the end.
-class TempDir {
- public:
-  TempDir();
-  ~TempDir();
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
+#include "StubBundle.h"
+#include "TempDir.h"
 
 void WriteFile(const std::string& path, const std::string& contents, mode_t mode = 0644);
 
-// Runs `command` through /bin/sh; its exit status, or -1.
-int Shell(const std::string& command);
-
-// Lowercase letters that no other test run uses at the same time.
-std::string UniqueToken(size_t length = 6);
-
 // The helper program built beside the tests (see SystemTestHelper.cpp).
-std::string HelperProgram();
+inline std::string HelperProgram() { return ZQ_SYSTEM_TEST_HELPER; }
 
 // A copy of /bin/sleep started under the file name `name` in `folder`, so
 // that its short name is `name` cut by the kernel.  The destructor kills it

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -12,33 +13,21 @@
 
 namespace {
 
-struct VolumeDeleter {
-  void operator()(IVolume* volume) const { delete volume; }
-};
-using VolumePtr = std::unique_ptr<IVolume, VolumeDeleter>;
+using VolumePtr = std::unique_ptr<IVolume>;
 
 int Open(const std::string& device, const std::string& credential, VolumePtr* volume) {
   IVolume* raw = reinterpret_cast<IVolume*>(0x1);
-  int status = open_bitlocker_device(device.c_str(), credential.c_str(), &raw);
+  const int status = open_bitlocker_device(device.c_str(), credential.c_str(), &raw);
   volume->reset(raw);
-  if (status != bitlocker::kOk) {
-    EXPECT_EQ(raw, nullptr) << "a volume came with status " << status;
-  }
+  EXPECT_TRUE(status == bitlocker::kOk || raw == nullptr) << "a volume came with status " << status;
   return status;
 }
 
-// A FAT32 boot sector as Windows writes it, without the BitLocker marks.
+// A FAT32 boot sector's marks, without BitLocker's.
 std::vector<uint8_t> PlainFatImage() {
   std::vector<uint8_t> image(1024 * 1024, 0);
-  const uint8_t jump[] = {0xeb, 0x58, 0x90};
-  std::copy(jump, jump + 3, image.begin());
-  const char oem[] = "MSWIN4.1";
-  std::copy(oem, oem + 8, image.begin() + 3);
-  image[11] = 0x00;
-  image[12] = 0x02;  // 512 bytes per sector
-  image[13] = 8;
-  const char type[] = "FAT32   ";
-  std::copy(type, type + 8, image.begin() + 82);
+  std::memcpy(image.data(), "\xeb\x58\x90MSWIN4.1\x00\x02\x08", 14);
+  std::memcpy(image.data() + 82, "FAT32   ", 8);
   image[510] = 0x55;
   image[511] = 0xaa;
   return image;
@@ -89,6 +78,7 @@ TEST(BitlockerLibrary, ReportsEachFailureWithItsStatus) {
             bitlocker::kWrongCredential);
   EXPECT_EQ(Open(testimages::WriteScratchFile("zeros.img", std::vector<uint8_t>(65536, 0)), "x", &volume),
             bitlocker::kNotBitlocker);
+  EXPECT_EQ(Open(testimages::WriteScratchFile("tiny.img", {1, 2, 3}), "x", &volume), bitlocker::kNotBitlocker);
   EXPECT_EQ(Open(testimages::ScratchFolder() + "/missing.img", "x", &volume), bitlocker::kIoError);
 
   IVolume* raw = nullptr;
@@ -101,8 +91,9 @@ TEST(BitlockerLibrary, ExportsOnlyItsEntryPoints) {
   ASSERT_TRUE(library) << ::dlerror();
   EXPECT_TRUE(::dlsym(library, "is_bitlocker_drive"));
   EXPECT_TRUE(::dlsym(library, "open_bitlocker_device"));
-  // bitlocker::StatusName(bitlocker::Status), an engine function inside.
-  EXPECT_FALSE(::dlsym(library, "_ZN9bitlocker10StatusNameENS_6StatusE"));
+  // bitlocker::CBitlockerVolume::IsBitlocker(const std::string&), an engine function inside.
+  EXPECT_FALSE(::dlsym(library, "_ZN9bitlocker16CBitlockerVolume11IsBitlockerERKNSt7__cxx1112basic_stringIcSt11char_"
+                                "traitsIcESaIcEEE"));
   ::dlclose(library);
 }
 

@@ -1,13 +1,12 @@
 // Reading devices that only take whole blocks (raw disk devices) and block
 // devices (through a loop device, where the machine has them).
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <random>
 
 #include "CBitlockerVolume.h"
 #include "CFileSource.h"
+#include "LoopDevice.h"
 #include "TestImages.h"
 #include "VolumeReading.h"
 
@@ -46,36 +45,17 @@ TEST(CFileSource, ReadsThroughWholeBlocksAgreeWithPlainReads) {
   EXPECT_EQ(UnlockedDigest(blocks, image->password), image->decryptedSha256);
 }
 
-// Attaches an image read-only to a loop device for the life of the object.
-class CLoopDevice {
- public:
-  explicit CLoopDevice(const std::string& image) {
-    FILE* pipe = ::popen(("losetup -f --show -r '" + image + "' 2>/dev/null").c_str(), "r");
-    if (!pipe) return;
-    char line[256] = {};
-    if (std::fgets(line, sizeof(line), pipe)) device_ = line;
-    ::pclose(pipe);
-    while (!device_.empty() && (device_.back() == '\n' || device_.back() == ' ')) device_.pop_back();
-  }
-  ~CLoopDevice() {
-    if (!device_.empty()) std::system(("losetup -d '" + device_ + "'").c_str());
-  }
-  const std::string& device() const { return device_; }
-
- private:
-  std::string device_;
-};
-
 TEST(CFileSource, ReadsAVolumeOnABlockDevice) {
   std::string why;
   const testimages::Image* image = testimages::FindImage("bitlk-aes-cbc-elephant-128", &why);
   if (!image) GTEST_SKIP() << why;
-  if (::geteuid() != 0) GTEST_SKIP() << "loop devices need root";
-  CLoopDevice loop(image->path);
-  if (loop.device().empty()) GTEST_SKIP() << "no loop device could be attached (losetup missing?)";
+  why = LoopDevicesUnavailable();
+  if (!why.empty()) GTEST_SKIP() << why;
+  LoopDevice loop(image->path, 0, true);
+  ASSERT_TRUE(loop.valid());
 
-  EXPECT_TRUE(CBitlockerVolume::IsBitlocker(loop.device()));
-  std::shared_ptr<const IByteSource> device = CFileSource::Open(loop.device());
+  EXPECT_TRUE(CBitlockerVolume::IsBitlocker(loop.devicePath()));
+  std::shared_ptr<const IByteSource> device = CFileSource::Open(loop.devicePath());
   ASSERT_TRUE(device);
   EXPECT_EQ(device->Size(), CFileSource::Open(image->path)->Size());
   EXPECT_EQ(UnlockedDigest(device, image->password), image->decryptedSha256);

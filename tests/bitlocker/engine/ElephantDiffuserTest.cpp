@@ -1,8 +1,8 @@
-// The Elephant diffuser: each pass undoes its inverse, and the reading
-// direction agrees with a plain transcription of the published definition.
+// The Elephant diffuser: the reading direction agrees with a plain
+// transcription of the published definition, and each pass undoes its
+// inverse.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <random>
 #include <vector>
 
@@ -43,42 +43,22 @@ std::vector<uint8_t> DefinitionDecrypt(std::vector<uint8_t> sector, bool diffuse
   return sector;
 }
 
-TEST(ElephantDiffuser, DecryptionMatchesTheDefinition) {
+TEST(ElephantDiffuser, DecryptionMatchesTheDefinitionAndEncryptionUndoesIt) {
   for (size_t size : {512u, 1024u, 4096u}) {
     for (unsigned seed = 1; seed <= 3; ++seed) {
-      std::vector<uint8_t> sector = RandomSector(size, seed);
+      SCOPED_TRACE(size);
+      const std::vector<uint8_t> sector = RandomSector(size, seed);
       std::vector<uint8_t> a = sector, b = sector;
       DiffuserADecrypt(a.data(), a.size());
       DiffuserBDecrypt(b.data(), b.size());
-      EXPECT_EQ(a, DefinitionDecrypt(sector, true)) << size;
-      EXPECT_EQ(b, DefinitionDecrypt(sector, false)) << size;
+      EXPECT_EQ(a, DefinitionDecrypt(sector, true));
+      EXPECT_EQ(b, DefinitionDecrypt(sector, false));
+      DiffuserAEncrypt(a.data(), a.size());
+      DiffuserBEncrypt(b.data(), b.size());
+      EXPECT_EQ(a, sector);
+      EXPECT_EQ(b, sector);
     }
   }
-}
-
-TEST(ElephantDiffuser, EachPassIsUndoneByItsInverse) {
-  for (size_t size : {512u, 4096u}) {
-    std::vector<uint8_t> original = RandomSector(size, 11);
-    std::vector<uint8_t> sector = original;
-    DiffuserAEncrypt(sector.data(), size);
-    DiffuserBEncrypt(sector.data(), size);
-    EXPECT_NE(sector, original);
-    DiffuserBDecrypt(sector.data(), size);
-    DiffuserADecrypt(sector.data(), size);
-    EXPECT_EQ(sector, original) << size;
-  }
-}
-
-TEST(ElephantDiffuser, OneChangedBitSpreadsOverTheWholeSector) {
-  std::vector<uint8_t> one = RandomSector(512, 5), other = one;
-  other[100] ^= 0x10;
-  DiffuserBDecrypt(one.data(), one.size());
-  DiffuserADecrypt(one.data(), one.size());
-  DiffuserBDecrypt(other.data(), other.size());
-  DiffuserADecrypt(other.data(), other.size());
-  size_t differing = 0;
-  for (size_t i = 0; i < one.size(); i += 4) differing += std::memcmp(&one[i], &other[i], 4) != 0;
-  EXPECT_GT(differing, 120u);  // of 128 words
 }
 
 }  // namespace

@@ -3,11 +3,9 @@
 // what the engine must not read; and every shared volume's metadata held
 // against cryptsetup's, an independent parser.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <map>
 #include <sstream>
 
@@ -28,31 +26,6 @@ constexpr uint64_t kSector = 512;
 constexpr uint64_t kCopies[] = {0x2195000, 0x2c1d000, 0x373a000};
 constexpr uint64_t kStoredCopy = 0x21a5000;
 
-// The volume, unpacked once into the scratch folder; null when it is missing.
-const testimages::Image* EowImage() {
-  static testimages::Image image;
-  static const bool unpacked = [] {
-    const std::string archive = ZQ_SOURCE_DIR "/../shared/bitlocker-eow.tar.xz";
-    const std::string folder = testimages::ScratchFolder();
-    if (::access(archive.c_str(), R_OK) != 0 ||
-        std::system(("tar -S -xJf '" + archive + "' -C '" + folder + "'").c_str()) != 0) {
-      return false;
-    }
-    std::ifstream manifest(folder + "/bitlocker-eow/manifest.ini");
-    std::map<std::string, std::string> keys;
-    for (std::string line; std::getline(manifest, line);) {
-      size_t equals = line.find(" = ");
-      if (equals != std::string::npos) keys[line.substr(0, equals)] = line.substr(equals + 3);
-    }
-    image.name = "bitlk-aes-xts-128-eow";
-    image.path = folder + "/bitlocker-eow/" + keys["file"];
-    image.password = keys["password"];
-    image.recoveryPassword = keys["recovery_password"];
-    return !keys["file"].empty();
-  }();
-  return unpacked ? &image : nullptr;
-}
-
 std::vector<uint8_t> Le64(uint64_t value) {
   std::vector<uint8_t> bytes(8);
   StoreLe64(value, bytes.data());
@@ -60,11 +33,12 @@ std::vector<uint8_t> Le64(uint64_t value) {
 }
 
 TEST(EncryptOnWrite, OpensWithEachCredentialToAnNtfsVolumeOfItsSize) {
-  const testimages::Image* image = EowImage();
-  if (!image) GTEST_SKIP() << "no ../shared/bitlocker-eow.tar.xz";
+  std::string why;
+  const testimages::Image* image = testimages::EncryptOnWriteImage(&why);
+  if (!image) GTEST_SKIP() << why;
   EXPECT_TRUE(CBitlockerVolume::IsBitlocker(image->path));
   std::unique_ptr<CBitlockerVolume> volume;
-  std::string why, firstDigest;
+  std::string firstDigest;
   ASSERT_EQ(CBitlockerVolume::Open(image->path, &volume, &why), Status::kOk) << why;
   EXPECT_EQ(volume->header().identifier, HeaderIdentifier::kEncryptOnWrite);
   std::vector<uint8_t> raw(volume->deviceSize());
@@ -101,8 +75,9 @@ struct Refusal {
 };
 
 TEST(EncryptOnWrite, RefusesWhatItCannotReadWithTheReason) {
-  const testimages::Image* image = EowImage();
-  if (!image) GTEST_SKIP() << "no ../shared/bitlocker-eow.tar.xz";
+  std::string why;
+  const testimages::Image* image = testimages::EncryptOnWriteImage(&why);
+  if (!image) GTEST_SKIP() << why;
   std::shared_ptr<const IByteSource> file = CFileSource::Open(image->path);
   const uint64_t size = file->Size();
   const Refusal refusals[] = {
@@ -151,7 +126,7 @@ TEST(EncryptOnWrite, CryptsetupReadsEverySharedVolumesMetadataAsTheEngineDoes) {
     GTEST_SKIP() << "no cryptsetup (scripts/install-deps.sh installs it)";
   }
   std::vector<testimages::Image> all = *images;
-  if (EowImage()) all.push_back(*EowImage());
+  if (const testimages::Image* eow = testimages::EncryptOnWriteImage(&imagesWhy)) all.push_back(*eow);
   for (const auto& image : all) {
     SCOPED_TRACE(image.name);
     std::string dump, why;

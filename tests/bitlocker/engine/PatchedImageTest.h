@@ -13,6 +13,7 @@
 #include "CFileSource.h"
 #include "CPatchedSource.h"
 #include "TestImages.h"
+#include "VolumeReading.h"
 
 class PatchedImageTest : public ::testing::Test {
  protected:
@@ -24,9 +25,27 @@ class PatchedImageTest : public ::testing::Test {
     ASSERT_TRUE(file);
     source_ = std::make_shared<CPatchedSource>(file);
     std::unique_ptr<bitlocker::CBitlockerVolume> volume;
-    ASSERT_EQ(bitlocker::CBitlockerVolume::Open(source_, &volume, &why), bitlocker::Status::kOk)
-        << why;
+    ASSERT_EQ(bitlocker::CBitlockerVolume::Open(source_, &volume, &why), bitlocker::Status::kOk) << why;
     offsets_ = volume->header().metadataOffsets;
+  }
+
+  // Opens the patched image and unlocks it: the first failure, or kOk.
+  bitlocker::Status Unlock(const bitlocker::Credential& credential, std::string* why,
+                           std::unique_ptr<bitlocker::CUnlockedVolume>* unlocked = nullptr) {
+    std::unique_ptr<bitlocker::CBitlockerVolume> volume;
+    std::unique_ptr<bitlocker::CUnlockedVolume> ignored;
+    const bitlocker::Status status = bitlocker::CBitlockerVolume::Open(source_, &volume, why);
+    if (status != bitlocker::Status::kOk) return status;
+    return volume->Unlock(credential, unlocked ? unlocked : &ignored, why);
+  }
+
+  // Unlocks with `credential` and checks the whole volume's digest.
+  void ExpectOpensWith(const bitlocker::Credential& credential) {
+    std::unique_ptr<bitlocker::CUnlockedVolume> unlocked;
+    std::string why;
+    ASSERT_EQ(Unlock(credential, &why, &unlocked), bitlocker::Status::kOk) << why;
+    const std::vector<uint8_t> bytes = ReadWholeVolume(*unlocked);
+    EXPECT_EQ(testimages::Sha256Hex(bytes.data(), bytes.size()), image_->decryptedSha256);
   }
 
   const testimages::Image* image_ = nullptr;

@@ -18,7 +18,7 @@ TEST(MountRequestTest, ReadsTheThreeWordsAndEachOption) {
 
   ASSERT_TRUE(ParseMountRequest({"/dev/loop3", "/m", ""}, &request, &error)) << error;
   EXPECT_FALSE(request.raw);
-  EXPECT_EQ(request.umask, 0222u) << "by default everyone may read and nobody write";
+  EXPECT_EQ(request.umask, 077u) << "by default what is served is the owner's alone";
   EXPECT_EQ(request.uid, 0u);
 }
 

@@ -15,98 +15,97 @@
 
 #include "FileContents.h"
 #include "MounterHarness.h"
+#include "MountTable.h"
 #include "MounterStatus.h"
+#include "ProgramRun.h"
 #include "StubBundle.h"
+#include "TempDir.h"
 
 namespace {
 
 std::string Quoted(const std::string& text) { return "'" + text + "'"; }
 
-void WriteRandomFile(const std::string& path, size_t size) {
-  std::mt19937_64 random(size);
-  std::string bytes(size, '\0');
-  for (char& byte : bytes) byte = static_cast<char>(random());
-  std::ofstream(path, std::ios::binary) << bytes;
-}
+// An odd size, so that the last read ends inside a page.
+constexpr size_t kImageSize = 9 * 1024 * 1024 + 123;
 
 class MounterTest : public ::testing::Test {
  protected:
   void SetUp() override {
     const std::string why = FuseUnavailable();
     if (!why.empty()) GTEST_SKIP() << why;
-    root_ = MakeTempDir("zq-mounter-test-");
-    const std::string macos = root_ + "/Plain Bundle.app/Contents/MacOS";
+    const std::string macos = root_("Plain Bundle.app/Contents/MacOS");
     mounter_ = macos + "/zq-mounter";
-    // A blank in the mount point: it must reach the mounter as one word.
-    mountPoint_ = root_ + "/mount point";
+    library_ = macos + "/libBitLockerWapper.dylib";
+    // Mount points lie below a volumes folder; a blank in one must reach
+    // the mounter as part of the one word.
+    mountFolder_ = "/mnt/zq-mounter-test-" + std::to_string(getpid());
+    mountPoint_ = mountFolder_ + "/mount point";
+    image_ = root_("image");
     ASSERT_EQ(RunShell("mkdir -p " + Quoted(macos) + " " + Quoted(mountPoint_) + " && cp " + Quoted(ZQ_MOUNTER_FILE) +
-                       " " + Quoted(mounter_) + " && cp " + Quoted(ZQ_PLAIN_LIBRARY_FILE) + " " +
-                       Quoted(macos + "/libBitLockerWapper.dylib")),
+                       " " + Quoted(mounter_) + " && cp " + Quoted(ZQ_PLAIN_LIBRARY_FILE) + " " + Quoted(library_)),
               0);
+    std::mt19937_64 random(kImageSize);
+    std::string bytes(kImageSize, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    std::ofstream(image_, std::ios::binary) << bytes;
   }
 
   void TearDown() override {
-    if (root_.empty()) return;
+    if (mountPoint_.empty()) return;
     ForceUnmount(mountPoint_);
     for (int pid : LiveProcessesWithWord(mountPoint_)) kill(pid, SIGKILL);
-    RunShell("rm -rf " + Quoted(root_));
+    rmdir(mountPoint_.c_str());
+    rmdir(mountFolder_.c_str());
   }
 
-  MounterRun Mount(const std::string& device, const std::string& options, const std::string& credential = "plain") {
-    return RunProgram(mounter_, {device, mountPoint_, options, credential});
+  ProgramRun Mount(const std::string& options, const std::string& credential = "plain") {
+    return RunProgram(mounter_, {image_, mountPoint_, options}, credential + "\n");
   }
 
   // Unmounts the mount point as a user would and checks that the mounter
   // and any driver it started are gone, with their mounts.
-  void ExpectUmountReleasesEverything(const std::string& device) {
+  void ExpectUmountReleasesEverything() {
     ASSERT_EQ(umount(mountPoint_.c_str()), 0) << std::strerror(errno);
     EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << "a mounter or driver process is left";
     EXPECT_FALSE(MountedAt(mountPoint_));
-    EXPECT_TRUE(MountPointsOfSource(device).empty()) << "the staging mount is left";
+    EXPECT_TRUE(MountPointsOfSource(image_).empty()) << "the staging mount is left";
   }
 
-  std::string root_;
-  std::string mounter_;
-  std::string mountPoint_;
+  TempDir root_;
+  std::string mounter_, library_, mountFolder_, mountPoint_, image_;
 };
 
-TEST_F(MounterTest, RawServesTheWholeFileReadOnlyUntilUnmounted) {
-  // An odd size, so that the last read ends inside a page.
-  const std::string image = root_ + "/image";
-  WriteRandomFile(image, 9 * 1024 * 1024 + 123);
-
-  const MounterRun run = Mount(image, "raw");
-  ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
-  ASSERT_TRUE(MountedAt(mountPoint_));
-
-  struct stat info;
-  ASSERT_EQ(stat((mountPoint_ + "/volume").c_str(), &info), 0);
-  EXPECT_EQ(info.st_size, 9 * 1024 * 1024 + 123);
-  EXPECT_EQ(info.st_mode & 07777, 0444u);
-  EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), FileSha256(image));
-  EXPECT_LT(open((mountPoint_ + "/volume").c_str(), O_WRONLY), 0);
-  EXPECT_LT(open((mountPoint_ + "/other").c_str(), O_RDONLY), 0);
-
-  ExpectUmountReleasesEverything(image);
-}
-
-TEST_F(MounterTest, OwnershipOptionsReachTheServedFile) {
-  const std::string image = root_ + "/image";
-  WriteRandomFile(image, 4096);
-  const MounterRun run = Mount(image, "raw,uid=1234,gid=99,umask=027");
-  ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
-  struct stat info;
-  ASSERT_EQ(stat((mountPoint_ + "/volume").c_str(), &info), 0);
-  EXPECT_EQ(info.st_uid, 1234u);
-  EXPECT_EQ(info.st_gid, 99u);
-  EXPECT_EQ(info.st_mode & 07777, 0440u);
-  ExpectUmountReleasesEverything(image);
+TEST_F(MounterTest, RawServesTheWholeFileReadOnlyWithTheOwnershipAskedFor) {
+  struct Ownership {
+    const char* options;
+    uid_t uid;
+    gid_t gid;
+    mode_t mode;
+  };
+  // Nobody is at the machine here, so what is served is root's alone
+  // unless the options share it.
+  for (const Ownership& expected : {Ownership{"raw", 0, 0, 0400}, Ownership{"raw,uid=0,gid=0,umask=022", 0, 0, 0444}}) {
+    SCOPED_TRACE(expected.options);
+    const ProgramRun run = Mount(expected.options);
+    ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
+    struct stat info;
+    ASSERT_EQ(stat((mountPoint_ + "/volume").c_str(), &info), 0);
+    EXPECT_EQ(info.st_size, static_cast<off_t>(kImageSize));
+    EXPECT_EQ(info.st_uid, expected.uid);
+    EXPECT_EQ(info.st_gid, expected.gid);
+    EXPECT_EQ(info.st_mode & 07777, expected.mode);
+    EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), FileSha256(image_));
+    EXPECT_LT(open((mountPoint_ + "/volume").c_str(), O_WRONLY), 0);
+    EXPECT_LT(open((mountPoint_ + "/other").c_str(), O_RDONLY), 0);
+    const std::optional<MountEntry> mount = TopMountAt(ReadMountTable(), mountPoint_);
+    ASSERT_TRUE(mount);
+    EXPECT_NE(mount->options.find("nosuid,nodev"), std::string::npos) << mount->options;
+    ExpectUmountReleasesEverything();
+  }
 }
 
 TEST_F(MounterTest, StopSignalTakesTheMountDown) {
-  const std::string image = root_ + "/image";
-  WriteRandomFile(image, 4096);
-  ASSERT_EQ(Mount(image, "raw").status, bitlocker::kOk);
+  ASSERT_EQ(Mount("raw").status, bitlocker::kOk);
   const std::vector<int> servers = LiveProcessesWithWord(mountPoint_);
   ASSERT_EQ(servers.size(), 1u);
   kill(servers[0], SIGTERM);
@@ -114,61 +113,50 @@ TEST_F(MounterTest, StopSignalTakesTheMountDown) {
   EXPECT_FALSE(MountedAt(mountPoint_));
 }
 
-struct Refusal {
-  const char* what;
-  std::vector<std::string> words;  // "IMAGE" and "MOUNT" stand for the test's paths
-  int status;
-};
-
 TEST_F(MounterTest, EachFailureHasItsOwnStatusAndMountsNothing) {
-  const std::string image = root_ + "/image";
-  WriteRandomFile(image, 64 * 1024);
-  const std::vector<Refusal> refusals = {
-      {"three words", {"IMAGE", "MOUNT", "raw"}, kMounterUsage},
-      {"five words", {"IMAGE", "MOUNT", "raw", "plain", "more"}, kMounterUsage},
-      {"unknown option", {"IMAGE", "MOUNT", "raw,fast", "plain"}, kMounterUsage},
-      {"umask not octal", {"IMAGE", "MOUNT", "umask=089", "plain"}, kMounterUsage},
-      {"mount point is a file", {"IMAGE", "IMAGE", "raw", "plain"}, kMounterUsage},
-      {"not BitLocker", {"IMAGE", "MOUNT", "raw", "not-bitlocker"}, bitlocker::kNotBitlocker},
-      {"wrong credential", {"IMAGE", "MOUNT", "raw", "guess"}, bitlocker::kWrongCredential},
-      {"unsupported volume", {"IMAGE", "MOUNT", "raw", "unsupported"}, bitlocker::kUnsupported},
-      {"no file system inside", {"IMAGE", "MOUNT", "", "plain"}, bitlocker::kUnsupported},
-      {"device missing", {"/dev/zq-no-such-device", "MOUNT", "raw", "plain"}, bitlocker::kIoError},
+  struct Refusal {
+    const char* what;
+    std::vector<std::string> words;
+    std::string input;
+    int status;
+  };
+  const Refusal refusals[] = {
+      {"a credential as a word", {image_, mountPoint_, "raw", "plain"}, "plain\n", kMounterUsage},
+      {"no credential", {image_, mountPoint_, "raw"}, "", kMounterUsage},
+      {"mount point is a file", {image_, image_, "raw"}, "plain\n", kMounterUsage},
+      {"mount point outside the volumes folders", {image_, root_("elsewhere"), "raw"}, "plain\n", kMounterUsage},
+      {"a third user as owner", {image_, mountPoint_, "raw,uid=1234"}, "plain\n", kMounterUsage},
+      {"not BitLocker", {image_, mountPoint_, "raw"}, "not-bitlocker\n", bitlocker::kNotBitlocker},
+      {"wrong credential", {image_, mountPoint_, "raw"}, "guess\n", bitlocker::kWrongCredential},
+      {"unsupported volume", {image_, mountPoint_, "raw"}, "unsupported\n", bitlocker::kUnsupported},
+      {"no file system inside", {image_, mountPoint_, ""}, "plain\n", bitlocker::kUnsupported},
+      {"device missing", {"/dev/zq-no-such-device", mountPoint_, "raw"}, "plain\n", bitlocker::kIoError},
   };
   for (const Refusal& refusal : refusals) {
-    std::vector<std::string> words = refusal.words;
-    for (std::string& word : words) {
-      if (word == "IMAGE") word = image;
-      if (word == "MOUNT") word = mountPoint_;
-    }
-    const MounterRun run = RunProgram(mounter_, words);
-    EXPECT_EQ(run.status, refusal.status) << refusal.what << ": " << run.errors;
-    EXPECT_FALSE(run.errors.empty()) << refusal.what << " says nothing";
-    EXPECT_FALSE(MountedAt(mountPoint_)) << refusal.what;
-    EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << refusal.what;
+    SCOPED_TRACE(refusal.what);
+    const ProgramRun run = RunProgram(mounter_, refusal.words, refusal.input);
+    EXPECT_EQ(run.status, refusal.status) << run.errors;
+    EXPECT_FALSE(run.errors.empty()) << "says nothing";
+    EXPECT_FALSE(MountedAt(mountPoint_));
+    EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
   }
-}
 
-TEST_F(MounterTest, MissingLibraryIsReported) {
-  ASSERT_EQ(unlink((root_ + "/Plain Bundle.app/Contents/MacOS/libBitLockerWapper.dylib").c_str()), 0);
-  const std::string image = root_ + "/image";
-  WriteRandomFile(image, 4096);
-  EXPECT_EQ(Mount(image, "raw").status, kMounterNoLibrary);
+  ASSERT_EQ(unlink(library_.c_str()), 0);
+  EXPECT_EQ(Mount("raw").status, kMounterNoLibrary);
   EXPECT_FALSE(MountedAt(mountPoint_));
 }
 
 TEST_F(MounterTest, FileSystemThatNoDriverTakesMountsNothing) {
   // An NTFS signature over zeros: detected as NTFS, refused by every driver.
-  const std::string image = root_ + "/image";
   std::string bytes(1024 * 1024, '\0');
   bytes.replace(3, 8, "NTFS    ");
-  std::ofstream(image, std::ios::binary) << bytes;
+  std::ofstream(image_, std::ios::binary | std::ios::trunc) << bytes;
 
-  const MounterRun run = Mount(image, "");
+  const ProgramRun run = Mount("");
   EXPECT_EQ(run.status, kMounterMountFailed) << run.errors;
   EXPECT_NE(run.errors.find("NTFS"), std::string::npos) << run.errors;
   EXPECT_FALSE(MountedAt(mountPoint_));
-  EXPECT_TRUE(MountPointsOfSource(image).empty()) << "the staging mount is left";
+  EXPECT_TRUE(MountPointsOfSource(image_).empty()) << "the staging mount is left";
   EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
 }
 
@@ -176,17 +164,11 @@ TEST_F(MounterTest, FileSystemThatNoDriverTakesMountsNothing) {
 // distribution's tools.
 struct FilesystemCase {
   const char* name;
-  const char* tool;    // must be installed
-  const char* make;    // shell command; IMAGE and FILE are replaced
+  const char* tool;  // must be installed
+  const char* make;  // shell command on "$IMAGE", putting "$FILE" in it
 };
 
 void PrintTo(const FilesystemCase& param, std::ostream* out) { *out << param.name; }
-
-std::string Substituted(std::string command, const std::string& image, const std::string& file) {
-  for (size_t at; (at = command.find("IMAGE")) != std::string::npos;) command.replace(at, 5, Quoted(image));
-  for (size_t at; (at = command.find("FILE")) != std::string::npos;) command.replace(at, 4, Quoted(file));
-  return command;
-}
 
 class MounterFilesystemTest : public MounterTest, public ::testing::WithParamInterface<FilesystemCase> {};
 
@@ -194,35 +176,38 @@ TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
   const FilesystemCase& param = GetParam();
   if (RunShell(std::string("command -v ") + param.tool + " >/dev/null") != 0)
     GTEST_SKIP() << param.tool << " is not installed";
-  const std::string image = root_ + "/image";
-  const std::string file = root_ + "/hello.txt";
+  const std::string file = root_("hello.txt");
   const std::string text = std::string("hello from ") + param.name + "\n";
   std::ofstream(file) << text;
-  ASSERT_EQ(RunShell("truncate -s 48M " + Quoted(image) + " && (" + Substituted(param.make, image, file) +
-                     ") >/dev/null 2>&1"),
+  ASSERT_EQ(RunShell("IMAGE=" + Quoted(image_) + " FILE=" + Quoted(file) + "; truncate -s 0 \"$IMAGE\" && truncate -s 48M \"$IMAGE\" && (" +
+                     param.make + ") >/dev/null 2>&1"),
             0);
 
-  const MounterRun run = Mount(image, "uid=1000,umask=077");
+  const ProgramRun run = Mount("umask=077");
   ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
   EXPECT_EQ(ReadFile(mountPoint_ + "/hello.txt"), text);
   EXPECT_LT(open((mountPoint_ + "/new.txt").c_str(), O_WRONLY | O_CREAT, 0644), 0) << "the mount is writable";
-  const std::vector<std::string> staging = MountPointsOfSource(image);
+  const std::vector<std::string> staging = MountPointsOfSource(image_);
   ASSERT_EQ(staging.size(), 1u) << "one staging mount of the raw volume";
-  const std::string stagingFolder = staging[0];
+  for (const std::string& at : {mountPoint_, staging[0]}) {
+    const std::optional<MountEntry> mount = TopMountAt(ReadMountTable(), at);
+    ASSERT_TRUE(mount) << at;
+    EXPECT_NE(mount->options.find("nosuid,nodev"), std::string::npos) << at << ": " << mount->options;
+  }
 
-  ExpectUmountReleasesEverything(image);
-  EXPECT_TRUE(LoopDevicesBackedBy(stagingFolder).empty()) << "a loop device is left";
-  EXPECT_NE(access(stagingFolder.c_str(), F_OK), 0) << "the staging folder is left";
+  ExpectUmountReleasesEverything();
+  EXPECT_TRUE(LoopDevicesBackedBy(staging[0]).empty()) << "a loop device is left";
+  EXPECT_NE(access(staging[0].c_str(), F_OK), 0) << "the staging folder is left";
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Drivers, MounterFilesystemTest,
     ::testing::Values(
-        FilesystemCase{"FAT", "mcopy", "mkfs.fat IMAGE && mcopy -i IMAGE FILE ::hello.txt"},
-        FilesystemCase{"NTFS", "ntfscp", "mkntfs -F -f -q IMAGE && ntfscp IMAGE FILE hello.txt"},
+        FilesystemCase{"FAT", "mcopy", "mkfs.fat \"$IMAGE\" && mcopy -i \"$IMAGE\" \"$FILE\" ::hello.txt"},
+        FilesystemCase{"NTFS", "ntfscp", "mkntfs -F -f -q \"$IMAGE\" && ntfscp \"$IMAGE\" \"$FILE\" hello.txt"},
         FilesystemCase{"exFAT", "mkfs.exfat",
-                       "mkfs.exfat IMAGE && d=$(mktemp -d) && mount -t exfat-fuse -o loop IMAGE $d && "
-                       "cp FILE $d/hello.txt && umount $d && rmdir $d"}),
+                       "mkfs.exfat \"$IMAGE\" && d=$(mktemp -d) && mount -t exfat-fuse -o loop \"$IMAGE\" $d && "
+                       "cp \"$FILE\" $d/hello.txt && umount $d && rmdir $d"}),
     [](const ::testing::TestParamInfo<FilesystemCase>& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -1,10 +1,7 @@
 #include "MounterHarness.h"
 
 #include <dirent.h>
-#include <fcntl.h>
-#include <openssl/evp.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -14,16 +11,10 @@
 #include <sstream>
 #include <thread>
 
-#include "StubBundle.h"
+#include "FileContents.h"
+#include "TestImages.h"
 
 namespace {
-
-std::string ReadWhole(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
 
 std::string Unescaped(const std::string& field) {
   std::string plain;
@@ -66,28 +57,6 @@ std::string FuseUnavailable() {
   return "";
 }
 
-MounterRun RunProgram(const std::string& program, const std::vector<std::string>& words) {
-  MounterRun run;
-  FILE* errors = std::tmpfile();
-  if (errors == nullptr) return run;
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(fileno(errors), STDERR_FILENO);
-    std::vector<char*> argv = {const_cast<char*>(program.c_str())};
-    for (const std::string& word : words) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    execv(program.c_str(), argv.data());
-    _exit(127);
-  }
-  int status = 0;
-  if (child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status)) run.status = WEXITSTATUS(status);
-  std::rewind(errors);
-  char buffer[4096];
-  for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, errors)) > 0;) run.errors.append(buffer, got);
-  std::fclose(errors);
-  return run;
-}
-
 bool MountedAt(const std::string& path) {
   for (const Mount& mount : Mounts())
     if (mount.point == path) return true;
@@ -109,10 +78,10 @@ std::vector<int> LiveProcessesWithWord(const std::string& text) {
     const int pid = std::atoi(entry->d_name);
     if (pid <= 0 || pid == getpid()) continue;
     const std::string base = std::string("/proc/") + entry->d_name;
-    const std::string stat = ReadWhole(base + "/stat");
+    const std::string stat = ReadFile(base + "/stat");
     const size_t close = stat.rfind(')');
     if (close == std::string::npos || close + 2 >= stat.size() || stat[close + 2] == 'Z') continue;
-    std::istringstream words(ReadWhole(base + "/cmdline"));
+    std::istringstream words(ReadFile(base + "/cmdline"));
     for (std::string word; std::getline(words, word, '\0');) {
       if (word == text) {
         found.push_back(pid);
@@ -139,7 +108,7 @@ std::vector<std::string> LoopDevicesBackedBy(const std::string& prefix) {
   while (const dirent* entry = readdir(block.get())) {
     const std::string name = entry->d_name;
     if (name.rfind("loop", 0) != 0) continue;
-    std::string backing = ReadWhole("/sys/block/" + name + "/loop/backing_file");
+    std::string backing = ReadFile("/sys/block/" + name + "/loop/backing_file");
     if (!backing.empty() && backing.back() == '\n') backing.pop_back();
     if (!backing.empty() && backing.rfind(prefix, 0) == 0) devices.push_back("/dev/" + name);
   }
@@ -147,25 +116,9 @@ std::vector<std::string> LoopDevicesBackedBy(const std::string& prefix) {
 }
 
 std::string FileSha256(const std::string& path) {
-  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return "";
-  std::unique_ptr<EVP_MD_CTX, void (*)(EVP_MD_CTX*)> context(EVP_MD_CTX_new(), EVP_MD_CTX_free);
-  EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr);
-  std::vector<char> buffer(1 << 20);
-  ssize_t got;
-  while ((got = read(fd, buffer.data(), buffer.size())) > 0) EVP_DigestUpdate(context.get(), buffer.data(), got);
-  close(fd);
-  if (got < 0) return "";
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned length = 0;
-  EVP_DigestFinal_ex(context.get(), digest, &length);
-  std::string hex;
-  char pair[3];
-  for (unsigned i = 0; i < length; ++i) {
-    std::snprintf(pair, sizeof pair, "%02x", digest[i]);
-    hex += pair;
-  }
-  return hex;
+  if (access(path.c_str(), R_OK) != 0) return "";
+  const std::string bytes = ReadFile(path);
+  return testimages::Sha256Hex(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
 }
 
 void ForceUnmount(const std::string& mountPoint) {

@@ -24,6 +24,10 @@ struct Image {
 // (the reason is in *why).  The folder is removed when the process ends.
 const std::vector<Image>* Images(std::string* why);
 
+// The encrypt-on-write volume of ../shared/bitlocker-eow.tar.xz, which no
+// digest describes; null when missing.
+const Image* EncryptOnWriteImage(std::string* why);
+
 // The image of that name, or null.
 const Image* FindImage(const std::string& name, std::string* why);
 

@@ -1,5 +1,5 @@
-// What the mounter's tests share: running a mounter program, looking at the
-// mount table and the process table, and digests of files.
+// What the tests of mounting programs share: looking at the mount table
+// and the process table, and digests of files.
 #ifndef ZQ_TESTS_BITLOCKER_MOUNTER_MOUNTERHARNESS_H_
 #define ZQ_TESTS_BITLOCKER_MOUNTER_MOUNTERHARNESS_H_
 
@@ -9,16 +9,7 @@
 // Why FUSE mounts cannot be made here, or empty when they can.
 std::string FuseUnavailable();
 
-struct MounterRun {
-  int status = -1;     // the exit status, or -1 when it did not exit normally
-  std::string errors;  // what it wrote on standard error
-};
-
-// Runs `program` with `words` (the program name not included) and waits
-// for it to end.
-MounterRun RunProgram(const std::string& program, const std::vector<std::string>& words);
-
-// Whether anything is mounted at `path`, or at any path below it.
+// Whether something is mounted at `path`.
 bool MountedAt(const std::string& path);
 
 // The mount points of every mount whose source is `source`.
