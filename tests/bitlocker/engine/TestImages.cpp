@@ -85,7 +85,7 @@ Unpacked Unpack() {
   }
   std::string root = folder + "/bitlocker-images";
   for (const auto& [name, keys] : ReadIni(root + "/manifest.ini")) {
-    auto value = [&](const char* key) {
+    auto value = [&keys = keys](const char* key) {
       auto found = keys.find(key);
       return found == keys.end() ? std::string() : found->second;
     };
