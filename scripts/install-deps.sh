@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests and the benchmarks need
-# (run as root).  dislocker and libbde-utils are only the benchmarks'
+# Installs the Debian packages the build, the tests, the macOS compile check
+# (clang and libc++) and the benchmarks need (run as root).  dislocker and libbde-utils are only the benchmarks'
 # reference readers; the product never links them.
 set -euo pipefail
 
@@ -10,7 +10,7 @@ packages=(
   libssl-dev libfuse3-dev fuse3
   python3 util-linux mount xz-utils openssl
   dosfstools mtools ntfs-3g exfat-fuse exfatprogs fusefat e2fsprogs
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev libc++-14-dev
   dislocker libbde-utils
 )
 
