@@ -31,3 +31,7 @@ set(CMAKE_CXX_FLAGS_INIT "-stdlib=libc++ ${macos_headers}")
 # libcrypto stands in for the one the bundle carries.
 set(OPENSSL_INCLUDE_DIR /usr/include CACHE PATH "")
 set(OPENSSL_CRYPTO_LIBRARY /usr/lib/x86_64-linux-gnu/libcrypto.a CACHE FILEPATH "")
+
+# macFUSE's pkg-config file, and no other.
+set(ENV{PKG_CONFIG_LIBDIR} "${CMAKE_CURRENT_LIST_DIR}/pkgconfig")
+set(ENV{PKG_CONFIG_PATH} "")
