@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
 
 #include "FilesystemMount.h"
@@ -86,7 +88,15 @@ int CMountSession::StartFilesystem(std::string* message) {
     *message = std::string("no staging folder under ") + kStagingRoot + ": " + std::strerror(errno);
     return kMounterMountFailed;
   }
-  stagingFolder_ = folder;
+  // The mount table names mount points by their real path, and the staging
+  // root may lie behind a symbolic link (/var on macOS).
+  char resolved[PATH_MAX];
+  if (realpath(folder.c_str(), resolved) == nullptr) {
+    *message = "the staging folder " + folder + " cannot be resolved: " + std::strerror(errno);
+    rmdir(folder.c_str());
+    return kMounterMountFailed;
+  }
+  stagingFolder_ = resolved;
   CVolumeFuseServer::Options options;
   options.sourceName = request_.rawDevice;
   options.fileMode = 0400;
