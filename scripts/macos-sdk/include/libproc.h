@@ -39,7 +39,6 @@ extern "C" {
 #endif
 int proc_listpids(uint32_t type, uint32_t typeinfo, void* buffer, int bufferSize);
 int proc_pidinfo(int pid, int flavor, uint64_t argument, void* buffer, int bufferSize);
-int proc_name(int pid, void* buffer, uint32_t bufferSize);
 #ifdef __cplusplus
 }
 #endif

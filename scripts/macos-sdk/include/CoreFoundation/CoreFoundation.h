@@ -20,7 +20,6 @@ typedef struct __CFBundle* CFBundleRef;
 
 extern const CFAllocatorRef kCFAllocatorDefault;
 
-CFTypeRef CFRetain(CFTypeRef object);
 void CFRelease(CFTypeRef object);
 CFTypeID CFGetTypeID(CFTypeRef object);
 

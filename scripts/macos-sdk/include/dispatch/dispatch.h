@@ -11,9 +11,7 @@ typedef dispatch_queue_s* dispatch_queue_t;
 typedef dispatch_queue_global_s* dispatch_queue_global_t;
 typedef void (*dispatch_function_t)(void* context);
 
-#define DISPATCH_QUEUE_PRIORITY_HIGH 2
 #define DISPATCH_QUEUE_PRIORITY_DEFAULT 0
-#define DISPATCH_QUEUE_PRIORITY_LOW (-2)
 
 extern "C" {
 dispatch_queue_global_t dispatch_get_global_queue(intptr_t identifier, uintptr_t flags);
