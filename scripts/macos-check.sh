@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 
 dir=${ZQ_MACOS_CHECK_DIR:-build-macos-check}
 cmake -S . -B "$dir" -DCMAKE_TOOLCHAIN_FILE="$PWD/scripts/macos-sdk/toolchain.cmake" \
-  -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DZQ_BUILD_TESTS=OFF >/dev/null
+  -DCMAKE_EXPORT_COMPILE_COMMANDS=ON >/dev/null
 
 python3 - "$dir/compile_commands.json" <<'PYTHON'
 import concurrent.futures, json, os, shlex, subprocess, sys
