@@ -18,9 +18,13 @@ FuseMount* MountFuse(const std::string& mountPoint, const std::string& options, 
   fuse_args arguments = FUSE_ARGS_INIT(3, const_cast<char**>(argv));
   auto* mount = new FuseMount{mountPoint};
   mount->channel = fuse_mount(mountPoint.c_str(), &arguments);
+  if (mount->channel != nullptr)
+    mount->session = fuse_lowlevel_new(&arguments, &operations, sizeof operations, userData);
+  // Reading the options replaced them with copies of the library's own.
+  fuse_opt_free_args(&arguments);
   if (mount->channel == nullptr) {
     *error = "macFUSE could not mount " + mountPoint + " (is macFUSE installed?)";
-  } else if ((mount->session = fuse_lowlevel_new(&arguments, &operations, sizeof operations, userData)) == nullptr) {
+  } else if (mount->session == nullptr) {
     *error = "the FUSE session could not be made";
   } else {
     fuse_session_add_chan(mount->session, mount->channel);

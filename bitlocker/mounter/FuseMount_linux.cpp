@@ -24,6 +24,8 @@ FuseMount* MountFuse(const std::string& mountPoint, const std::string& options, 
   fuse_args arguments = FUSE_ARGS_INIT(3, const_cast<char**>(argv));
   auto* mount = new FuseMount;
   mount->session = fuse_session_new(&arguments, &operations, sizeof operations, userData);
+  // Reading the options replaced them with copies of the library's own.
+  fuse_opt_free_args(&arguments);
   if (mount->session == nullptr) {
     *error = "the FUSE session could not be made";
   } else if (fuse_session_mount(mount->session, mountPoint.c_str()) != 0) {

@@ -31,6 +31,7 @@ struct fuse_args {
   int allocated;
 };
 #define FUSE_ARGS_INIT(argc, argv) {argc, argv, 0}
+void fuse_opt_free_args(struct fuse_args* arguments);
 
 struct fuse_file_info {
   int flags;
