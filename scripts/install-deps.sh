@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests and the benchmarks need
-# (run as root).  dislocker and libbde-utils are only the benchmarks'
-# reference readers, and cryptsetup-bin's bitlkDump the tests' independent
-# reader of metadata; the product never links them.
+# Installs the Debian packages the build, the tests, the macOS compile check
+# (clang and libc++) and the benchmarks need (run as root).  dislocker and
+# libbde-utils are only the benchmarks' reference readers, and
+# cryptsetup-bin's bitlkDump the tests' independent reader of metadata; the
+# product never links them.
 set -euo pipefail
 
 packages=(
@@ -11,7 +12,7 @@ packages=(
   libssl-dev libfuse3-dev fuse3 libsystemd-dev
   python3 util-linux mount xz-utils openssl
   dosfstools mtools ntfs-3g exfat-fuse exfatprogs fusefat e2fsprogs
-  clang libclang-rt-14-dev
+  clang libclang-rt-14-dev libc++-14-dev
   dislocker libbde-utils cryptsetup-bin
 )
 

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Installs what the tests need, builds, and runs every test through CTest:
-# once in a normal build (with the two-minute load test) and once under
-# AddressSanitizer and UndefinedBehaviorSanitizer; then a short run of each
-# fuzzer.
+# Installs what the tests need, checks that the macOS build compiles, builds,
+# and runs every test through CTest: once in a normal build (with the
+# two-minute load test) and once under AddressSanitizer and
+# UndefinedBehaviorSanitizer; then a short run of each fuzzer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 ./scripts/install-deps.sh
+./scripts/macos-check.sh
 
 jobs=$(nproc)
 run_suite() {

@@ -46,7 +46,7 @@ bool WriteAll(int fd, const std::string& contents) {
 
 }  // namespace
 
-bool WriteFileAtomically(const std::string& path, const std::string& contents) {
+bool WriteFileAtomically(const std::string& path, const std::string& contents, mode_t mode) {
   const size_t slash = path.rfind('/');
   const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
   const std::string baseName = slash == std::string::npos ? path : path.substr(slash + 1);
@@ -55,7 +55,7 @@ bool WriteFileAtomically(const std::string& path, const std::string& contents) {
   std::string tempPath;
   const int fd = OpenFreshFile(folder, baseName, &tempPath);
   if (fd < 0) return false;
-  bool written = WriteAll(fd, contents) && fsync(fd) == 0;
+  bool written = fchmod(fd, mode) == 0 && WriteAll(fd, contents) && fsync(fd) == 0;
   written = close(fd) == 0 && written;
   if (written && rename(tempPath.c_str(), path.c_str()) == 0) return true;
   unlink(tempPath.c_str());

@@ -2,7 +2,8 @@
 //
 // Each function here has one implementation per platform: Platform_linux.cpp
 // on Linux and Platform_apple.cpp on macOS.  Nothing outside those two files
-// asks which platform it runs on.
+// asks which platform it runs on.  The property-list writer is the one
+// exception: it is the same on both (XmlPropertyList.cpp).
 #ifndef ZQ_SYSTEM_PLATFORM_H_
 #define ZQ_SYSTEM_PLATFORM_H_
 
@@ -21,8 +22,8 @@ namespace platform {
 
 // ---- Process table ----------------------------------------------------
 
-// The longest short command name the kernel keeps for a process
-// (16 characters on macOS, 15 on Linux).
+// The longest short command name this seam reports for a process
+// (15 characters on both platforms).
 extern const size_t kShortNameLength;
 
 struct ProcessRecord {
@@ -70,7 +71,7 @@ ssize_t WriteWithoutSigpipe(int fd, const void* buffer, size_t length);
 std::string RawDeviceName(dev_t blockDevice);
 
 // The device's logical block size from the disk ioctl, or nullopt when the
-// descriptor is not a disk that answers it.
+// descriptor is not a disk that answers it with a size above zero.
 std::optional<uint32_t> DeviceBlockSize(int fd);
 
 // Where the volume on /dev/<bsdName> is mounted; nullopt when it is not.
@@ -116,8 +117,8 @@ using PropertyValue = std::variant<std::string, bool, std::vector<std::string>>;
 using PropertyList = std::vector<std::pair<std::string, PropertyValue>>;
 
 // Writes `list` as an XML property list to a temporary file in the same
-// folder, then renames it over `path`.  A failed write leaves any earlier
-// file in place.
+// folder, with mode 0644, then renames it over `path`.  A failed write
+// leaves any earlier file in place.
 bool WritePropertyListAtomically(const std::string& path, const PropertyList& list);
 
 }  // namespace platform

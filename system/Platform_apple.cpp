@@ -1,7 +1,6 @@
-// The platform seam on macOS: sysctl and libproc for the process table,
-// devname_r, the disk ioctl and DiskArbitration for disks, posix_spawn for
-// children, libdispatch for background work, and CoreFoundation for the
-// main bundle and for property lists.
+// The platform seam on macOS: libproc for the process table, devname_r,
+// the disk ioctl and DiskArbitration for disks, posix_spawn for children,
+// libdispatch for background work, and CoreFoundation for the main bundle.
 #include <CoreFoundation/CoreFoundation.h>
 #include <DiskArbitration/DiskArbitration.h>
 #include <dispatch/dispatch.h>
@@ -14,7 +13,6 @@
 #include <sys/ioctl.h>
 #include <sys/param.h>
 #include <sys/stat.h>
-#include <sys/sysctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,14 +21,16 @@
 #include <memory>
 #include <mutex>
 
-#include "AtomicFile.h"
 #include "Platform.h"
 
 extern char** environ;
 
 namespace platform {
 
-const size_t kShortNameLength = MAXCOMLEN;
+// Apple documents no length for the name libproc gives; its header declares
+// pbi_comm as MAXCOMLEN bytes.  Every name here is cut at MAXCOMLEN - 1, so
+// names compare equal whether or not the kernel fills the last byte.
+const size_t kShortNameLength = MAXCOMLEN - 1;
 
 namespace {
 
@@ -58,25 +58,19 @@ std::string FileSystemPath(CFURLRef url) {
   return path;
 }
 
-// Null for text that is not UTF-8.
-CFStringRef CreateString(const std::string& text) {
-  return CFStringCreateWithBytes(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-                                 static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8, false);
-}
-
-CFTypeRef CreateValue(const PropertyValue& value) {
-  if (const bool* flag = std::get_if<bool>(&value)) return CFRetain(*flag ? kCFBooleanTrue : kCFBooleanFalse);
-  if (const std::string* text = std::get_if<std::string>(&value)) return CreateString(*text);
-  CFMutableArrayRef array = CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
-  for (const std::string& item : std::get<std::vector<std::string>>(value)) {
-    CFHolder<CFStringRef> string(CreateString(item));
-    if (string.get() == nullptr) {
-      CFRelease(array);
-      return nullptr;
-    }
-    CFArrayAppendValue(array, string.get());
+// Every process id, in the kernel's order; 0 or an errno value.
+int ReadProcessIds(std::vector<pid_t>* ids) {
+  const int bytes = proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0);
+  if (bytes <= 0) return errno;
+  // Room for processes started between the two calls.
+  ids->assign(static_cast<size_t>(bytes) / sizeof(pid_t) + 16, 0);
+  const int filled = proc_listpids(PROC_ALL_PIDS, 0, ids->data(), static_cast<int>(ids->size() * sizeof(pid_t)));
+  if (filled <= 0) {
+    ids->clear();
+    return errno;
   }
-  return array;
+  ids->resize(static_cast<size_t>(filled) / sizeof(pid_t));
+  return 0;
 }
 
 std::mutex bundleMutex;
@@ -91,33 +85,18 @@ void RunWork(void* context) {
 
 int SnapshotProcesses(std::vector<ProcessRecord>* records) {
   records->clear();
-  int name[3] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL};
-  for (;;) {
-    size_t size = 0;
-    if (sysctl(name, 3, nullptr, &size, nullptr, 0) != 0) return errno;
-    std::unique_ptr<kinfo_proc, decltype(&free)> table(static_cast<kinfo_proc*>(malloc(size)), free);
-    if (table == nullptr) return ENOMEM;
-    if (sysctl(name, 3, table.get(), &size, nullptr, 0) != 0) {
-      // ENOMEM: the table grew between the two calls; ask again.
-      if (errno == ENOMEM) continue;
-      return errno;
-    }
-    const size_t count = size / sizeof(kinfo_proc);
-    for (size_t i = 0; i < count; ++i) {
-      const extern_proc& process = table.get()[i].kp_proc;
-      records->push_back({process.p_pid, std::string(process.p_comm, strnlen(process.p_comm, sizeof process.p_comm))});
-    }
-    return 0;
+  std::vector<pid_t> ids;
+  if (const int error = ReadProcessIds(&ids)) return error;
+  for (pid_t pid : ids) {
+    // A process that ended since the listing is simply left out.
+    if (std::optional<std::string> name = ProcessShortName(pid)) records->push_back({pid, std::move(*name)});
   }
+  return 0;
 }
 
 std::vector<pid_t> ListProcessIds() {
-  const int bytes = proc_listpids(PROC_ALL_PIDS, 0, nullptr, 0);
-  if (bytes <= 0) return {};
-  std::vector<pid_t> ids(static_cast<size_t>(bytes) / sizeof(pid_t) + 1, 0);
-  const int filled = proc_listpids(PROC_ALL_PIDS, 0, ids.data(), static_cast<int>(ids.size() * sizeof(pid_t)));
-  if (filled <= 0) return {};
-  ids.resize(static_cast<size_t>(filled) / sizeof(pid_t));
+  std::vector<pid_t> ids;
+  ReadProcessIds(&ids);
   return ids;
 }
 
@@ -125,7 +104,7 @@ std::optional<std::string> ProcessShortName(pid_t pid) {
   proc_bsdinfo info;
   std::memset(&info, 0, sizeof info);
   if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof info) <= 0) return std::nullopt;
-  return std::string(info.pbi_comm, strnlen(info.pbi_comm, sizeof info.pbi_comm));
+  return std::string(info.pbi_comm, strnlen(info.pbi_comm, kShortNameLength));
 }
 
 int MakePipe(int fds[2]) {
@@ -189,7 +168,7 @@ std::string RawDeviceName(dev_t blockDevice) {
 
 std::optional<uint32_t> DeviceBlockSize(int fd) {
   uint32_t size = 0;
-  if (ioctl(fd, DKIOCGETBLOCKSIZE, &size) != 0) return std::nullopt;
+  if (ioctl(fd, DKIOCGETBLOCKSIZE, &size) != 0 || size == 0) return std::nullopt;
   return size;
 }
 
@@ -238,26 +217,6 @@ void SetMainBundlePath(const std::string& path) {
 void RunInBackground(std::function<void()> work) {
   dispatch_async_f(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0),
                    new std::function<void()>(std::move(work)), RunWork);
-}
-
-bool WritePropertyListAtomically(const std::string& path, const PropertyList& list) {
-  CFHolder<CFMutableDictionaryRef> dictionary(CFDictionaryCreateMutable(
-      kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks));
-  if (dictionary.get() == nullptr) return false;
-  for (const auto& [key, value] : list) {
-    CFHolder<CFStringRef> cfKey(CreateString(key));
-    CFHolder<CFTypeRef> cfValue(CreateValue(value));
-    if (cfKey.get() == nullptr || cfValue.get() == nullptr) return false;
-    CFDictionarySetValue(dictionary.get(), cfKey.get(), cfValue.get());
-  }
-  CFErrorRef error = nullptr;
-  CFHolder<CFDataRef> data(
-      CFPropertyListCreateData(kCFAllocatorDefault, dictionary.get(), kCFPropertyListXMLFormat_v1_0, 0, &error));
-  if (error != nullptr) CFRelease(error);
-  if (data.get() == nullptr) return false;
-  const std::string document(reinterpret_cast<const char*>(CFDataGetBytePtr(data.get())),
-                             static_cast<size_t>(CFDataGetLength(data.get())));
-  return WriteFileAtomically(path, document);
 }
 
 }  // namespace platform

@@ -1,6 +1,6 @@
 // The platform seam on Linux: /proc for the process table, sysfs and
 // mountinfo for disks, posix_spawn for children, std::thread for background
-// work, and a small XML writer of our own for property lists.
+// work.
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -19,10 +19,8 @@
 #include <system_error>
 #include <thread>
 
-#include "AtomicFile.h"
 #include "MountTable.h"
 #include "Platform.h"
-#include "XmlPropertyList.h"
 
 extern char** environ;
 
@@ -270,11 +268,6 @@ void RunInBackground(std::function<void()> work) {
     // No thread to be had: the work is still done, on the caller's time.
     work();
   }
-}
-
-bool WritePropertyListAtomically(const std::string& path, const PropertyList& list) {
-  const std::optional<std::string> document = XmlPropertyList(list);
-  return document && WriteFileAtomically(path, *document);
 }
 
 }  // namespace platform

@@ -1,5 +1,6 @@
 #include "XmlPropertyList.h"
 
+#include "AtomicFile.h"
 #include "Utf8.h"
 
 namespace {
@@ -74,3 +75,13 @@ std::optional<std::string> XmlPropertyList(const platform::PropertyList& list) {
   document += kFooter;
   return document;
 }
+
+namespace platform {
+
+// launchd refuses a property list that others than its owner may change.
+bool WritePropertyListAtomically(const std::string& path, const PropertyList& list) {
+  const std::optional<std::string> document = XmlPropertyList(list);
+  return document && WriteFileAtomically(path, *document, 0644);
+}
+
+}  // namespace platform

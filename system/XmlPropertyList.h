@@ -1,5 +1,6 @@
 // The XML form of a property list, as launchd and other property-list
-// readers expect it.
+// readers expect it, written the same way on every platform: keys in the
+// order given, and only characters that XML carries.
 #ifndef ZQ_SYSTEM_XMLPROPERTYLIST_H_
 #define ZQ_SYSTEM_XMLPROPERTYLIST_H_
 

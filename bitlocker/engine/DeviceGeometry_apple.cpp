@@ -1,3 +1,4 @@
+#include <errno.h>
 #include <sys/disk.h>
 #include <sys/ioctl.h>
 
@@ -9,6 +10,10 @@ std::optional<DeviceGeometry> QueryDeviceGeometry(int fd) {
   DeviceGeometry geometry;
   uint64_t blockCount = 0;
   if (::ioctl(fd, DKIOCGETBLOCKSIZE, &geometry.blockSize) != 0) return std::nullopt;
+  if (geometry.blockSize == 0) {
+    errno = EINVAL;
+    return std::nullopt;
+  }
   if (::ioctl(fd, DKIOCGETBLOCKCOUNT, &blockCount) != 0) return std::nullopt;
   geometry.size = blockCount * geometry.blockSize;
   return geometry;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "MounterStatus.h"
+#include "Platform.h"
 
 namespace {
 
@@ -42,7 +43,8 @@ void RedirectStandardStreams() {
 
 CCallerReport CCallerReport::Detach() {
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) {
+  if (const int error = platform::MakePipe(ends)) {
+    errno = error;
     std::perror("zq-mounter: pipe");
     std::exit(kMounterMountFailed);
   }

@@ -1,25 +1,22 @@
 #include "CMountSession.h"
 
-#include <poll.h>
 #include <signal.h>
-#include <sys/eventfd.h>
-#include <sys/mount.h>
-#include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdint>
+#include <climits>
+#include <cstdlib>
 #include <cstring>
 
 #include "FilesystemMount.h"
 #include "FilesystemType.h"
-#include "MountTable.h"
+#include "MountSystem.h"
 #include "MounterStatus.h"
+#include "Platform.h"
 
 namespace {
 
-constexpr char kStagingRoot[] = "/run/zq-mounter";
 // Large enough that sequential reads reach the server as 1 MiB requests.
 constexpr unsigned kReadAheadKilobytes = 1024;
 
@@ -28,11 +25,6 @@ sigset_t StopSignals() {
   sigemptyset(&signals);
   for (int signal : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&signals, signal);
   return signals;
-}
-
-int MountIdAt(const std::string& path) {
-  const std::optional<MountEntry> top = TopMountAt(ReadMountTable(), path);
-  return top ? top->id : -1;
 }
 
 }  // namespace
@@ -63,11 +55,14 @@ bool CMountSession::MountServer(const std::string& at, CVolumeFuseServer::Option
   server_ = std::make_unique<CVolumeFuseServer>(volume_.get(), std::move(options));
   if (!server_->Mount(at, message)) return false;
   serverMountId_ = MountIdAt(at);
-  servingEnded_ = eventfd(0, EFD_CLOEXEC);
+  if (const int error = platform::MakePipe(servingEnded_)) {
+    *message = std::string("no pipe for the serving thread: ") + std::strerror(error);
+    return false;
+  }
   serving_ = std::thread([this] {
     server_->Serve();
-    const uint64_t one = 1;
-    if (write(servingEnded_, &one, sizeof one) < 0) return;
+    const char ended = 1;
+    if (write(servingEnded_[1], &ended, 1) < 0) return;
   });
   // Only now may anything look at the mount: the kernel's first request
   // waits for the serving thread.
@@ -99,7 +94,15 @@ int CMountSession::StartFilesystem(std::string* message) {
     *message = std::string("no staging folder under ") + kStagingRoot + ": " + std::strerror(errno);
     return kMounterMountFailed;
   }
-  stagingFolder_ = folder;
+  // The mount table names mount points by their real path, and the staging
+  // root may lie behind a symbolic link (/var on macOS).
+  char resolved[PATH_MAX];
+  if (realpath(folder.c_str(), resolved) == nullptr) {
+    *message = "the staging folder " + folder + " cannot be resolved: " + std::strerror(errno);
+    rmdir(folder.c_str());
+    return kMounterMountFailed;
+  }
+  stagingFolder_ = resolved;
   CVolumeFuseServer::Options options;
   options.sourceName = request_.rawDevice;
   options.fileMode = 0400;
@@ -117,34 +120,28 @@ int CMountSession::StartFilesystem(std::string* message) {
 }
 
 void CMountSession::ServeUntilUnmounted() {
-  const sigset_t signals = StopSignals();
-  const int signalFd = signalfd(-1, &signals, SFD_CLOEXEC);
-  const int mountTable = open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC);
-  pollfd watched[3] = {{servingEnded_, POLLIN, 0}, {signalFd, POLLIN, 0}, {mountTable, POLLPRI, 0}};
-  for (;;) {
-    // The table is looked at on every change, and once a second besides.
-    if (!HasMount(ReadMountTable(), mountPointMountId_)) break;
-    if (poll(watched, 3, 1000) < 0 && errno != EINTR) break;
-    if ((watched[0].revents | watched[1].revents) != 0) break;
-  }
-  if (signalFd >= 0) close(signalFd);
-  if (mountTable >= 0) close(mountTable);
+  WaitForUnmountOrStop(mountPointMountId_, servingEnded_[0], StopSignals());
   TakeDown();
 }
 
 void CMountSession::DetachIfOurs(const std::string& path, int mountId) {
-  if (mountId >= 0 && MountIdAt(path) == mountId) umount2(path.c_str(), MNT_DETACH);
+  if (mountId >= 0 && MountIdAt(path) == mountId) DetachMount(path);
 }
 
 void CMountSession::TakeDown() {
-  if (!stagingFolder_.empty()) DetachIfOurs(request_.mountPoint, mountPointMountId_);
+  if (!stagingFolder_.empty()) {
+    DetachIfOurs(request_.mountPoint, mountPointMountId_);
+    ReleaseFilesystemImage(stagingFolder_ + "/" + CVolumeFuseServer::kFileName);
+  }
   // Once detached, the FUSE connection ends as soon as nothing holds the
   // file open any more, and with it the serving threads.
   if (server_) DetachIfOurs(server_->mountPoint(), serverMountId_);
   if (serving_.joinable()) serving_.join();
   server_.reset();
-  if (servingEnded_ >= 0) close(servingEnded_);
-  servingEnded_ = -1;
+  for (int& end : servingEnded_) {
+    if (end >= 0) close(end);
+    end = -1;
+  }
   if (!stagingFolder_.empty()) {
     rmdir(stagingFolder_.c_str());
     stagingFolder_.clear();

@@ -2,10 +2,11 @@
 // MOUNT_POINT is unmounted.
 //
 // With "raw" the FUSE folder itself is mounted at MOUNT_POINT.  Otherwise
-// the FUSE folder is mounted in a private staging folder under /run and
+// the FUSE folder is mounted in a private staging folder (kStagingRoot) and
 // the file system inside the volume is mounted at MOUNT_POINT from its
-// file; when MOUNT_POINT is unmounted the session takes the staging mount
-// away too, and the FUSE server ends once the driver lets go of the file.
+// file; when MOUNT_POINT is unmounted the session lets go of the file and
+// takes the staging mount away too, and the FUSE server ends once the
+// driver has let go of the file.
 #ifndef ZQ_BITLOCKER_MOUNTER_CMOUNTSESSION_H_
 #define ZQ_BITLOCKER_MOUNTER_CMOUNTSESSION_H_
 
@@ -57,7 +58,7 @@ class CMountSession {
   ino_t mountPointInode_ = 0;
   std::unique_ptr<CVolumeFuseServer> server_;
   std::thread serving_;
-  int servingEnded_ = -1;       // an eventfd the serving thread signals
+  int servingEnded_[2] = {-1, -1};  // a pipe the serving thread writes to as it ends
   std::string stagingFolder_;   // empty in raw mode
   int serverMountId_ = -1;
   int mountPointMountId_ = -1;  // the mount that MOUNT_POINT shows

@@ -1,14 +1,13 @@
 #include "CVolumeFuseServer.h"
 
-#define FUSE_USE_VERSION 312
+#include <fcntl.h>
 #include <fuse_lowlevel.h>
-#include <sys/mount.h>
-#include <sys/sysmacros.h>
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <vector>
+
+#include "FuseMount.h"
 
 namespace {
 
@@ -19,7 +18,6 @@ constexpr fuse_ino_t kFileInode = 2;
 constexpr double kCacheSeconds = 86400;
 // Largest read the kernel sends with FUSE_MAX_PAGES (256 pages).
 constexpr unsigned kLargestRead = 1024 * 1024;
-constexpr unsigned kMostThreads = 16;
 
 CVolumeFuseServer* ServerOf(fuse_req_t request) {
   return static_cast<CVolumeFuseServer*>(fuse_req_userdata(request));
@@ -145,9 +143,7 @@ CVolumeFuseServer::CVolumeFuseServer(IVolume* volume, Options options)
     : volume_(volume), options_(std::move(options)) {}
 
 CVolumeFuseServer::~CVolumeFuseServer() {
-  if (session_ == nullptr) return;
-  if (mounted_) fuse_session_unmount(session_);
-  fuse_session_destroy(session_);
+  if (fuse_ != nullptr) UnmountFuse(fuse_);
 }
 
 struct stat CVolumeFuseServer::Attributes(uint64_t inode) const {
@@ -174,36 +170,12 @@ bool CVolumeFuseServer::Mount(const std::string& mountPoint, std::string* error)
   std::string mountOptions =
       "ro,nosuid,nodev,default_permissions,subtype=zq-mounter,fsname=" + OptionValue(options_.sourceName);
   if (options_.allowOther) mountOptions += ",allow_other";
-  const char* argv[] = {"zq-mounter", "-o", mountOptions.c_str()};
-  fuse_args arguments = FUSE_ARGS_INIT(3, const_cast<char**>(argv));
-  session_ = fuse_session_new(&arguments, &kOperations, sizeof kOperations, this);
-  if (session_ == nullptr) {
-    *error = "the FUSE session could not be made";
-    return false;
-  }
-  if (fuse_session_mount(session_, mountPoint.c_str()) != 0) {
-    *error = "FUSE could not mount " + mountPoint + " (is /dev/fuse there?)";
-    return false;
-  }
-  mounted_ = true;
+  fuse_ = MountFuse(mountPoint, mountOptions, kOperations, this, error);
+  if (fuse_ == nullptr) return false;
   mountPoint_ = mountPoint;
   return true;
 }
 
-int CVolumeFuseServer::Serve() {
-  fuse_loop_config* config = fuse_loop_cfg_create();
-  fuse_loop_cfg_set_max_threads(config, kMostThreads);
-  const int result = fuse_session_loop_mt(session_, config);
-  fuse_loop_cfg_destroy(config);
-  return result < 0 ? -result : 0;
-}
+int CVolumeFuseServer::Serve() { return ServeFuse(fuse_); }
 
-bool CVolumeFuseServer::SetReadAhead(unsigned kilobytes) const {
-  struct stat info;
-  if (stat(mountPoint_.c_str(), &info) != 0) return false;
-  std::ofstream setting("/sys/class/bdi/" + std::to_string(major(info.st_dev)) + ":" +
-                        std::to_string(minor(info.st_dev)) + "/read_ahead_kb");
-  setting << kilobytes;
-  setting.flush();
-  return static_cast<bool>(setting);
-}
+bool CVolumeFuseServer::SetReadAhead(unsigned kilobytes) const { return SetFuseReadAhead(mountPoint_, kilobytes); }

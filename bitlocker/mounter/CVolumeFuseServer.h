@@ -16,7 +16,7 @@
 
 #include "IVolume.h"
 
-struct fuse_session;
+struct FuseMount;
 
 class CVolumeFuseServer {
  public:
@@ -58,8 +58,7 @@ class CVolumeFuseServer {
   IVolume* volume_;
   Options options_;
   std::string mountPoint_;
-  struct fuse_session* session_ = nullptr;
-  bool mounted_ = false;
+  FuseMount* fuse_ = nullptr;
 };
 
 #endif  // ZQ_BITLOCKER_MOUNTER_CVOLUMEFUSESERVER_H_

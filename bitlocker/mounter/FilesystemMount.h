@@ -1,8 +1,10 @@
 // Mounts the file system held in an image file read-only, with what the
-// system provides: the kernel's driver through a loop device that clears
-// itself when the file system is unmounted, or else the FUSE driver that
-// reads the file (ntfs-3g and fusefat directly, exfat-fuse, which as root
-// wants a block device, through a loop device of its own).
+// system provides.  On Linux (FilesystemMount.cpp): the kernel's driver
+// through a loop device that clears itself when the file system is
+// unmounted, or else the FUSE driver that reads the file (ntfs-3g and
+// fusefat directly, exfat-fuse, which as root wants a block device, through
+// a loop device of its own).  On macOS (FilesystemMount_apple.cpp): the
+// file attached as a raw disk image, mounted by macOS's own driver.
 #ifndef ZQ_BITLOCKER_MOUNTER_FILESYSTEMMOUNT_H_
 #define ZQ_BITLOCKER_MOUNTER_FILESYSTEMMOUNT_H_
 
@@ -23,5 +25,9 @@ struct Ownership {
 // each driver said in *error.
 int MountFilesystem(FilesystemType type, const std::string& image, const std::string& mountPoint,
                     const Ownership& ownership, std::string* error);
+
+// Lets go of what MountFilesystem set up to read `image`, once the file
+// system is unmounted.
+void ReleaseFilesystemImage(const std::string& image);
 
 #endif  // ZQ_BITLOCKER_MOUNTER_FILESYSTEMMOUNT_H_

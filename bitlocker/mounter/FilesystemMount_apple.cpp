@@ -1,0 +1,70 @@
+// The volume's file becomes a disk through hdiutil, read-only and without
+// a mount, and diskutil mounts that disk at the mount point, so that
+// macOS's own drivers read NTFS, exFAT and FAT.
+#include <map>
+#include <mutex>
+#include <sstream>
+
+#include "FilesystemMount.h"
+#include "MountSystem.h"
+#include "TaskWrapper.h"
+
+namespace {
+
+std::mutex attachedMutex;
+std::map<std::string, std::string> attachedDisks;  // image -> /dev/diskN
+
+// hdiutil's manual says attach prints the device nodes it made and gives
+// no more of a format; the first /dev/disk word is taken as the whole disk,
+// which holds the file system since the image has no partition map.
+std::string WholeDisk(const std::string& output) {
+  std::istringstream words(output);
+  for (std::string word; words >> word;) {
+    if (word.rfind("/dev/disk", 0) == 0) return word;
+  }
+  return "";
+}
+
+std::string Said(const TaskWrapper& run) {
+  return run.errorMessage().value_or("") + run.response().value_or("");
+}
+
+void Detach(const std::string& disk) { TaskWrapper::runTaskAtLaunchPath("/usr/bin/hdiutil", {"detach", disk}); }
+
+}  // namespace
+
+// diskutil's mount takes no owner or permission bits, so `ownership` is
+// what the file system driver gives; Apple documents no option for it.
+int MountFilesystem(FilesystemType type, const std::string& image, const std::string& mountPoint,
+                    const Ownership&, std::string* error) {
+  const TaskWrapper attach = TaskWrapper::runTaskAtLaunchPath(
+      "/usr/bin/hdiutil", {"attach", "-imagekey", "diskimage-class=CRawDiskImage", "-nomount", "-readonly", image});
+  const std::string disk = WholeDisk(attach.response().value_or(""));
+  if (attach.terminationStatus() != 0 || disk.empty()) {
+    *error = "hdiutil attach: " + Said(attach);
+    return -1;
+  }
+  const TaskWrapper mount =
+      TaskWrapper::runTaskAtLaunchPath("/usr/sbin/diskutil", {"mount", "readOnly", "-mountPoint", mountPoint, disk});
+  const int mountId = MountIdAt(mountPoint);
+  if (mount.terminationStatus() != 0 || mountId < 0) {
+    *error = "diskutil mount of the " + std::string(FilesystemName(type)) + " file system: " + Said(mount);
+    Detach(disk);
+    return -1;
+  }
+  std::lock_guard<std::mutex> lock(attachedMutex);
+  attachedDisks[image] = disk;
+  return mountId;
+}
+
+void ReleaseFilesystemImage(const std::string& image) {
+  std::string disk;
+  {
+    std::lock_guard<std::mutex> lock(attachedMutex);
+    auto found = attachedDisks.find(image);
+    if (found == attachedDisks.end()) return;
+    disk = found->second;
+    attachedDisks.erase(found);
+  }
+  Detach(disk);
+}
