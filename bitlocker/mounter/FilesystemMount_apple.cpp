@@ -52,6 +52,15 @@ int MountFilesystem(FilesystemType type, const std::string& image, const std::st
     Detach(disk);
     return -1;
   }
+  // diskutil takes no mount flags; mount(8)'s -u changes those of a mount
+  // in place, so set-uid bits and device nodes on the volume grant nothing.
+  const TaskWrapper restrict =
+      TaskWrapper::runTaskAtLaunchPath("/sbin/mount", {"-u", "-o", "nosuid,nodev,rdonly", mountPoint});
+  if (restrict.terminationStatus() != 0) {
+    *error = "mount -u -o nosuid,nodev: " + Said(restrict);
+    Detach(disk);
+    return -1;
+  }
   std::lock_guard<std::mutex> lock(attachedMutex);
   attachedDisks[image] = disk;
   return mountId;
