@@ -14,8 +14,8 @@
 #include <random>
 
 #include "FileContents.h"
-#include "MounterHarness.h"
 #include "MountTable.h"
+#include "MounterHarness.h"
 #include "MounterStatus.h"
 #include "ProgramRun.h"
 #include "StubBundle.h"
@@ -36,11 +36,6 @@ class MounterTest : public ::testing::Test {
     const std::string macos = root_("Plain Bundle.app/Contents/MacOS");
     mounter_ = macos + "/zq-mounter";
     library_ = macos + "/libBitLockerWapper.dylib";
-    // Mount points lie below a volumes folder; a blank in one must reach
-    // the mounter as part of the one word.
-    mountFolder_ = "/mnt/zq-mounter-test-" + std::to_string(getpid());
-    mountPoint_ = mountFolder_ + "/mount point";
-    image_ = root_("image");
     ASSERT_EQ(RunShell("mkdir -p " + Quoted(macos) + " " + Quoted(mountPoint_) + " && cp " + Quoted(ZQ_MOUNTER_FILE) +
                        " " + Quoted(mounter_) + " && cp " + Quoted(ZQ_PLAIN_LIBRARY_FILE) + " " + Quoted(library_)),
               0);
@@ -51,20 +46,25 @@ class MounterTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (mountPoint_.empty()) return;
     ForceUnmount(mountPoint_);
     for (int pid : LiveProcessesWithWord(mountPoint_)) kill(pid, SIGKILL);
     rmdir(mountPoint_.c_str());
     rmdir(mountFolder_.c_str());
   }
 
-  ProgramRun Mount(const std::string& options, const std::string& credential = "plain") {
-    return RunProgram(mounter_, {image_, mountPoint_, options}, credential + "\n");
-  }
+  ProgramRun Mount(const std::string& options) { return RunProgram(mounter_, {image_, mountPoint_, options}, "plain\n"); }
 
-  // Unmounts the mount point as a user would and checks that the mounter
-  // and any driver it started are gone, with their mounts.
+  // Checks that every mount made is nosuid and nodev, unmounts the mount
+  // point as a user would, and checks that the mounter and any driver it
+  // started are gone, with their mounts.
   void ExpectUmountReleasesEverything() {
+    std::vector<std::string> mounts = MountPointsOfSource(image_);
+    mounts.push_back(mountPoint_);
+    for (const std::string& at : mounts) {
+      const std::optional<MountEntry> mount = TopMountAt(ReadMountTable(), at);
+      ASSERT_TRUE(mount) << at;
+      EXPECT_NE(mount->options.find("nosuid,nodev"), std::string::npos) << at << ": " << mount->options;
+    }
     ASSERT_EQ(umount(mountPoint_.c_str()), 0) << std::strerror(errno);
     EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << "a mounter or driver process is left";
     EXPECT_FALSE(MountedAt(mountPoint_));
@@ -72,55 +72,50 @@ class MounterTest : public ::testing::Test {
   }
 
   TempDir root_;
-  std::string mounter_, library_, mountFolder_, mountPoint_, image_;
+  std::string mounter_, library_, image_ = root_("image");
+  // Mount points lie below a volumes folder; a blank in one must reach the
+  // mounter as part of the one word.
+  std::string mountFolder_ = "/mnt/zq-mounter-test-" + std::to_string(getpid()), mountPoint_ = mountFolder_ + "/mount point";
 };
 
-TEST_F(MounterTest, RawServesTheWholeFileReadOnlyWithTheOwnershipAskedFor) {
-  struct Ownership {
-    const char* options;
-    uid_t uid;
-    gid_t gid;
-    mode_t mode;
-  };
-  // Nobody is at the machine here, so what is served is root's alone
-  // unless the options share it.
-  for (const Ownership& expected : {Ownership{"raw", 0, 0, 0400}, Ownership{"raw,uid=0,gid=0,umask=022", 0, 0, 0444}}) {
-    SCOPED_TRACE(expected.options);
-    const ProgramRun run = Mount(expected.options);
+// Nobody is at the machine here, so what is served is root's alone unless
+// the options share it.  The first mount is taken down by umount, the
+// second by the stop signal.
+TEST_F(MounterTest, RawServesTheWholeFileReadOnlyWithTheModeAskedForUntilUnmountedOrStopped) {
+  for (const auto& [options, mode] : {std::pair<const char*, mode_t>{"raw", 0400}, {"raw,uid=0,gid=0,umask=022", 0444}}) {
+    SCOPED_TRACE(options);
+    const ProgramRun run = Mount(options);
     ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
     struct stat info;
     ASSERT_EQ(stat((mountPoint_ + "/volume").c_str(), &info), 0);
     EXPECT_EQ(info.st_size, static_cast<off_t>(kImageSize));
-    EXPECT_EQ(info.st_uid, expected.uid);
-    EXPECT_EQ(info.st_gid, expected.gid);
-    EXPECT_EQ(info.st_mode & 07777, expected.mode);
+    EXPECT_EQ(info.st_uid + info.st_gid, 0u);
+    EXPECT_EQ(info.st_mode & 07777, mode);
     EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), FileSha256(image_));
     EXPECT_LT(open((mountPoint_ + "/volume").c_str(), O_WRONLY), 0);
     EXPECT_LT(open((mountPoint_ + "/other").c_str(), O_RDONLY), 0);
-    const std::optional<MountEntry> mount = TopMountAt(ReadMountTable(), mountPoint_);
-    ASSERT_TRUE(mount);
-    EXPECT_NE(mount->options.find("nosuid,nodev"), std::string::npos) << mount->options;
-    ExpectUmountReleasesEverything();
+    if (mode == 0400) {
+      ExpectUmountReleasesEverything();
+      continue;
+    }
+    const std::vector<int> servers = LiveProcessesWithWord(mountPoint_);
+    ASSERT_EQ(servers.size(), 1u);
+    kill(servers[0], SIGTERM);
+    EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
+    EXPECT_FALSE(MountedAt(mountPoint_));
   }
 }
 
-TEST_F(MounterTest, StopSignalTakesTheMountDown) {
-  ASSERT_EQ(Mount("raw").status, bitlocker::kOk);
-  const std::vector<int> servers = LiveProcessesWithWord(mountPoint_);
-  ASSERT_EQ(servers.size(), 1u);
-  kill(servers[0], SIGTERM);
-  EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
-  EXPECT_FALSE(MountedAt(mountPoint_));
-}
-
 TEST_F(MounterTest, EachFailureHasItsOwnStatusAndMountsNothing) {
-  struct Refusal {
+  // An NTFS signature over zeros: detected as NTFS, refused by every driver.
+  std::string ntfs(1024 * 1024, '\0');
+  std::ofstream(root_("ntfs"), std::ios::binary) << ntfs.replace(3, 8, "NTFS    ");
+  const struct {
     const char* what;
     std::vector<std::string> words;
     std::string input;
     int status;
-  };
-  const Refusal refusals[] = {
+  } refusals[] = {
       {"a credential as a word", {image_, mountPoint_, "raw", "plain"}, "plain\n", kMounterUsage},
       {"no credential", {image_, mountPoint_, "raw"}, "", kMounterUsage},
       {"mount point is a file", {image_, image_, "raw"}, "plain\n", kMounterUsage},
@@ -130,71 +125,42 @@ TEST_F(MounterTest, EachFailureHasItsOwnStatusAndMountsNothing) {
       {"wrong credential", {image_, mountPoint_, "raw"}, "guess\n", bitlocker::kWrongCredential},
       {"unsupported volume", {image_, mountPoint_, "raw"}, "unsupported\n", bitlocker::kUnsupported},
       {"no file system inside", {image_, mountPoint_, ""}, "plain\n", bitlocker::kUnsupported},
+      {"a file system no driver takes", {root_("ntfs"), mountPoint_, ""}, "plain\n", kMounterMountFailed},
       {"device missing", {"/dev/zq-no-such-device", mountPoint_, "raw"}, "plain\n", bitlocker::kIoError},
   };
-  for (const Refusal& refusal : refusals) {
+  for (const auto& refusal : refusals) {
     SCOPED_TRACE(refusal.what);
     const ProgramRun run = RunProgram(mounter_, refusal.words, refusal.input);
     EXPECT_EQ(run.status, refusal.status) << run.errors;
     EXPECT_FALSE(run.errors.empty()) << "says nothing";
     EXPECT_FALSE(MountedAt(mountPoint_));
+    EXPECT_TRUE(MountPointsOfSource(refusal.words[0]).empty()) << "the staging mount is left";
     EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
   }
-
   ASSERT_EQ(unlink(library_.c_str()), 0);
   EXPECT_EQ(Mount("raw").status, kMounterNoLibrary);
   EXPECT_FALSE(MountedAt(mountPoint_));
 }
 
-TEST_F(MounterTest, FileSystemThatNoDriverTakesMountsNothing) {
-  // An NTFS signature over zeros: detected as NTFS, refused by every driver.
-  std::string bytes(1024 * 1024, '\0');
-  bytes.replace(3, 8, "NTFS    ");
-  std::ofstream(image_, std::ios::binary | std::ios::trunc) << bytes;
-
-  const ProgramRun run = Mount("");
-  EXPECT_EQ(run.status, kMounterMountFailed) << run.errors;
-  EXPECT_NE(run.errors.find("NTFS"), std::string::npos) << run.errors;
-  EXPECT_FALSE(MountedAt(mountPoint_));
-  EXPECT_TRUE(MountPointsOfSource(image_).empty()) << "the staging mount is left";
-  EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
-}
-
 // An unencrypted file system image holding one known file, made with the
-// distribution's tools.
-struct FilesystemCase {
-  const char* name;
-  const char* tool;  // must be installed
-  const char* make;  // shell command on "$IMAGE", putting "$FILE" in it
-};
-
-void PrintTo(const FilesystemCase& param, std::ostream* out) { *out << param.name; }
-
-class MounterFilesystemTest : public MounterTest, public ::testing::WithParamInterface<FilesystemCase> {};
+// distribution's tools: its name, a tool that must be installed, and a
+// shell command that makes "$IMAGE" and puts "$FILE" in it.
+class MounterFilesystemTest : public MounterTest, public ::testing::WithParamInterface<std::array<const char*, 3>> {};
 
 TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
-  const FilesystemCase& param = GetParam();
-  if (RunShell(std::string("command -v ") + param.tool + " >/dev/null") != 0)
-    GTEST_SKIP() << param.tool << " is not installed";
-  const std::string file = root_("hello.txt");
-  const std::string text = std::string("hello from ") + param.name + "\n";
-  std::ofstream(file) << text;
-  ASSERT_EQ(RunShell("IMAGE=" + Quoted(image_) + " FILE=" + Quoted(file) + "; truncate -s 0 \"$IMAGE\" && truncate -s 48M \"$IMAGE\" && (" +
-                     param.make + ") >/dev/null 2>&1"),
+  const auto [name, tool, make] = GetParam();
+  if (RunShell(std::string("command -v ") + tool + " >/dev/null") != 0) GTEST_SKIP() << tool << " is not installed";
+  const std::string text = std::string("hello from ") + name + "\n";
+  std::ofstream(root_("hello.txt")) << text;
+  ASSERT_EQ(RunShell("IMAGE=" + Quoted(image_) + " FILE=" + Quoted(root_("hello.txt")) +
+                     "; truncate -s 0 \"$IMAGE\" && truncate -s 48M \"$IMAGE\" && (" + make + ") >/dev/null 2>&1"),
             0);
-
   const ProgramRun run = Mount("umask=077");
   ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
   EXPECT_EQ(ReadFile(mountPoint_ + "/hello.txt"), text);
   EXPECT_LT(open((mountPoint_ + "/new.txt").c_str(), O_WRONLY | O_CREAT, 0644), 0) << "the mount is writable";
   const std::vector<std::string> staging = MountPointsOfSource(image_);
   ASSERT_EQ(staging.size(), 1u) << "one staging mount of the raw volume";
-  for (const std::string& at : {mountPoint_, staging[0]}) {
-    const std::optional<MountEntry> mount = TopMountAt(ReadMountTable(), at);
-    ASSERT_TRUE(mount) << at;
-    EXPECT_NE(mount->options.find("nosuid,nodev"), std::string::npos) << at << ": " << mount->options;
-  }
-
   ExpectUmountReleasesEverything();
   EXPECT_TRUE(LoopDevicesBackedBy(staging[0]).empty()) << "a loop device is left";
   EXPECT_NE(access(staging[0].c_str(), F_OK), 0) << "the staging folder is left";
@@ -203,11 +169,11 @@ TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
 INSTANTIATE_TEST_SUITE_P(
     Drivers, MounterFilesystemTest,
     ::testing::Values(
-        FilesystemCase{"FAT", "mcopy", "mkfs.fat \"$IMAGE\" && mcopy -i \"$IMAGE\" \"$FILE\" ::hello.txt"},
-        FilesystemCase{"NTFS", "ntfscp", "mkntfs -F -f -q \"$IMAGE\" && ntfscp \"$IMAGE\" \"$FILE\" hello.txt"},
-        FilesystemCase{"exFAT", "mkfs.exfat",
-                       "mkfs.exfat \"$IMAGE\" && d=$(mktemp -d) && mount -t exfat-fuse -o loop \"$IMAGE\" $d && "
-                       "cp \"$FILE\" $d/hello.txt && umount $d && rmdir $d"}),
-    [](const ::testing::TestParamInfo<FilesystemCase>& info) { return std::string(info.param.name); });
+        std::array<const char*, 3>{"FAT", "mcopy", "mkfs.fat \"$IMAGE\" && mcopy -i \"$IMAGE\" \"$FILE\" ::hello.txt"},
+        std::array<const char*, 3>{"NTFS", "ntfscp", "mkntfs -F -f -q \"$IMAGE\" && ntfscp \"$IMAGE\" \"$FILE\" hello.txt"},
+        std::array<const char*, 3>{"exFAT", "mkfs.exfat",
+                                   "mkfs.exfat \"$IMAGE\" && d=$(mktemp -d) && mount -t exfat-fuse -o loop \"$IMAGE\" $d && "
+                                   "cp \"$FILE\" $d/hello.txt && umount $d && rmdir $d"}),
+    [](const auto& info) { return std::string(info.param[0]); });
 
 }  // namespace

@@ -4,9 +4,6 @@
 // answers to each can be tested without encrypted images:
 //   "not-bitlocker", "unsupported", anything else: wrong.
 #include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,9 +20,6 @@ class CFileVolume : public IVolume {
  public:
   CFileVolume(int fd, uint64_t size) : fd_(fd), size_(size) {}
   ~CFileVolume() override { close(fd_); }
-  CFileVolume(const CFileVolume&) = delete;
-  CFileVolume& operator=(const CFileVolume&) = delete;
-
   uint64_t Size() const override { return size_; }
   ssize_t Read(uint64_t offset, void* buffer, size_t length) override {
     if (offset >= size_) return 0;
@@ -47,12 +41,11 @@ ZQ_EXPORT int open_bitlocker_device(const char* rawDevice, const char* credentia
   if (std::strcmp(credential, "unsupported") == 0) return bitlocker::kUnsupported;
   if (std::strcmp(credential, "plain") != 0) return bitlocker::kWrongCredential;
   const int fd = open(rawDevice, O_RDONLY | O_CLOEXEC);
-  struct stat info;
-  uint64_t size = 0;
-  if (fd < 0 || fstat(fd, &info) != 0 || (S_ISBLK(info.st_mode) && ioctl(fd, BLKGETSIZE64, &size) != 0)) {
+  const off_t size = fd < 0 ? -1 : lseek(fd, 0, SEEK_END);  // files and block devices alike
+  if (size < 0) {
     if (fd >= 0) close(fd);
     return bitlocker::kIoError;
   }
-  *volume = new CFileVolume(fd, S_ISBLK(info.st_mode) ? size : static_cast<uint64_t>(info.st_size));
+  *volume = new CFileVolume(fd, static_cast<uint64_t>(size));
   return bitlocker::kOk;
 }
