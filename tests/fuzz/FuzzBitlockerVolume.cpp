@@ -7,12 +7,8 @@
 // fuzzer spends its time in the metadata and its entries; an odd first byte
 // makes the rest of the input the whole device, header included.
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "Bytes.h"
 #include "CBitlockerVolume.h"
@@ -56,14 +52,15 @@ std::vector<uint8_t> DeviceAroundMetadata(const uint8_t* metadata, size_t size) 
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  std::vector<uint8_t> device = (data[0] & 1) ? std::vector<uint8_t>(data + 1, data + size)
-                                              : DeviceAroundMetadata(data + 1, size - 1);
-  auto source = std::make_shared<CMemorySource>(std::move(device));
+  auto source = std::make_shared<CMemorySource>((data[0] & 1) ? std::vector<uint8_t>(data + 1, data + size)
+                                                              : DeviceAroundMetadata(data + 1, size - 1));
   std::unique_ptr<CBitlockerVolume> volume;
-  std::string why;
-  if (CBitlockerVolume::Open(source, &volume, &why) != Status::kOk) return 0;
   std::unique_ptr<CUnlockedVolume> unlocked;
-  if (volume->Unlock(Credential::ClearKey(), &unlocked, &why, 1) != Status::kOk) return 0;
+  std::string why;
+  if (CBitlockerVolume::Open(source, &volume, &why) != Status::kOk ||
+      volume->Unlock(Credential::ClearKey(), &unlocked, &why, 1) != Status::kOk) {
+    return 0;
+  }
   uint8_t sector[4096];
   const uint64_t end = unlocked->Size();
   for (uint64_t offset : {uint64_t{0}, end / 2, end > sizeof sector ? end - sizeof sector : 0}) {

@@ -1,20 +1,56 @@
 // The engine against real volumes made by Windows: every image opens with
 // every credential its manifest gives and reads back to the manifest's
 // digest, refuses what does not open it, and reads alike in pieces of any
-// size, through whole blocks and from a block device.
+// size, through whole blocks and from a block device.  Then volumes changed
+// by overlaying bytes on the images: a clear key protector added, metadata
+// copies damaged, encryption left part way, and the encrypt-on-write volume
+// of ../shared/bitlocker-eow.tar.xz, opened and then refused once its fields
+// say what the engine must not read.
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
 
+#include <array>
 #include <cstring>
+#include <map>
 #include <random>
 
+#include "Bytes.h"
+#include "CBitlockerVolume.h"
 #include "CFileSource.h"
 #include "FileContents.h"
+#include "KeyDerivation.h"
+#include "KeyProtector.h"
 #include "LoopDevice.h"
-#include "VolumeReading.h"
+#include "TestImages.h"
 
 using namespace bitlocker;
 
 namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+// Opens and unlocks the volume on `source`: kOk, or the first failure with
+// the reason in *why.
+Status OpenAndUnlock(std::shared_ptr<const IByteSource> source, const Credential& credential, std::string* why,
+                     std::unique_ptr<CUnlockedVolume>* unlocked) {
+  std::unique_ptr<CBitlockerVolume> volume;
+  const Status status = CBitlockerVolume::Open(std::move(source), &volume, why);
+  return status != Status::kOk ? status : volume->Unlock(credential, unlocked, why);
+}
+
+// The whole volume, read front to back in `chunk`-byte reads; empty when a
+// read fails or the volume ends early.
+Bytes ReadWholeVolume(IVolume& volume, size_t chunk = 4 * 1024 * 1024) {
+  Bytes bytes(volume.Size());
+  for (uint64_t offset = 0; offset < bytes.size();) {
+    const ssize_t got = volume.Read(offset, bytes.data() + offset, std::min<uint64_t>(chunk, bytes.size() - offset));
+    if (got <= 0) return {};
+    offset += static_cast<uint64_t>(got);
+  }
+  return bytes;
+}
+
+std::string Digest(const Bytes& bytes) { return testimages::Sha256Hex(bytes.data(), bytes.size()); }
 
 TEST(Images, EveryCredentialOpensTheVolumeAndReadsBackToTheManifestDigest) {
   ZQ_REQUIRE_IMAGES(images);
@@ -67,7 +103,7 @@ TEST(Images, CredentialsThatDoNotFitAreRefusedWithTheReason) {
   for (const auto& refusal : refusals) {
     SCOPED_TRACE(refusal.image->name + ", " + CredentialKindName(refusal.credential.kind()) + ": " + refusal.reason);
     std::unique_ptr<CUnlockedVolume> unlocked;
-    EXPECT_EQ(Unlock(CFileSource::Open(refusal.image->path), refusal.credential, &why, &unlocked),
+    EXPECT_EQ(OpenAndUnlock(CFileSource::Open(refusal.image->path), refusal.credential, &why, &unlocked),
               Status::kWrongCredential);
     EXPECT_FALSE(unlocked);
     EXPECT_NE(why.find(refusal.reason), std::string::npos) << why;
@@ -86,7 +122,7 @@ TEST(Images, ReadsAtAnyOffsetThroughWholeBlocksAgreeWithOneWholeRead) {
     ASSERT_TRUE(image) << imagesWhy;
     std::shared_ptr<CFileSource> plain = CFileSource::Open(image->path), blocks = CFileSource::Open(image->path, 4096);
     std::unique_ptr<CUnlockedVolume> unlocked;
-    ASSERT_EQ(Unlock(blocks, Credential::Password(image->password), &imagesWhy, &unlocked), Status::kOk) << imagesWhy;
+    ASSERT_EQ(OpenAndUnlock(blocks, Credential::Password(image->password), &imagesWhy, &unlocked), Status::kOk) << imagesWhy;
     std::vector<uint8_t> whole(unlocked->Size()), raw(plain->Size()), piece;
     ASSERT_EQ(unlocked->Read(0, whole.data(), whole.size()), static_cast<ssize_t>(whole.size()));
     ASSERT_TRUE(plain->ReadAt(0, raw.data(), raw.size()));
@@ -118,9 +154,232 @@ TEST(Images, AVolumeOnABlockDeviceReadsAsItsImage) {
   ASSERT_TRUE(loop.valid());
   EXPECT_TRUE(CBitlockerVolume::IsBitlocker(loop.devicePath()));
   std::unique_ptr<CUnlockedVolume> unlocked;
-  ASSERT_EQ(Unlock(CFileSource::Open(loop.devicePath()), Credential::Password(image->password), &why, &unlocked),
+  ASSERT_EQ(OpenAndUnlock(CFileSource::Open(loop.devicePath()), Credential::Password(image->password), &why, &unlocked),
             Status::kOk) << why;
   EXPECT_EQ(Digest(ReadWholeVolume(*unlocked, 3 * 1024 * 1024 + 1536)), image->decryptedSha256);
+}
+
+
+// An image source with some of its bytes replaced.
+class CPatchedSource : public IByteSource {
+ public:
+  explicit CPatchedSource(std::shared_ptr<const IByteSource> base) : base_(std::move(base)) {}
+  void Patch(uint64_t offset, const Bytes& bytes) {
+    for (size_t i = 0; i < bytes.size(); ++i) patches_[offset + i] = bytes[i];
+  }
+  uint64_t Size() const override { return base_->Size(); }
+  bool ReadAt(uint64_t offset, void* buffer, size_t length) const override {
+    if (!base_->ReadAt(offset, buffer, length)) return false;
+    for (auto it = patches_.lower_bound(offset); it != patches_.end() && it->first < offset + length; ++it) {
+      static_cast<uint8_t*>(buffer)[it->first - offset] = it->second;
+    }
+    return true;
+  }
+
+ private:
+  std::shared_ptr<const IByteSource> base_;
+  std::map<uint64_t, uint8_t> patches_;
+};
+
+Bytes Le(uint64_t value, int size) {
+  Bytes bytes(size);
+  for (int i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(value >> (8 * i));
+  return bytes;
+}
+
+Bytes Join(std::initializer_list<Bytes> parts) {
+  Bytes joined;
+  for (const auto& part : parts) joined.insert(joined.end(), part.begin(), part.end());
+  return joined;
+}
+
+// A metadata entry: size, type, value type, version 1, value.
+Bytes Entry(uint16_t type, uint16_t valueType, const Bytes& value) {
+  return Join({Le(8 + value.size(), 2), Le(type, 2), Le(valueType, 2), Le(1, 2), value});
+}
+
+Bytes KeyEntry(const Bytes& key) { return Entry(0, 1, Join({Le(0x2000, 4), key})); }
+
+// AES-CCM with a 12-byte nonce and a 16-byte MAC, stored nonce, MAC, data.
+Bytes SealedKeyEntry(const Bytes& key, const Bytes& plain) {
+  Bytes nonce = {1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 0, 0}, sealed(plain.size()), mac(16);
+  EVP_CIPHER_CTX* ctx = EVP_CIPHER_CTX_new();
+  int length = 0;
+  EVP_EncryptInit_ex(ctx, EVP_aes_256_ccm(), nullptr, nullptr, nullptr);
+  EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_AEAD_SET_IVLEN, 12, nullptr);
+  EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_AEAD_SET_TAG, 16, nullptr);
+  EVP_EncryptInit_ex(ctx, nullptr, nullptr, key.data(), nonce.data());
+  EVP_EncryptUpdate(ctx, sealed.data(), &length, plain.data(), static_cast<int>(plain.size()));
+  EVP_EncryptFinal_ex(ctx, sealed.data() + length, &length);
+  EVP_CIPHER_CTX_ctrl(ctx, EVP_CTRL_AEAD_GET_TAG, 16, mac.data());
+  EVP_CIPHER_CTX_free(ctx);
+  return Entry(0, 5, Join({nonce, mac, sealed}));
+}
+
+// A real XTS image seen through a CPatchedSource; its metadata copies are
+// found before any change.
+class PatchedImageTest : public ::testing::Test {
+ protected:
+  void SetUp() override { Load(testimages::FindImage("bitlk-aes-xts-128", &why_)); }
+  void Load(const testimages::Image* image) {
+    if (!(image_ = image)) GTEST_SKIP() << why_;
+    file_ = CFileSource::Open(image->path);
+    Restore();
+    std::unique_ptr<CBitlockerVolume> volume;
+    ASSERT_EQ(CBitlockerVolume::Open(source_, &volume, &why_), Status::kOk) << why_;
+    offsets_ = volume->header().metadataOffsets;
+  }
+  void Restore() { source_ = std::make_shared<CPatchedSource>(file_); }
+  void PatchEveryCopy(uint64_t at, const Bytes& bytes) {
+    for (uint64_t offset : offsets_) source_->Patch(offset + at, bytes);
+  }
+  uint64_t LeAt(uint64_t at, size_t size) {
+    uint8_t bytes[8] = {};
+    source_->ReadAt(at, bytes, size);
+    return LoadLe64(bytes);
+  }
+  Status Unlock(const Credential& credential, std::unique_ptr<CUnlockedVolume>* unlocked = nullptr) {
+    std::unique_ptr<CUnlockedVolume> ignored;
+    return OpenAndUnlock(source_, credential, &why_, unlocked ? unlocked : &ignored);
+  }
+  // The whole unlocked volume, or nothing.
+  Bytes ReadUnlocked(const Credential& credential) {
+    std::unique_ptr<CUnlockedVolume> unlocked;
+    EXPECT_EQ(Unlock(credential, &unlocked), Status::kOk) << why_;
+    return unlocked ? ReadWholeVolume(*unlocked) : Bytes();
+  }
+
+  const testimages::Image* image_ = nullptr;
+  std::shared_ptr<const IByteSource> file_;
+  std::shared_ptr<CPatchedSource> source_;
+  std::array<uint64_t, 3> offsets_{};
+  std::string why_;
+};
+
+TEST_F(PatchedImageTest, AnAddedClearKeyProtectorOpensWithAnEmptyCredential) {
+  EXPECT_EQ(Unlock(Credential::ClearKey()), Status::kWrongCredential);
+  // The volume master key, as the image's password protector holds it.
+  std::unique_ptr<CBitlockerVolume> volume;
+  ASSERT_EQ(CBitlockerVolume::Open(source_, &volume, &why_), Status::kOk) << why_;
+  Bytes volumeMasterKey, clearKey(32);
+  StretchCache cache;
+  for (const auto& protector : ListKeyProtectors(volume->metadata().metadata)) {
+    if (protector.protection != kProtectionPassword) continue;
+    auto key = OpenWithSecretHash(protector, *PasswordHash(image_->password), &cache);
+    if (key) volumeMasterKey.assign(key->data(), key->data() + key->size());
+  }
+  ASSERT_EQ(volumeMasterKey.size(), 32u);
+  for (size_t i = 0; i < clearKey.size(); ++i) clearKey[i] = static_cast<uint8_t>(0x11 * i + 3);
+  // A volume master key entry (id, time, reserved, protection, properties),
+  // appended to the first metadata copy, whose size grows by the entry's.
+  const Bytes entry = Entry(2, 8, Join({Bytes(16, 0x5a), Bytes(10, 0), Le(kProtectionClearKey, 2), KeyEntry(clearKey),
+                                       SealedKeyEntry(clearKey, KeyEntry(volumeMasterKey))}));
+  const uint64_t size = LeAt(offsets_[0] + 64, 4);
+  source_->Patch(offsets_[0] + 64 + size, entry);
+  source_->Patch(offsets_[0] + 64, Le(size + entry.size(), 4));
+  EXPECT_EQ(Digest(ReadUnlocked(Credential::ClearKey())), image_->decryptedSha256);
+  EXPECT_EQ(Digest(ReadUnlocked(Credential::FromText(""))), image_->decryptedSha256);
+}
+
+TEST_F(PatchedImageTest, ADamagedMetadataCopyGivesWayToTheNext) {
+  source_->Patch(offsets_[0], {'X'});  // the first copy's signature
+  std::unique_ptr<CBitlockerVolume> volume;
+  ASSERT_EQ(CBitlockerVolume::Open(source_, &volume, &why_), Status::kOk) << why_;
+  EXPECT_EQ(volume->copies().blocks.size(), 2u);
+  EXPECT_EQ(Digest(ReadUnlocked(Credential::Password(image_->password))), image_->decryptedSha256);
+
+  // The full volume key of the first two copies damaged: the third's is used.
+  Restore();
+  for (int copy = 0; copy < 2; ++copy) {
+    uint64_t entry = offsets_[copy] + 64 + 48;
+    while (LeAt(entry + 2, 2) != 0x0003 && entry < offsets_[copy] + 64 + LeAt(offsets_[copy] + 64, 4)) {
+      entry += LeAt(entry, 2);
+    }
+    ASSERT_EQ(LeAt(entry + 2, 2), 0x0003u) << "no full volume key in copy " << copy;
+    const uint64_t key = entry + 8 + 12 + 16;
+    source_->Patch(key, {static_cast<uint8_t>(LeAt(key, 1) ^ 0x40)});
+  }
+  EXPECT_EQ(Digest(ReadUnlocked(Credential::RecoveryPassword(image_->recoveryPassword))), image_->decryptedSha256);
+}
+
+TEST_F(PatchedImageTest, APartlyEncryptedVolumeShowsItsPlainPartAsItIs) {
+  Bytes raw(source_->Size());
+  ASSERT_TRUE(source_->ReadAt(0, raw.data(), raw.size()));
+  const Bytes full = ReadUnlocked(Credential::Password(image_->password));
+  const uint64_t encrypted = 40 * 1024 * 1024 + 512;
+  PatchEveryCopy(12, {2, 0});  // converting
+  PatchEveryCopy(16, Le(encrypted, 8));
+  std::unique_ptr<CUnlockedVolume> unlocked;
+  ASSERT_EQ(Unlock(Credential::Password(image_->password), &unlocked), Status::kOk) << why_;
+  const Bytes partial = ReadWholeVolume(*unlocked);
+  ASSERT_EQ(partial.size(), full.size());
+  EXPECT_EQ(0, std::memcmp(partial.data(), full.data(), encrypted));
+  size_t plainSectors = 0;
+  for (uint64_t at = encrypted; at < partial.size(); at += 512) {
+    bool hidden = false;
+    for (const Extent& extent : unlocked->layout().hidden()) hidden |= at >= extent.offset && at < extent.end();
+    ASSERT_EQ(0, std::memcmp(partial.data() + at, (hidden ? full.data() : raw.data()) + at, 512)) << "sector " << at;
+    plainSectors += hidden ? 0 : 1;
+  }
+  EXPECT_GT(plainSectors, 100000u);
+}
+
+class EncryptOnWriteTest : public PatchedImageTest {
+ protected:
+  void SetUp() override { Load(testimages::EncryptOnWriteImage(&why_)); }
+};
+
+TEST_F(EncryptOnWriteTest, OpensWithEachCredentialToAnNtfsVolumeOfItsSize) {
+  EXPECT_TRUE(CBitlockerVolume::IsBitlocker(image_->path));
+  Bytes raw(source_->Size());
+  ASSERT_TRUE(source_->ReadAt(0, raw.data(), raw.size()));
+  std::string firstDigest;
+  for (const Credential& credential :
+       {Credential::Password(image_->password), Credential::RecoveryPassword(image_->recoveryPassword)}) {
+    std::unique_ptr<CUnlockedVolume> unlocked;
+    ASSERT_EQ(Unlock(credential, &unlocked), Status::kOk) << why_;
+    const Bytes bytes = ReadWholeVolume(*unlocked);
+    ASSERT_EQ(bytes.size(), raw.size());
+    // NTFS keeps the volume's last sector for its backup boot sector.
+    EXPECT_EQ(std::memcmp(bytes.data() + 3, "NTFS    ", 8), 0);
+    EXPECT_EQ(LoadLe64(bytes.data() + 40) + 1, bytes.size() / LoadLe16(bytes.data() + 11));
+    EXPECT_EQ(LoadLe16(bytes.data() + 510), 0xaa55);
+    // Up to the first metadata copy nothing is hidden: every sector is decrypted.
+    for (uint64_t at = unlocked->layout().storedHeader().length; at < offsets_[0]; at += 512) {
+      ASSERT_NE(std::memcmp(bytes.data() + at, raw.data() + at, 512), 0) << "sector " << at << " shown as it lies";
+    }
+    if (firstDigest.empty()) firstDigest = Digest(bytes);
+    EXPECT_EQ(Digest(bytes), firstDigest);
+  }
+}
+
+TEST_F(EncryptOnWriteTest, RefusesWhatItCannotReadWithTheReason) {
+  const uint64_t size = source_->Size(), storedCopy = 0x21a5000;  // where the boot sectors are kept
+  const struct {
+    const char* reason;  // a phrase of the refusal
+    uint64_t at;         // a field of every metadata copy, or a device byte
+    Bytes bytes;
+    bool everyCopy;
+  } refusals[] = {
+      {"identifier 92a84d3c", 160, {0x3c}, false},
+      {"not in the clear", storedCopy + 511, {0}, false},
+      {"metadata copy 3", 10, {9, 0}, true},  // an unknown version in every copy
+      {"unknown conversion state 9", 12, {9, 0}, true},
+      {"conversion state 3 (encrypt-on-write", 12, {3, 0}, true},
+      {"says decrypted", 12, {kStateDecrypted, 0}, true},
+      {"part way", 12, {kStatePaused, 0}, true},
+      {"unknown next conversion state 0", 14, {0, 0}, true},
+      {"beyond the volume", 16, Le(size + 512, 8), true},
+      {"whole number", 16, Le(size - 100, 8), true},
+      {"says encrypted", 16, Le(0, 8), true},
+  };
+  for (const auto& refusal : refusals) {
+    Restore();
+    if (refusal.everyCopy) PatchEveryCopy(refusal.at, refusal.bytes);
+    if (!refusal.everyCopy) source_->Patch(refusal.at, refusal.bytes);
+    EXPECT_EQ(Unlock(Credential::Password(image_->password)), Status::kUnsupported) << refusal.reason;
+    EXPECT_NE(why_.find(refusal.reason), std::string::npos) << why_;
+  }
 }
 
 }  // namespace
