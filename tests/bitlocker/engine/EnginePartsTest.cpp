@@ -7,6 +7,7 @@
 #include <openssl/evp.h>
 #include <openssl/sha.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <random>
@@ -93,10 +94,7 @@ TEST_P(SectorCipherTest, DecryptsRunsOfAnyLengthFromAnySector) {
     ASSERT_TRUE(cipher->Decrypt(offset + at * sectorSize, buffer.data() + 1 + at * sectorSize, run));
     at += run;
   }
-  for (size_t k = 0; k < sectors; ++k) {
-    ASSERT_EQ(0, std::memcmp(buffer.data() + 1 + k * sectorSize, plain.data() + k * sectorSize, sectorSize))
-        << "sector " << k << " of the runs";
-  }
+  EXPECT_TRUE(std::equal(plain.begin(), plain.end(), buffer.begin() + 1));
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryMethod, SectorCipherTest,
