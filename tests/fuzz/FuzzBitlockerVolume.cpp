@@ -21,18 +21,15 @@ namespace {
 constexpr uint64_t kMetadataOffsets[3] = {0x10000, 0x20000, 0x30000};
 constexpr size_t kMetadataSpan = 0x10000;
 
-class CMemorySource : public IByteSource {
- public:
-  explicit CMemorySource(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)) {}
-  uint64_t Size() const override { return bytes_.size(); }
+// The device's bytes in memory.
+struct CMemorySource : IByteSource {
+  std::vector<uint8_t> bytes;
+  uint64_t Size() const override { return bytes.size(); }
   bool ReadAt(uint64_t offset, void* buffer, size_t length) const override {
-    if (offset > bytes_.size() || length > bytes_.size() - offset) return false;
-    std::memcpy(buffer, bytes_.data() + offset, length);
+    if (offset > bytes.size() || length > bytes.size() - offset) return false;
+    std::memcpy(buffer, bytes.data() + offset, length);
     return true;
   }
-
- private:
-  std::vector<uint8_t> bytes_;
 };
 
 std::vector<uint8_t> DeviceAroundMetadata(const uint8_t* metadata, size_t size) {
@@ -52,8 +49,8 @@ std::vector<uint8_t> DeviceAroundMetadata(const uint8_t* metadata, size_t size) 
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  auto source = std::make_shared<CMemorySource>((data[0] & 1) ? std::vector<uint8_t>(data + 1, data + size)
-                                                              : DeviceAroundMetadata(data + 1, size - 1));
+  auto source = std::make_shared<CMemorySource>();
+  source->bytes = (data[0] & 1) ? std::vector<uint8_t>(data + 1, data + size) : DeviceAroundMetadata(data + 1, size - 1);
   std::unique_ptr<CBitlockerVolume> volume;
   std::unique_ptr<CUnlockedVolume> unlocked;
   std::string why;

@@ -1,5 +1,5 @@
-// A BitLocker library for tests whose "BitLocker volumes" are plain files
-// and devices: the credential "plain" opens any of them as it is.  Other
+// A BitLocker library for the mounter's tests, whose "BitLocker volumes" are
+// plain files and devices: the credential "plain" opens any of them as it is.  Other
 // credentials choose the library's failures, so that the mounter's
 // answers to each can be tested without encrypted images:
 //   "not-bitlocker", "unsupported", anything else: wrong.
@@ -10,8 +10,6 @@
 #include <cstring>
 
 #include "IVolume.h"
-
-#define ZQ_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
@@ -33,9 +31,7 @@ class CFileVolume : public IVolume {
 
 }  // namespace
 
-ZQ_EXPORT bool is_bitlocker_drive(const char*) { return true; }
-
-ZQ_EXPORT int open_bitlocker_device(const char* rawDevice, const char* credential, IVolume** volume) {
+extern "C" __attribute__((visibility("default"))) int open_bitlocker_device(const char* rawDevice, const char* credential, IVolume** volume) {
   *volume = nullptr;
   if (std::strcmp(credential, "not-bitlocker") == 0) return bitlocker::kNotBitlocker;
   if (std::strcmp(credential, "unsupported") == 0) return bitlocker::kUnsupported;
