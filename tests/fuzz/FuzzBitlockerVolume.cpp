@@ -54,10 +54,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::unique_ptr<CBitlockerVolume> volume;
   std::unique_ptr<CUnlockedVolume> unlocked;
   std::string why;
-  if (CBitlockerVolume::Open(source, &volume, &why) != Status::kOk ||
-      volume->Unlock(Credential::ClearKey(), &unlocked, &why, 1) != Status::kOk) {
-    return 0;
-  }
+  if (CBitlockerVolume::Open(source, &volume, &why) != Status::kOk) return 0;
+  if (volume->Unlock(Credential::ClearKey(), &unlocked, &why, 1) != Status::kOk) return 0;
   uint8_t sector[4096];
   const uint64_t end = unlocked->Size();
   for (uint64_t offset : {uint64_t{0}, end / 2, end > sizeof sector ? end - sizeof sector : 0}) {

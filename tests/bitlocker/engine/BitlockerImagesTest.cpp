@@ -64,7 +64,6 @@ TEST(Images, CredentialsThatDoNotFitAreRefusedWithTheReason) {
       {xts, Credential::ClearKey(), "no clear key protector"},
       {xts, Credential::RecoveryPassword(badCheck), "not a valid recovery password"},
       {xts, Credential::RecoveryPassword("000011-000022-000033-000044-000055-000066-000077-000088"), ""},
-      {xts, Credential::StartupKeyFile(startupKey->startupKeyPath), ""},
       {smartCard, Credential::Password("anaconda"), "no password protector"},
       {startupKey, Credential::StartupKeyFile(changedPath), ""},
       {startupKey, Credential::StartupKeyFile(testimages::WriteScratchFile("text.BEK", std::vector<uint8_t>(200, 'x'))),
@@ -172,9 +171,8 @@ class PatchedImageTest : public ::testing::Test {
     if (!(image_ = image)) GTEST_SKIP() << why_;
     file_ = CFileSource::Open(image->path);
     Restore();
-    std::unique_ptr<CBitlockerVolume> volume;
-    ASSERT_EQ(CBitlockerVolume::Open(source_, &volume, &why_), Status::kOk) << why_;
-    offsets_ = volume->header().metadataOffsets;
+    ASSERT_EQ(CBitlockerVolume::Open(source_, &volume_, &why_), Status::kOk) << why_;
+    offsets_ = volume_->header().metadataOffsets;
   }
   void Restore() { source_ = std::make_shared<CPatchedSource>(file_); }
   void PatchEveryCopy(uint64_t at, const Bytes& bytes) {
@@ -185,20 +183,22 @@ class PatchedImageTest : public ::testing::Test {
     source_->ReadAt(at, bytes, size);
     return LoadLe64(bytes);
   }
-  Status Unlock(const Credential& credential, std::unique_ptr<CUnlockedVolume>* unlocked = nullptr) {
-    std::unique_ptr<CUnlockedVolume> ignored;
-    return OpenAndUnlock(source_, credential, &why_, unlocked ? unlocked : &ignored);
+  // Opens the patched image afresh and unlocks it into unlocked_.
+  Status Unlock(const Credential& credential) {
+    unlocked_.reset();
+    return OpenAndUnlock(source_, credential, &why_, &unlocked_);
   }
   // The whole unlocked volume, or nothing.
   Bytes ReadUnlocked(const Credential& credential) {
-    std::unique_ptr<CUnlockedVolume> unlocked;
-    EXPECT_EQ(Unlock(credential, &unlocked), Status::kOk) << why_;
-    return unlocked ? ReadWholeVolume(*unlocked) : Bytes();
+    EXPECT_EQ(Unlock(credential), Status::kOk) << why_;
+    return unlocked_ ? ReadWholeVolume(*unlocked_) : Bytes();
   }
 
   const testimages::Image* image_ = nullptr;
   std::shared_ptr<const IByteSource> file_;
   std::shared_ptr<CPatchedSource> source_;
+  std::unique_ptr<CBitlockerVolume> volume_;  // the image as it was
+  std::unique_ptr<CUnlockedVolume> unlocked_;
   std::array<uint64_t, 3> offsets_{};
   std::string why_;
 };
@@ -213,11 +213,9 @@ class StartupKeyImageTest : public PatchedImageTest {
 // 32 bytes); appended to the first metadata copy, whose size grows by its.
 TEST_F(StartupKeyImageTest, AnAddedClearKeyProtectorOpensWithAnEmptyCredential) {
   EXPECT_EQ(Unlock(Credential::ClearKey()), Status::kWrongCredential);
-  std::unique_ptr<CBitlockerVolume> volume;
-  ASSERT_EQ(CBitlockerVolume::Open(source_, &volume, &why_), Status::kOk) << why_;
   const std::string file = ReadFile(image_->startupKeyPath);
   Bytes value = Join({Bytes(16, 0x5a), Bytes(10, 0), Le(kProtectionClearKey, 2), KeyEntry(Bytes(file.end() - 32, file.end()))});
-  for (const auto& protector : ListKeyProtectors(volume->metadata().metadata)) {
+  for (const auto& protector : ListKeyProtectors(volume_->metadata().metadata)) {
     for (const MetadataEntry& sealed : protector.properties) {
       if (protector.protection != kProtectionStartupKey || sealed.valueType != 5) continue;
       value = Join({value, Entry(sealed.type, 5, Bytes(sealed.value.data(), sealed.value.data() + sealed.value.size()))});
@@ -259,15 +257,14 @@ TEST_F(PatchedImageTest, APartlyEncryptedVolumeShowsItsPlainPartAsItIs) {
   const uint64_t encrypted = 40 * 1024 * 1024 + 512;
   PatchEveryCopy(12, {2, 0});  // converting
   PatchEveryCopy(16, Le(encrypted, 8));
-  std::unique_ptr<CUnlockedVolume> unlocked;
-  ASSERT_EQ(Unlock(Credential::Password(image_->password), &unlocked), Status::kOk) << why_;
-  const Bytes partial = ReadWholeVolume(*unlocked);
+  ASSERT_EQ(Unlock(Credential::Password(image_->password)), Status::kOk) << why_;
+  const Bytes partial = ReadWholeVolume(*unlocked_);
   ASSERT_EQ(partial.size(), full.size());
   EXPECT_EQ(0, std::memcmp(partial.data(), full.data(), encrypted));
   size_t plainSectors = 0;
   for (uint64_t at = encrypted; at < partial.size(); at += 512) {
     bool hidden = false;
-    for (const Extent& extent : unlocked->layout().hidden()) hidden |= at >= extent.offset && at < extent.end();
+    for (const Extent& extent : unlocked_->layout().hidden()) hidden |= at >= extent.offset && at < extent.end();
     ASSERT_EQ(0, std::memcmp(partial.data() + at, (hidden ? full.data() : raw.data()) + at, 512)) << "sector " << at;
     plainSectors += hidden ? 0 : 1;
   }
@@ -280,19 +277,18 @@ class EncryptOnWriteTest : public PatchedImageTest {
 };
 
 TEST_F(EncryptOnWriteTest, OpensWithEachCredentialToAnNtfsVolumeOfItsSize) {
-  EXPECT_TRUE(CBitlockerVolume::IsBitlocker(image_->path));
   Bytes raw(source_->Size());
   ASSERT_TRUE(source_->ReadAt(0, raw.data(), raw.size()));
-  std::unique_ptr<CUnlockedVolume> unlocked;
-  ASSERT_EQ(Unlock(Credential::Password(image_->password), &unlocked), Status::kOk) << why_;
-  const Bytes bytes = ReadWholeVolume(*unlocked);
+  ASSERT_EQ(Unlock(Credential::Password(image_->password)), Status::kOk) << why_;
+  const Bytes bytes = ReadWholeVolume(*unlocked_);
   ASSERT_EQ(bytes.size(), raw.size());
+  const Extent stored = unlocked_->layout().storedHeader();
   EXPECT_TRUE(bytes == ReadUnlocked(Credential::RecoveryPassword(image_->recoveryPassword)));
   // NTFS keeps the volume's last sector for its backup boot sector.
   EXPECT_EQ(std::memcmp(bytes.data() + 3, "NTFS    ", 8), 0);
   EXPECT_EQ(LoadLe64(bytes.data() + 40) + 1, bytes.size() / LoadLe16(bytes.data() + 11));
   // Up to the first metadata copy nothing is hidden: every sector is decrypted.
-  for (uint64_t at = unlocked->layout().storedHeader().length; at < offsets_[0]; at += 512) {
+  for (uint64_t at = stored.length; at < offsets_[0]; at += 512) {
     ASSERT_NE(std::memcmp(bytes.data() + at, raw.data() + at, 512), 0) << "sector " << at << " shown as it lies";
   }
 }
@@ -319,8 +315,7 @@ TEST_F(EncryptOnWriteTest, RefusesWhatItCannotReadWithTheReason) {
   };
   for (const auto& refusal : refusals) {
     Restore();
-    if (refusal.everyCopy) PatchEveryCopy(refusal.at, refusal.bytes);
-    if (!refusal.everyCopy) source_->Patch(refusal.at, refusal.bytes);
+    refusal.everyCopy ? PatchEveryCopy(refusal.at, refusal.bytes) : source_->Patch(refusal.at, refusal.bytes);
     EXPECT_EQ(Unlock(Credential::Password(image_->password)), Status::kUnsupported) << refusal.reason;
     EXPECT_NE(why_.find(refusal.reason), std::string::npos) << why_;
   }
