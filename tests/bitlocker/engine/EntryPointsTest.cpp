@@ -43,8 +43,7 @@ TEST(BitlockerLibrary, TellsTheCredentialFromItsTextAndReportsEachFailure) {
   std::vector<uint8_t> fat(65536, 0);
   std::memcpy(fat.data(), "\xeb\x58\x90MSWIN4.1\x00\x02\x08", 14);
   std::memcpy(fat.data() + 82, "FAT32   ", 8);
-  fat[510] = 0x55;
-  fat[511] = 0xaa;
+  std::memcpy(fat.data() + 510, "\x55\xaa", 2);
   EXPECT_FALSE(is_bitlocker_drive(testimages::WriteScratchFile("fat.img", fat).c_str()));
   EXPECT_FALSE(is_bitlocker_drive((testimages::ScratchFolder() + "/missing").c_str()));
   EXPECT_FALSE(is_bitlocker_drive(""));

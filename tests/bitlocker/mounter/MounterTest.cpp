@@ -118,9 +118,15 @@ TEST_F(MounterTest, EachFailureHasItsOwnStatusAndMountsNothing) {
 }
 
 // An unencrypted file system image holding one known file, made with the
-// distribution's tools: its name, a tool that must be installed, and a
-// shell command that makes "$IMAGE" and puts "$FILE" in it.
-class MounterFilesystemTest : public MounterTest, public ::testing::WithParamInterface<std::array<const char*, 3>> {};
+// distribution's tools: a tool that must be installed, and a shell command
+// that makes "$IMAGE" and puts "$FILE" in it.
+struct FilesystemCase {
+  const char *name, *tool, *make;
+};
+
+void PrintTo(const FilesystemCase& param, std::ostream* out) { *out << param.name; }
+
+class MounterFilesystemTest : public MounterTest, public ::testing::WithParamInterface<FilesystemCase> {};
 
 TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
   const auto [name, tool, make] = GetParam();
@@ -153,12 +159,12 @@ TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
 INSTANTIATE_TEST_SUITE_P(
     Drivers, MounterFilesystemTest,
     ::testing::Values(
-        std::array<const char*, 3>{"FAT", "mcopy", "mkfs.fat \"$IMAGE\" && mcopy -i \"$IMAGE\" \"$FILE\" ::hello.txt"},
-        std::array<const char*, 3>{"NTFS", "ntfscp", "mkntfs -F -f -q \"$IMAGE\" && ntfscp \"$IMAGE\" \"$FILE\" hello.txt"},
-        std::array<const char*, 3>{"exFAT", "mkfs.exfat",
-                                   "mkfs.exfat \"$IMAGE\" && d=$(mktemp -d) && mount -t exfat-fuse -o loop \"$IMAGE\" $d && "
-                                   "cp \"$FILE\" $d/hello.txt && umount $d && rmdir $d"}),
-    [](const auto& info) { return std::string(info.param[0]); });
+        FilesystemCase{"FAT", "mcopy", "mkfs.fat \"$IMAGE\" && mcopy -i \"$IMAGE\" \"$FILE\" ::hello.txt"},
+        FilesystemCase{"NTFS", "ntfscp", "mkntfs -F -f -q \"$IMAGE\" && ntfscp \"$IMAGE\" \"$FILE\" hello.txt"},
+        FilesystemCase{"exFAT", "mkfs.exfat",
+                       "mkfs.exfat \"$IMAGE\" && d=$(mktemp -d) && mount -t exfat-fuse -o loop \"$IMAGE\" $d && "
+                       "cp \"$FILE\" $d/hello.txt && umount $d && rmdir $d"}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST(MountRequestTest, ReadsTheThreeWordsAndEachOption) {
   MountRequest request;
