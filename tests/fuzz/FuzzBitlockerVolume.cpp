@@ -7,12 +7,8 @@
 // fuzzer spends its time in the metadata and its entries; an odd first byte
 // makes the rest of the input the whole device, header included.
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "Bytes.h"
 #include "CBitlockerVolume.h"
@@ -25,18 +21,15 @@ namespace {
 constexpr uint64_t kMetadataOffsets[3] = {0x10000, 0x20000, 0x30000};
 constexpr size_t kMetadataSpan = 0x10000;
 
-class CMemorySource : public IByteSource {
- public:
-  explicit CMemorySource(std::vector<uint8_t> bytes) : bytes_(std::move(bytes)) {}
-  uint64_t Size() const override { return bytes_.size(); }
+// The device's bytes in memory.
+struct CMemorySource : IByteSource {
+  std::vector<uint8_t> bytes;
+  uint64_t Size() const override { return bytes.size(); }
   bool ReadAt(uint64_t offset, void* buffer, size_t length) const override {
-    if (offset > bytes_.size() || length > bytes_.size() - offset) return false;
-    std::memcpy(buffer, bytes_.data() + offset, length);
+    if (offset > bytes.size() || length > bytes.size() - offset) return false;
+    std::memcpy(buffer, bytes.data() + offset, length);
     return true;
   }
-
- private:
-  std::vector<uint8_t> bytes_;
 };
 
 std::vector<uint8_t> DeviceAroundMetadata(const uint8_t* metadata, size_t size) {
@@ -56,13 +49,12 @@ std::vector<uint8_t> DeviceAroundMetadata(const uint8_t* metadata, size_t size) 
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
-  std::vector<uint8_t> device = (data[0] & 1) ? std::vector<uint8_t>(data + 1, data + size)
-                                              : DeviceAroundMetadata(data + 1, size - 1);
-  auto source = std::make_shared<CMemorySource>(std::move(device));
+  auto source = std::make_shared<CMemorySource>();
+  source->bytes = (data[0] & 1) ? std::vector<uint8_t>(data + 1, data + size) : DeviceAroundMetadata(data + 1, size - 1);
   std::unique_ptr<CBitlockerVolume> volume;
+  std::unique_ptr<CUnlockedVolume> unlocked;
   std::string why;
   if (CBitlockerVolume::Open(source, &volume, &why) != Status::kOk) return 0;
-  std::unique_ptr<CUnlockedVolume> unlocked;
   if (volume->Unlock(Credential::ClearKey(), &unlocked, &why, 1) != Status::kOk) return 0;
   uint8_t sector[4096];
   const uint64_t end = unlocked->Size();

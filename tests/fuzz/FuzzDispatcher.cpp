@@ -2,11 +2,8 @@
 // the external programs and the BitLocker library replaced by recording
 // stand-ins.  Run it in private mount namespaces: the startup commands
 // write and remove the real items.
-#include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 #include "CPipeServerEvent.h"
 #include "Platform.h"
@@ -24,11 +21,8 @@ class NullConnector : public IIPCConnector {
 
 StubBundle& Bundle() {
   static StubBundle bundle;
-  static bool ready = [] {
-    platform::SetMainBundlePath(bundle.bundlePath());
-    bundle.Answer("diskutil-unmount.stdout", "successful\n");
-    return true;
-  }();
+  static const bool ready = (platform::SetMainBundlePath(bundle.bundlePath()),
+                             bundle.Answer("diskutil-unmount.stdout", "successful\n"), true);
   (void)ready;
   return bundle;
 }
@@ -37,9 +31,8 @@ StubBundle& Bundle() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Bundle().ClearCalls();
-  _MSG_DATA_PACKAGE package;
-  std::memset(&package, 0, sizeof package);
-  std::memcpy(&package, data, size < 512 ? size : 512);
+  _MSG_DATA_PACKAGE package{};
+  std::memcpy(&package, data, size < sizeof package ? size : sizeof package);
   CPipeServerEvent dispatcher;
   NullConnector connector;
   dispatcher.OnCommand_Reply(&connector, &package, 508);

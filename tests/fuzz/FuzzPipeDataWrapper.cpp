@@ -1,6 +1,4 @@
 // Feeds arbitrary received payloads to the record decoder.
-#include <cstddef>
-#include <cstdint>
 #include <cstring>
 
 #include "CPipeDataWrapper.h"

@@ -14,8 +14,9 @@
 #include <random>
 
 #include "FileContents.h"
-#include "MounterHarness.h"
+#include "MountRequest.h"
 #include "MountTable.h"
+#include "MounterHarness.h"
 #include "MounterStatus.h"
 #include "ProgramRun.h"
 #include "StubBundle.h"
@@ -36,11 +37,6 @@ class MounterTest : public ::testing::Test {
     const std::string macos = root_("Plain Bundle.app/Contents/MacOS");
     mounter_ = macos + "/zq-mounter";
     library_ = macos + "/libBitLockerWapper.dylib";
-    // Mount points lie below a volumes folder; a blank in one must reach
-    // the mounter as part of the one word.
-    mountFolder_ = "/mnt/zq-mounter-test-" + std::to_string(getpid());
-    mountPoint_ = mountFolder_ + "/mount point";
-    image_ = root_("image");
     ASSERT_EQ(RunShell("mkdir -p " + Quoted(macos) + " " + Quoted(mountPoint_) + " && cp " + Quoted(ZQ_MOUNTER_FILE) +
                        " " + Quoted(mounter_) + " && cp " + Quoted(ZQ_PLAIN_LIBRARY_FILE) + " " + Quoted(library_)),
               0);
@@ -51,61 +47,34 @@ class MounterTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (mountPoint_.empty()) return;
     ForceUnmount(mountPoint_);
     for (int pid : LiveProcessesWithWord(mountPoint_)) kill(pid, SIGKILL);
     rmdir(mountPoint_.c_str());
     rmdir(mountFolder_.c_str());
   }
 
-  ProgramRun Mount(const std::string& options, const std::string& credential = "plain") {
-    return RunProgram(mounter_, {image_, mountPoint_, options}, credential + "\n");
-  }
-
-  // Unmounts the mount point as a user would and checks that the mounter
-  // and any driver it started are gone, with their mounts.
-  void ExpectUmountReleasesEverything() {
-    ASSERT_EQ(umount(mountPoint_.c_str()), 0) << std::strerror(errno);
-    EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << "a mounter or driver process is left";
-    EXPECT_FALSE(MountedAt(mountPoint_));
-    EXPECT_TRUE(MountPointsOfSource(image_).empty()) << "the staging mount is left";
-  }
+  ProgramRun Mount(const std::string& options) { return RunProgram(mounter_, {image_, mountPoint_, options}, "plain\n"); }
 
   TempDir root_;
-  std::string mounter_, library_, mountFolder_, mountPoint_, image_;
+  std::string mounter_, library_, image_ = root_("image");
+  // Mount points lie below a volumes folder; a blank in one must reach the
+  // mounter as part of the one word.
+  std::string mountFolder_ = "/mnt/zq-mounter-test-" + std::to_string(getpid()), mountPoint_ = mountFolder_ + "/mount point";
 };
 
-TEST_F(MounterTest, RawServesTheWholeFileReadOnlyWithTheOwnershipAskedFor) {
-  struct Ownership {
-    const char* options;
-    uid_t uid;
-    gid_t gid;
-    mode_t mode;
-  };
-  // Nobody is at the machine here, so what is served is root's alone
-  // unless the options share it.
-  for (const Ownership& expected : {Ownership{"raw", 0, 0, 0400}, Ownership{"raw,uid=0,gid=0,umask=022", 0, 0, 0444}}) {
-    SCOPED_TRACE(expected.options);
-    const ProgramRun run = Mount(expected.options);
-    ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
-    struct stat info;
-    ASSERT_EQ(stat((mountPoint_ + "/volume").c_str(), &info), 0);
-    EXPECT_EQ(info.st_size, static_cast<off_t>(kImageSize));
-    EXPECT_EQ(info.st_uid, expected.uid);
-    EXPECT_EQ(info.st_gid, expected.gid);
-    EXPECT_EQ(info.st_mode & 07777, expected.mode);
-    EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), FileSha256(image_));
-    EXPECT_LT(open((mountPoint_ + "/volume").c_str(), O_WRONLY), 0);
-    EXPECT_LT(open((mountPoint_ + "/other").c_str(), O_RDONLY), 0);
-    const std::optional<MountEntry> mount = TopMountAt(ReadMountTable(), mountPoint_);
-    ASSERT_TRUE(mount);
-    EXPECT_NE(mount->options.find("nosuid,nodev"), std::string::npos) << mount->options;
-    ExpectUmountReleasesEverything();
-  }
-}
-
-TEST_F(MounterTest, StopSignalTakesTheMountDown) {
-  ASSERT_EQ(Mount("raw").status, bitlocker::kOk);
+// The mode that the options ask for, of a file served read-only and whole
+// up to its odd end, until the stop signal takes the mount down.  Ownership,
+// umount and the user's rights are the service's end-to-end tests' part.
+TEST_F(MounterTest, RawServesTheWholeFileReadOnlyWithTheModeAskedForUntilStopped) {
+  const ProgramRun run = Mount("raw,uid=0,gid=0,umask=022");
+  ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
+  struct stat info;
+  ASSERT_EQ(stat((mountPoint_ + "/volume").c_str(), &info), 0);
+  EXPECT_EQ(info.st_size, static_cast<off_t>(kImageSize));
+  EXPECT_EQ(info.st_mode & 07777, 0444u);
+  EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), FileSha256(image_));
+  EXPECT_LT(open((mountPoint_ + "/volume").c_str(), O_WRONLY), 0);
+  EXPECT_LT(open((mountPoint_ + "/other").c_str(), O_RDONLY), 0);
   const std::vector<int> servers = LiveProcessesWithWord(mountPoint_);
   ASSERT_EQ(servers.size(), 1u);
   kill(servers[0], SIGTERM);
@@ -113,59 +82,46 @@ TEST_F(MounterTest, StopSignalTakesTheMountDown) {
   EXPECT_FALSE(MountedAt(mountPoint_));
 }
 
+// Besides these, the service's end-to-end tests refuse a wrong credential, a
+// third user as owner and a mount point outside the volumes folders.
 TEST_F(MounterTest, EachFailureHasItsOwnStatusAndMountsNothing) {
-  struct Refusal {
+  // An NTFS signature over zeros: detected as NTFS, refused by every driver.
+  std::string ntfs(1024 * 1024, '\0');
+  std::ofstream(root_("ntfs"), std::ios::binary) << ntfs.replace(3, 8, "NTFS    ");
+  const struct {
     const char* what;
     std::vector<std::string> words;
     std::string input;
     int status;
-  };
-  const Refusal refusals[] = {
+  } refusals[] = {
       {"a credential as a word", {image_, mountPoint_, "raw", "plain"}, "plain\n", kMounterUsage},
       {"no credential", {image_, mountPoint_, "raw"}, "", kMounterUsage},
       {"mount point is a file", {image_, image_, "raw"}, "plain\n", kMounterUsage},
-      {"mount point outside the volumes folders", {image_, root_("elsewhere"), "raw"}, "plain\n", kMounterUsage},
-      {"a third user as owner", {image_, mountPoint_, "raw,uid=1234"}, "plain\n", kMounterUsage},
       {"not BitLocker", {image_, mountPoint_, "raw"}, "not-bitlocker\n", bitlocker::kNotBitlocker},
-      {"wrong credential", {image_, mountPoint_, "raw"}, "guess\n", bitlocker::kWrongCredential},
       {"unsupported volume", {image_, mountPoint_, "raw"}, "unsupported\n", bitlocker::kUnsupported},
       {"no file system inside", {image_, mountPoint_, ""}, "plain\n", bitlocker::kUnsupported},
+      {"a file system no driver takes", {root_("ntfs"), mountPoint_, ""}, "plain\n", kMounterMountFailed},
       {"device missing", {"/dev/zq-no-such-device", mountPoint_, "raw"}, "plain\n", bitlocker::kIoError},
   };
-  for (const Refusal& refusal : refusals) {
+  for (const auto& refusal : refusals) {
     SCOPED_TRACE(refusal.what);
     const ProgramRun run = RunProgram(mounter_, refusal.words, refusal.input);
     EXPECT_EQ(run.status, refusal.status) << run.errors;
     EXPECT_FALSE(run.errors.empty()) << "says nothing";
     EXPECT_FALSE(MountedAt(mountPoint_));
+    EXPECT_TRUE(MountPointsOfSource(refusal.words[0]).empty()) << "the staging mount is left";
     EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
   }
-
   ASSERT_EQ(unlink(library_.c_str()), 0);
   EXPECT_EQ(Mount("raw").status, kMounterNoLibrary);
   EXPECT_FALSE(MountedAt(mountPoint_));
 }
 
-TEST_F(MounterTest, FileSystemThatNoDriverTakesMountsNothing) {
-  // An NTFS signature over zeros: detected as NTFS, refused by every driver.
-  std::string bytes(1024 * 1024, '\0');
-  bytes.replace(3, 8, "NTFS    ");
-  std::ofstream(image_, std::ios::binary | std::ios::trunc) << bytes;
-
-  const ProgramRun run = Mount("");
-  EXPECT_EQ(run.status, kMounterMountFailed) << run.errors;
-  EXPECT_NE(run.errors.find("NTFS"), std::string::npos) << run.errors;
-  EXPECT_FALSE(MountedAt(mountPoint_));
-  EXPECT_TRUE(MountPointsOfSource(image_).empty()) << "the staging mount is left";
-  EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
-}
-
 // An unencrypted file system image holding one known file, made with the
-// distribution's tools.
+// distribution's tools: a tool that must be installed, and a shell command
+// that makes "$IMAGE" and puts "$FILE" in it.
 struct FilesystemCase {
-  const char* name;
-  const char* tool;  // must be installed
-  const char* make;  // shell command on "$IMAGE", putting "$FILE" in it
+  const char *name, *tool, *make;
 };
 
 void PrintTo(const FilesystemCase& param, std::ostream* out) { *out << param.name; }
@@ -173,16 +129,13 @@ void PrintTo(const FilesystemCase& param, std::ostream* out) { *out << param.nam
 class MounterFilesystemTest : public MounterTest, public ::testing::WithParamInterface<FilesystemCase> {};
 
 TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
-  const FilesystemCase& param = GetParam();
-  if (RunShell(std::string("command -v ") + param.tool + " >/dev/null") != 0)
-    GTEST_SKIP() << param.tool << " is not installed";
-  const std::string file = root_("hello.txt");
-  const std::string text = std::string("hello from ") + param.name + "\n";
-  std::ofstream(file) << text;
-  ASSERT_EQ(RunShell("IMAGE=" + Quoted(image_) + " FILE=" + Quoted(file) + "; truncate -s 0 \"$IMAGE\" && truncate -s 48M \"$IMAGE\" && (" +
-                     param.make + ") >/dev/null 2>&1"),
+  const auto [name, tool, make] = GetParam();
+  if (RunShell(std::string("command -v ") + tool + " >/dev/null") != 0) GTEST_SKIP() << tool << " is not installed";
+  const std::string text = std::string("hello from ") + name + "\n";
+  std::ofstream(root_("hello.txt")) << text;
+  ASSERT_EQ(RunShell("IMAGE=" + Quoted(image_) + " FILE=" + Quoted(root_("hello.txt")) +
+                     "; truncate -s 0 \"$IMAGE\" && truncate -s 48M \"$IMAGE\" && (" + make + ") >/dev/null 2>&1"),
             0);
-
   const ProgramRun run = Mount("umask=077");
   ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
   EXPECT_EQ(ReadFile(mountPoint_ + "/hello.txt"), text);
@@ -194,8 +147,11 @@ TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
     ASSERT_TRUE(mount) << at;
     EXPECT_NE(mount->options.find("nosuid,nodev"), std::string::npos) << at << ": " << mount->options;
   }
-
-  ExpectUmountReleasesEverything();
+  // Unmounted as a user would, the mounter and the driver it started go, with their mounts.
+  ASSERT_EQ(umount(mountPoint_.c_str()), 0) << std::strerror(errno);
+  EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << "a mounter or driver process is left";
+  EXPECT_FALSE(MountedAt(mountPoint_));
+  EXPECT_TRUE(MountPointsOfSource(image_).empty()) << "the staging mount is left";
   EXPECT_TRUE(LoopDevicesBackedBy(staging[0]).empty()) << "a loop device is left";
   EXPECT_NE(access(staging[0].c_str(), F_OK), 0) << "the staging folder is left";
 }
@@ -208,6 +164,38 @@ INSTANTIATE_TEST_SUITE_P(
         FilesystemCase{"exFAT", "mkfs.exfat",
                        "mkfs.exfat \"$IMAGE\" && d=$(mktemp -d) && mount -t exfat-fuse -o loop \"$IMAGE\" $d && "
                        "cp \"$FILE\" $d/hello.txt && umount $d && rmdir $d"}),
-    [](const ::testing::TestParamInfo<FilesystemCase>& info) { return std::string(info.param.name); });
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(MountRequestTest, ReadsTheThreeWordsAndEachOption) {
+  MountRequest request;
+  std::string error;
+  ASSERT_TRUE(ParseMountRequest({"/dev/loop3", "/media/a b", ",raw,,uid=501,gid=20,umask=027,"}, &request, &error))
+      << error;
+  EXPECT_TRUE(request.rawDevice == "/dev/loop3" && request.mountPoint == "/media/a b" && request.raw);
+  EXPECT_TRUE(request.uid == 501 && request.gid == 20 && request.umask == 027);
+  ASSERT_TRUE(ParseMountRequest({"/dev/loop3", "/m", ""}, &request, &error)) << error;
+  EXPECT_TRUE(!request.raw && request.uid == 0) << "by default the raw volume is not served, and root owns what is";
+  EXPECT_EQ(request.umask, 077u) << "by default what is served is the owner's alone";
+}
+
+TEST(MountRequestTest, RefusesWhatWouldBeMisread) {
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {"/dev/loop3", "/m", "raw", "a credential is never a word"},
+           {"", "/m", "raw"},
+           {"/dev/loop3", "", "raw"},
+           {"/dev/loop3", "/m", "RAW"},
+           {"/dev/loop3", "/m", "raw=1"},
+           {"/dev/loop3", "/m", "uid="},
+           {"/dev/loop3", "/m", "uid=-1"},
+           {"/dev/loop3", "/m", "uid=4294967295"},
+           {"/dev/loop3", "/m", "gid=12x"},
+           {"/dev/loop3", "/m", "umask=1000"},
+           {"/dev/loop3", "/m", "umask=8"}}) {
+    MountRequest request;
+    std::string error;
+    EXPECT_FALSE(ParseMountRequest(words, &request, &error)) << words.size() << " words, options " << words[2];
+    EXPECT_FALSE(error.empty());
+  }
+}
 
 }  // namespace

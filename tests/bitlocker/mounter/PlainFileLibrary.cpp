@@ -1,20 +1,14 @@
-// A BitLocker library for tests whose "BitLocker volumes" are plain files
-// and devices: the credential "plain" opens any of them as it is.  Other
+// A BitLocker library for the mounter's tests, whose "BitLocker volumes" are
+// plain files and devices: the credential "plain" opens any of them as it is.  Other
 // credentials choose the library's failures, so that the mounter's
 // answers to each can be tested without encrypted images:
 //   "not-bitlocker", "unsupported", anything else: wrong.
 #include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 
 #include "IVolume.h"
-
-#define ZQ_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace {
 
@@ -23,13 +17,9 @@ class CFileVolume : public IVolume {
  public:
   CFileVolume(int fd, uint64_t size) : fd_(fd), size_(size) {}
   ~CFileVolume() override { close(fd_); }
-  CFileVolume(const CFileVolume&) = delete;
-  CFileVolume& operator=(const CFileVolume&) = delete;
-
   uint64_t Size() const override { return size_; }
   ssize_t Read(uint64_t offset, void* buffer, size_t length) override {
-    if (offset >= size_) return 0;
-    return pread(fd_, buffer, std::min<uint64_t>(length, size_ - offset), static_cast<off_t>(offset));
+    return pread(fd_, buffer, length, static_cast<off_t>(offset));  // 0 at the end, short up to it
   }
 
  private:
@@ -39,20 +29,14 @@ class CFileVolume : public IVolume {
 
 }  // namespace
 
-ZQ_EXPORT bool is_bitlocker_drive(const char*) { return true; }
-
-ZQ_EXPORT int open_bitlocker_device(const char* rawDevice, const char* credential, IVolume** volume) {
+extern "C" __attribute__((visibility("default"))) int open_bitlocker_device(const char* rawDevice,
+                                                                             const char* credential, IVolume** volume) {
   *volume = nullptr;
   if (std::strcmp(credential, "not-bitlocker") == 0) return bitlocker::kNotBitlocker;
   if (std::strcmp(credential, "unsupported") == 0) return bitlocker::kUnsupported;
   if (std::strcmp(credential, "plain") != 0) return bitlocker::kWrongCredential;
   const int fd = open(rawDevice, O_RDONLY | O_CLOEXEC);
-  struct stat info;
-  uint64_t size = 0;
-  if (fd < 0 || fstat(fd, &info) != 0 || (S_ISBLK(info.st_mode) && ioctl(fd, BLKGETSIZE64, &size) != 0)) {
-    if (fd >= 0) close(fd);
-    return bitlocker::kIoError;
-  }
-  *volume = new CFileVolume(fd, S_ISBLK(info.st_mode) ? size : static_cast<uint64_t>(info.st_size));
+  if (fd < 0) return bitlocker::kIoError;
+  *volume = new CFileVolume(fd, static_cast<uint64_t>(lseek(fd, 0, SEEK_END)));  // files and devices alike
   return bitlocker::kOk;
 }
