@@ -12,12 +12,14 @@
 #include <cstring>
 #include <map>
 #include <random>
+#include <sstream>
 
 #include "Bytes.h"
 #include "CBitlockerVolume.h"
 #include "CFileSource.h"
 #include "FileContents.h"
 #include "KeyProtector.h"
+#include "TaskWrapper.h"
 #include "TestImages.h"
 
 using namespace bitlocker;
@@ -316,6 +318,53 @@ TEST_F(EncryptOnWriteTest, RefusesWhatItCannotReadWithTheReason) {
     refusal.everyCopy ? PatchEveryCopy(refusal.at, refusal.bytes) : source_->Patch(refusal.at, refusal.bytes);
     EXPECT_EQ(Unlock(Credential::Password(image_->password)), Status::kUnsupported) << refusal.reason;
     EXPECT_NE(why_.find(refusal.reason), std::string::npos) << why_;
+  }
+}
+
+// cryptsetup is an independent parser: what it reads of each volume's
+// header and metadata must be what the engine reads, in its order.
+TEST(Images, CryptsetupReadsEveryVolumesMetadataAsTheEngineDoes) {
+  ZQ_REQUIRE_IMAGES(images);
+  std::vector<testimages::Image> all = *images;
+  if (const testimages::Image* eow = testimages::EncryptOnWriteImage(&imagesWhy)) all.push_back(*eow);
+  const std::map<uint16_t, std::string> ciphers = {{0x8000, "cbc-elephant\nCipher key: 256"},
+                                                   {0x8002, "cbc-eboiv\nCipher key: 128"},
+                                                   {0x8004, "xts-plain64\nCipher key: 256"}};
+  const std::map<uint16_t, std::string> protections = {{kProtectionPassword, "passphrase"},
+                                                       {kProtectionRecoveryPassword, "recovery passphrase"},
+                                                       {kProtectionStartupKey, "startup key"},
+                                                       {kProtectionSmartCard, "smart card"}};
+  for (const auto& image : all) {
+    SCOPED_TRACE(image.name);
+    const TaskWrapper run = TaskWrapper::runScript("PATH=$PATH:/usr/sbin:/sbin cryptsetup bitlkDump '" + image.path +
+                                                   "' | tr -s ' \t' ' '");
+    const std::string dump = run.response().value_or("");
+    if (dump.empty()) GTEST_SKIP() << "no cryptsetup (scripts/install-deps.sh installs it)";
+    std::unique_ptr<CBitlockerVolume> volume;
+    std::unique_ptr<CUnlockedVolume> unlocked;
+    std::string why;
+    ASSERT_EQ(CBitlockerVolume::Open(image.path, &volume, &why), Status::kOk) << why;
+    ASSERT_EQ(volume->Unlock(Credential::RecoveryPassword(image.recoveryPassword), &unlocked, &why), Status::kOk);
+    const FveMetadataBlock& block = volume->metadata();
+    std::string expected = "Version: " + std::to_string(block.version) + "\nGUID: " +
+                           block.metadata.volumeId.ToString() + "\nSector size: " +
+                           std::to_string(volume->header().bytesPerSector) + " [bytes]\nVolume size: " +
+                           std::to_string(block.encryptedSize) + " [bytes]\nCipher mode: " +
+                           ciphers.at(block.metadata.encryptionMethod) + "\n";
+    for (const auto& protector : ListKeyProtectors(block.metadata))
+      expected += "GUID: " + protector.id.ToString() + "\nProtection: VMK protected with " +
+                  protections.at(protector.protection) + "\n";
+    for (uint64_t offset : volume->header().metadataOffsets)
+      expected += " FVE metadata area\n Offset: " + std::to_string(offset) + " [bytes]\n";
+    const Extent& stored = unlocked->layout().storedHeader();
+    expected += " Volume header\n Offset: " + std::to_string(stored.offset) + " [bytes]\n Size: " +
+                std::to_string(stored.length) + " [bytes]\n";
+    std::istringstream lines(expected);
+    size_t from = 0;
+    for (std::string line; std::getline(lines, line);) {
+      from = dump.find(line, from);
+      ASSERT_NE(from, std::string::npos) << "cryptsetup does not say \"" << line << "\" there:\n" << dump;
+    }
   }
 }
 

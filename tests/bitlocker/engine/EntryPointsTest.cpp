@@ -1,6 +1,7 @@
 // The library's two entry points, as the service calls them, and the
 // zq-bitlocker tool as people and scripts use it: the credential on
 // standard input, the result in the exit status.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -83,6 +84,16 @@ TEST(ZqBitlockerTool, VerifiesInformsAndDumpsWithTheCredentialOnStandardInput) {
   }
   const std::string dump = ReadFile(out);
   EXPECT_EQ(testimages::Sha256Hex(reinterpret_cast<const uint8_t*>(dump.data()), dump.size()), xts->decryptedSha256);
+}
+
+TEST(BitlockerLibrary, ExportsOnlyItsEntryPoints) {
+  void* library = ::dlopen(ZQ_LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL);
+  ASSERT_TRUE(library) << ::dlerror();
+  EXPECT_TRUE(::dlsym(library, "is_bitlocker_drive") && ::dlsym(library, "open_bitlocker_device"));
+  // bitlocker::CBitlockerVolume::IsBitlocker(const std::string&), an engine function inside.
+  EXPECT_FALSE(::dlsym(library, "_ZN9bitlocker16CBitlockerVolume11IsBitlockerERKNSt7__cxx1112basic_stringIcSt11char_"
+                                "traitsIcESaIcEEE"));
+  ::dlclose(library);
 }
 
 }  // namespace
