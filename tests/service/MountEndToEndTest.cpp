@@ -3,42 +3,28 @@
 // device.  Runs in the private namespaces of PrivateNamespaceMain.cpp.
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstring>
-#include <fstream>
-#include <memory>
+#include <gtest/gtest.h>
+
 #include <thread>
 
-#include "CPipeDataWrapper.h"
 #include "FileContents.h"
 #include "LoopDevice.h"
 #include "MountTable.h"
 #include "MounterHarness.h"
 #include "MounterStatus.h"
-#include "ServiceTestEnvironment.h"
-#include "StubBundle.h"
+#include "ServiceClients.h"
 #include "TaskWrapper.h"
 #include "TestImages.h"
 
 namespace {
 
 constexpr int kAnswerSeconds = 60;
-constexpr uint32_t kIsBitlocker = 49;
-constexpr uint32_t kIsNotBitlocker = 50;
 constexpr int kLibraryWrongCredential = 2;
-
-// A path as a client writes it into the mount command: blanks escaped,
-// since the service hands it to the shell unquoted.
-std::string EscapeBlanks(const std::string& path) {
-  std::string escaped;
-  for (char c : path) escaped += c == ' ' ? std::string("\\ ") : std::string(1, c);
-  return escaped;
-}
 
 // Whether any process's command line or environment holds `secret`.
 bool AnyProcessShows(const std::string& secret) {
@@ -62,7 +48,6 @@ class MountEndToEndTest : public testing::Test {
     if (!why.empty()) GTEST_SKIP() << why;
     root_ = MakeTempDir("zq-e2e-");
     bundle_ = root_ + "/Zq Norvane.app";
-    mountPoint_ = "/media/mount point";
     output_ = root_ + "/service output";
     ASSERT_EQ(RunShell("mkdir -p '" + bundle_ + "/Contents' && cp -a '" ZQ_BUNDLE_MACOS_DIR "' '" + bundle_ +
                        "/Contents/MacOS'"),
@@ -70,7 +55,8 @@ class MountEndToEndTest : public testing::Test {
     service_ = std::make_unique<ServiceProcess>(bundle_);
     mainUI_ = std::make_unique<RawClient>(kMainUIChannel);
     StartServiceWritingTo(output_);
-    ASSERT_EQ(Ask(eCOMMAND_CHECK_CONNECTION), 55u) << "the service did not answer";
+    ASSERT_TRUE(mainUI_->Send(1, MakeRecord(eCOMMAND_CHECK_CONNECTION)) && mainUI_->Receive(kAnswerSeconds))
+        << "the service did not answer";
   }
 
   void TearDown() override {
@@ -97,41 +83,24 @@ class MountEndToEndTest : public testing::Test {
   }
 
   // Sends a record from MainUI and returns the answer's result, or -1.
-  int64_t Ask(const CCommandDataWrapper<char>& record) {
+  int64_t Ask(COMMAND_TYPE type, const LoopDevice& loop, const std::string& arg2 = "", const std::string& arg3 = "",
+              const std::string& arg4 = "") {
     static uint32_t nextId = 100;
     const uint32_t id = nextId++;
-    if (!mainUI_->Send(id, record)) return -1;
+    if (!mainUI_->Send(id, DeviceRecord(type, loop.bsdName(), arg2, arg3, arg4))) return -1;
     for (;;) {
       const std::optional<Block> answer = mainUI_->Receive(kAnswerSeconds);
       if (!answer) return -1;
-      uint32_t answerId, result;
-      std::memcpy(&answerId, answer->data(), 4);
-      std::memcpy(&result, answer->data() + 16, 4);
-      if (answerId == id) return result;
+      if (WordAt(*answer, 0) == id) return WordAt(*answer, 16);
     }
   }
-  int64_t Ask(COMMAND_TYPE type) { return Ask(MakeRecord(type)); }
-
-  int64_t Check(const LoopDevice& loop) {
-    CCommandDataWrapper<char> check = MakeRecord(eCOMMAND_BITLOCKER_CHECK);
-    std::strcpy(check.check.deviceName, loop.bsdName().c_str());
-    return Ask(check);
-  }
-
+  int64_t Check(const LoopDevice& loop) { return Ask(eCOMMAND_BITLOCKER_CHECK, loop); }
+  // The mount point's blank is escaped, as a client writes it for the shell.
   int64_t Mount(const LoopDevice& loop, const std::string& credential, const char* options = "raw") {
-    CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
-    std::strcpy(mount.mount.deviceName, loop.bsdName().c_str());
-    std::strcpy(mount.mount.mountArg2, EscapeBlanks(mountPoint_).c_str());
-    std::strcpy(mount.mount.mountArg3, options);
-    std::strcpy(mount.mount.mountArg4, credential.c_str());
-    return Ask(mount);
+    return Ask(eCOMMAND_BITLOCKER_MOUNT, loop, "/media/mount\\ point", options, credential);
   }
-
   int64_t OpenExplorer(const LoopDevice& loop, const std::string& credential) {
-    CCommandDataWrapper<char> open = MakeRecord(eCOMMAND_BITLOCKER_EXPLORER);
-    std::strcpy(open.explorer.deviceName, loop.bsdName().c_str());
-    std::strcpy(open.explorer.explorerArg2, credential.c_str());
-    return Ask(open);
+    return Ask(eCOMMAND_BITLOCKER_EXPLORER, loop, credential);
   }
 
   void ForwardToExplorer(unsigned char byte) {
@@ -149,44 +118,45 @@ class MountEndToEndTest : public testing::Test {
     return false;
   }
 
-  std::string root_;
-  std::string bundle_;
-  std::string mountPoint_;
-  std::string output_;
+  std::string root_, bundle_, output_;
+  const std::string mountPoint_ = "/media/mount point";
   std::unique_ptr<ServiceProcess> service_;
   std::unique_ptr<RawClient> mainUI_;
 };
 
 TEST_F(MountEndToEndTest, DetectionAnswers49ForEachImageAnd50ForAPlainDeviceWhichStaysMounted) {
   ZQ_REQUIRE_IMAGES(images);
-  for (const testimages::Image& image : *images) {
+  std::vector<testimages::Image> all = *images;
+  std::string why;
+  if (const testimages::Image* eow = testimages::EncryptOnWriteImage(&why)) all.push_back(*eow);
+  for (const testimages::Image& image : all) {
     LoopDevice loop(image.path, 0, true);
     ASSERT_TRUE(loop.valid()) << image.name;
-    EXPECT_EQ(Check(loop), kIsBitlocker) << image.name;
+    EXPECT_EQ(Check(loop), kResultIsBitlocker) << image.name;
   }
-  const std::string plain = root_ + "/plain.img";
-  ASSERT_EQ(RunShell("truncate -s 16M '" + plain + "' && mkfs.ext4 -q '" + plain + "' 2>/dev/null"), 0);
-  std::string why;
-  if (const testimages::Image* eow = testimages::EncryptOnWriteImage(&why)) {
-    LoopDevice encryptOnWrite(eow->path, 0, true);
-    EXPECT_EQ(Check(encryptOnWrite), kIsBitlocker) << eow->name;
-  }
+  const std::string plain = root_ + "/plain.img", plainFolder = root_ + "/plain";
+  ASSERT_EQ(RunShell("truncate -s 16M '" + plain + "' && mkfs.ext4 -q '" + plain + "' 2>/dev/null && mkdir '" +
+                     plainFolder + "'"),
+            0);
   LoopDevice loop(plain, 0, true);
   ASSERT_TRUE(loop.valid());
-  EXPECT_EQ(Check(loop), kIsNotBitlocker);
-  const std::string plainFolder = root_ + "/plain";
-  ASSERT_EQ(mkdir(plainFolder.c_str(), 0755), 0);
+  EXPECT_EQ(Check(loop), kResultIsNotBitlocker);
   ASSERT_TRUE(loop.Mount(plainFolder, "ext4"));
   EXPECT_EQ(Mount(loop, "any"), bitlocker::kNotBitlocker);
   EXPECT_EQ(OpenExplorer(loop, "any"), bitlocker::kNotBitlocker);
   EXPECT_TRUE(MountedAt(plainFolder)) << "a device that holds no BitLocker volume was unmounted";
 }
 
+// A wrong credential answers the mounter's code and leaves nothing; each
+// right one mounts the volume with the manifest's digest, unseen by others.
 TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
   ZQ_REQUIRE_IMAGES(images);
   for (const testimages::Image& image : *images) {
     LoopDevice loop(image.path, 0, true);
     ASSERT_TRUE(loop.valid()) << image.name;
+    EXPECT_EQ(Mount(loop, "it's not the password"), bitlocker::kWrongCredential) << image.name;
+    EXPECT_NE(access(mountPoint_.c_str(), F_OK), 0) << image.name << ": a folder was left behind";
+    EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << image.name;
     std::vector<std::pair<const char*, std::string>> credentials = {{"recovery password", image.recoveryPassword}};
     if (!image.password.empty()) credentials.push_back({"password", image.password});
     if (!image.startupKeyPath.empty()) credentials.push_back({"startup key", image.startupKeyPath});
@@ -206,30 +176,8 @@ TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
   }
 }
 
-TEST_F(MountEndToEndTest, MountingAgainReplacesTheEarlierMountOfTheDevice) {
-  ZQ_REQUIRE_IMAGES(images);
-  const testimages::Image& image = images->front();
-  LoopDevice loop(image.path, 0, true);
-  ASSERT_TRUE(loop.valid());
-  ASSERT_EQ(Mount(loop, image.recoveryPassword), bitlocker::kOk);
-  // The service unmounts the device through diskutil first, which takes the
-  // FUSE mount of the device down.
-  ASSERT_EQ(Mount(loop, image.recoveryPassword), bitlocker::kOk);
-  EXPECT_EQ(LiveProcessesWithWord(mountPoint_).size(), 1u) << "one mounter serves the mount point";
-  EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
-}
-
-TEST_F(MountEndToEndTest, WrongCredentialAnswersTheMountersCodeAndMountsNothing) {
-  ZQ_REQUIRE_IMAGES(images);
-  for (const testimages::Image& image : *images) {
-    LoopDevice loop(image.path, 0, true);
-    ASSERT_TRUE(loop.valid()) << image.name;
-    EXPECT_EQ(Mount(loop, "it's not the password"), bitlocker::kWrongCredential) << image.name;
-    EXPECT_NE(access(mountPoint_.c_str(), F_OK), 0) << image.name << ": a folder was left behind";
-    EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << image.name;
-  }
-}
-
+// Mounting again replaces the earlier mount of the device, which the
+// service unmounts through diskutil first.
 TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
   ZQ_REQUIRE_IMAGES(images);
   const testimages::Image& image = images->front();
@@ -239,6 +187,8 @@ TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
   ConsoleUserIs console(kConsoleUser);
   EXPECT_EQ(Mount(loop, image.recoveryPassword, "raw,uid=4343"), kMounterUsage) << "a volume handed to a third user";
   ASSERT_EQ(Mount(loop, image.recoveryPassword), bitlocker::kOk);
+  ASSERT_EQ(Mount(loop, image.recoveryPassword), bitlocker::kOk);
+  EXPECT_EQ(LiveProcessesWithWord(mountPoint_).size(), 1u) << "one mounter serves the mount point";
   const std::string volume = mountPoint_ + "/volume";
   struct stat info;
   ASSERT_EQ(stat(volume.c_str(), &info), 0);
@@ -274,30 +224,25 @@ TEST_F(MountEndToEndTest, TheMounterRefusesAMountPointTheServiceWouldRefuse) {
   EXPECT_NE(access("/etc/zq-x", F_OK), 0);
 }
 
-TEST_F(MountEndToEndTest, ExplorerConnectsAsFileExplorerAndEndsOnQ) {
+// The explorer connects as FileExplorer, ends on 'q' alone, and ends when
+// the service goes away; a failed open starts none.
+TEST_F(MountEndToEndTest, ExplorerConnectsAndEndsOnQOrWhenTheServiceGoesAway) {
   ZQ_REQUIRE_IMAGES(images);
   const testimages::Image& image = images->front();
   LoopDevice loop(image.path, 0, true);
   ASSERT_TRUE(loop.valid());
-
   EXPECT_EQ(OpenExplorer(loop, "not the password"), kLibraryWrongCredential);
   ASSERT_EQ(OpenExplorer(loop, image.recoveryPassword), 0);
   ASSERT_TRUE(OutputShows("connected to the service as FileExplorer", 30)) << ReadFile(output_);
   EXPECT_EQ(LiveProcessesWithWord(loop.devicePath()).size(), 1u) << "one explorer, the failed open started none";
   EXPECT_TRUE(OutputShows("volume on " + loop.devicePath(), 1)) << ReadFile(output_);
-
   ForwardToExplorer('x');
   EXPECT_TRUE(OutputShows("forwarded command 11: byte 0x78 'x'", 10)) << ReadFile(output_);
   EXPECT_EQ(LiveProcessesWithWord(loop.devicePath()).size(), 1u) << "only 'q' ends the explorer";
   ForwardToExplorer('q');
   EXPECT_TRUE(WaitUntilNoProcessWithWord(loop.devicePath(), 10)) << "the explorer did not end on 'q'";
-}
 
-TEST_F(MountEndToEndTest, ExplorerEndsWhenTheServiceGoesAway) {
-  ZQ_REQUIRE_IMAGES(images);
-  const testimages::Image& image = images->front();
-  LoopDevice loop(image.path, 0, true);
-  ASSERT_TRUE(loop.valid());
+  ASSERT_EQ(truncate(output_.c_str(), 0), 0);
   ASSERT_EQ(OpenExplorer(loop, image.recoveryPassword), 0);
   ASSERT_TRUE(OutputShows("connected to the service as FileExplorer", 30)) << ReadFile(output_);
   ASSERT_TRUE(mainUI_->Send(2, MakeRecord(eCOMMAND_EXIT)));

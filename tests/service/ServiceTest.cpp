@@ -1,126 +1,72 @@
+// The service on a stub bundle: its answers, forwarding, startup items,
+// the installer and the rule that one copy runs.
 #include <signal.h>
-#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <fstream>
-#include <memory>
-
-#include "ServiceTestEnvironment.h"
-#include "StubBundle.h"
+#include "ServiceClients.h"
 
 namespace {
 
-constexpr int kAnswerSeconds = 5;
+using ServiceTest = ServiceClientTest;
 
-class ServiceTest : public ServiceTestBase {
- protected:
-  // Starts the service with both clients present and waits until MainUI
-  // is served.
-  void StartWithClients() {
-    mainUI = std::make_unique<RawClient>(kMainUIChannel);
-    explorer = std::make_unique<RawClient>(kFileExplorerChannel);
-    service->Start();
-    ASSERT_TRUE(Ping(*mainUI)) << "the service did not answer";
-    bundle->ClearCalls();
-  }
+// Checks an answer: the id, a 148-byte record of type 8 with `result`, and
+// zeros behind it.
+void ExpectAnswer(const std::optional<Block>& block, uint32_t msgId, uint32_t result) {
+  ASSERT_TRUE(block) << "no answer to " << msgId;
+  EXPECT_EQ(WordAt(*block, 0), msgId);
+  EXPECT_EQ(WordAt(*block, 4), static_cast<uint32_t>(eCOMMAND_RESULT));
+  EXPECT_EQ(WordAt(*block, 8), 0u);
+  EXPECT_EQ(WordAt(*block, 12), 148u);
+  EXPECT_EQ(WordAt(*block, 16), result);
+  EXPECT_EQ(WordAt(*block, 20), 0u);
+  for (size_t i = 4 + 148; i < block->size(); ++i) ASSERT_EQ((*block)[i], 0) << "byte " << i;
+}
 
-  bool Ping(RawClient& client) {
-    if (!client.Send(99, MakeRecord(eCOMMAND_CHECK_CONNECTION))) return false;
-    const std::optional<Block> answer = client.Receive(kAnswerSeconds);
-    return answer && ResultOf(*answer) == kResultServiceThere;
-  }
+std::string TextOf(const Block& block) { return reinterpret_cast<const char*>(block.data()) + 24; }
 
-  static uint32_t Word(const Block& block, size_t offset) {
-    uint32_t value;
-    std::memcpy(&value, block.data() + offset, sizeof value);
-    return value;
-  }
-  static uint32_t ResultOf(const Block& block) { return Word(block, 4 + 12); }
-  static std::string TextOf(const Block& block) {
-    return std::string(reinterpret_cast<const char*>(block.data()) + 4 + 20);
-  }
-
-  // Checks the fixed frame of an answer: the id, a 148-byte record of type 8
-  // and zeros behind it.
-  static void ExpectAnswerFrame(const Block& block, uint32_t msgId) {
-    EXPECT_EQ(Word(block, 0), msgId);
-    EXPECT_EQ(Word(block, 4), static_cast<uint32_t>(eCOMMAND_RESULT));
-    EXPECT_EQ(Word(block, 8), 0u);
-    EXPECT_EQ(Word(block, 12), 148u);
-    EXPECT_EQ(Word(block, 20), 0u);
-    for (size_t i = 4 + 148; i < block.size(); ++i) ASSERT_EQ(block[i], 0) << "byte " << i;
-  }
-
-  void UnmountSucceeds() {
-    bundle->Answer("is_bitlocker", "");
-    bundle->Answer("diskutil-unmount.stdout", "Volume unmounted successfully\n");
-  }
-
-  std::unique_ptr<RawClient> mainUI, explorer;
-};
-
-TEST_F(ServiceTest, CheckAnswersWithTheDeviceNameAndUnmountsABitlockerDevice) {
+TEST_F(ServiceTest, AnswersCarryTheirFrameAndACheckUnmountsABitlockerDevice) {
   StartWithClients();
   ASSERT_TRUE(explorer->Send(4242, MakeRecord(eCOMMAND_CHECK_CONNECTION)));
-  std::optional<Block> answer = explorer->Receive(kAnswerSeconds);
-  ASSERT_TRUE(answer);
-  ExpectAnswerFrame(*answer, 4242);
-  EXPECT_EQ(ResultOf(*answer), 55u);
-  EXPECT_EQ(LogMessages().back(), "serverEvent - eCOMMAND_CHECK_CONNECTION");
+  ExpectAnswer(explorer->Receive(5), 4242, kResultServiceThere);
 
-  CCommandDataWrapper<char> check = MakeRecord(eCOMMAND_BITLOCKER_CHECK);
-  std::strcpy(check.check.deviceName, "disk2s1");
-  ASSERT_TRUE(mainUI->Send(17, check));
-  answer = mainUI->Receive(kAnswerSeconds);
-  ASSERT_TRUE(answer);
-  ExpectAnswerFrame(*answer, 17);
-  EXPECT_EQ(ResultOf(*answer), 50u);
+  bundle->RemoveAnswer("is_bitlocker");
+  ASSERT_TRUE(mainUI->Send(17, DeviceRecord(eCOMMAND_BITLOCKER_CHECK, "disk2s1")));
+  std::optional<Block> answer = mainUI->Receive(5);
+  ExpectAnswer(answer, 17, kResultIsNotBitlocker);
   EXPECT_EQ(TextOf(*answer), "disk2s1");
   EXPECT_TRUE(bundle->CallsOf("diskutil").empty());
 
   bundle->Answer("is_bitlocker", "");
-  UnmountSucceeds();
-  std::memset(check.check.deviceName, 'd', sizeof check.check.deviceName);  // no terminator
-  ASSERT_TRUE(mainUI->Send(18, check));
-  answer = mainUI->Receive(kAnswerSeconds);
-  ASSERT_TRUE(answer);
-  ExpectAnswerFrame(*answer, 18);
-  EXPECT_EQ(ResultOf(*answer), 49u);
-  EXPECT_EQ(TextOf(*answer), std::string(32, 'd'));
-  EXPECT_EQ(bundle->CallsOf("diskutil").at(0).arguments, (std::vector<std::string>{"unmount", std::string(32, 'd')}));
-
-  std::vector<std::string> log = LogMessages();
-  ASSERT_GE(log.size(), 4u);
-  EXPECT_EQ(std::vector<std::string>(log.end() - 4, log.end()),
+  const std::string unended(32, 'd');
+  ASSERT_TRUE(mainUI->Send(18, DeviceRecord(eCOMMAND_BITLOCKER_CHECK, unended)));
+  answer = mainUI->Receive(5);
+  ExpectAnswer(answer, 18, kResultIsBitlocker);
+  EXPECT_EQ(TextOf(*answer), unended);
+  EXPECT_EQ(bundle->CallsOf("diskutil").at(0).arguments, (std::vector<std::string>{"unmount", unended}));
+  const std::vector<std::string> log = LogMessages();
+  ASSERT_GE(log.size(), 2u);
+  EXPECT_EQ(std::vector<std::string>(log.end() - 2, log.end()),
             (std::vector<std::string>{"serverEvent - eCOMMAND_BITLOCKER_CHECK",
-                                      "serverEvent - eCOMMAND_BITLOCKER_CHECK_OVER",
-                                      "serverEvent - eCOMMAND_BITLOCKER_CHECK",
                                       "serverEvent - eCOMMAND_BITLOCKER_CHECK_OVER"}));
 }
 
 TEST_F(ServiceTest, ForwardedCommandsReachTheOtherClientByteForByte) {
   StartWithClients();
-  CCommandDataWrapper<char> toExplorer = MakeRecord(eCOMMAND_TO_FILE_EXPLORER);
-  toExplorer.simple.arg = 'q';
-  toExplorer.reserved = 77;  // carried as it came
-  ASSERT_TRUE(mainUI->Send(40, toExplorer));
-  std::optional<Block> forwarded = explorer->Receive(kAnswerSeconds);
-  ASSERT_TRUE(forwarded);
-  Block expected{};
-  expected[0] = 1;
-  std::memcpy(expected.data() + 4, &toExplorer, 13);
-  EXPECT_EQ(*forwarded, expected);
-
-  CCommandDataWrapper<char> toMain = MakeRecord(eCOMMAND_TO_MAIN_UI);
-  toMain.simple.arg = 0xfe;
-  ASSERT_TRUE(explorer->Send(41, toMain));
-  forwarded = mainUI->Receive(kAnswerSeconds);
-  ASSERT_TRUE(forwarded);
-  std::memcpy(expected.data() + 4, &toMain, 13);
-  EXPECT_EQ(*forwarded, expected);
+  for (auto [type, byte] : {std::pair{eCOMMAND_TO_FILE_EXPLORER, 'q'}, std::pair{eCOMMAND_TO_MAIN_UI, '\xfe'}}) {
+    CCommandDataWrapper<char> record = MakeRecord(type);
+    record.simple.arg = byte;
+    record.reserved = 77;  // carried as it came
+    RawClient& from = type == eCOMMAND_TO_FILE_EXPLORER ? *mainUI : *explorer;
+    RawClient& to = type == eCOMMAND_TO_FILE_EXPLORER ? *explorer : *mainUI;
+    ASSERT_TRUE(from.Send(40, record));
+    Block expected{};
+    expected[0] = 1;
+    std::memcpy(expected.data() + 4, &record, 13);
+    EXPECT_EQ(to.Receive(5), std::optional<Block>(expected));
+  }
   EXPECT_FALSE(explorer->Receive(2)) << "the sender gets no answer";
 }
 
@@ -138,29 +84,21 @@ TEST_F(ServiceTest, UnknownNumbersAreIgnoredSilently) {
 
 TEST_F(ServiceTest, TwoClientsMountAtTheSameTime) {
   StartWithClients();
-  UnmountSucceeds();
   // Each mounter waits for the other: both answer 0 only if they overlap.
   bundle->Answer("zq-mounter.rendezvous", "2");
-  CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
-  std::strcpy(mount.mount.deviceName, "disk7");
-  std::strcpy(mount.mount.mountArg2, "/media/disk7");
+  const CCommandDataWrapper<char> mount = DeviceRecord(eCOMMAND_BITLOCKER_MOUNT, "disk7", "/media/disk7");
   ASSERT_TRUE(mainUI->Send(60, mount));
   ASSERT_TRUE(explorer->Send(61, mount));
-  const std::optional<Block> first = mainUI->Receive(30);
-  const std::optional<Block> second = explorer->Receive(30);
+  const std::optional<Block> first = mainUI->Receive(30), second = explorer->Receive(30);
   ASSERT_TRUE(first && second);
-  EXPECT_EQ(ResultOf(*first), 0u);
-  EXPECT_EQ(ResultOf(*second), 0u);
+  EXPECT_EQ(WordAt(*first, 16), 0u);
+  EXPECT_EQ(WordAt(*second, 16), 0u);
 }
 
 TEST_F(ServiceTest, ExitEndsTheServiceAtOnceEvenWhileTheOtherClientMounts) {
   StartWithClients();
-  UnmountSucceeds();
   bundle->Answer("zq-mounter.delay", "30");
-  CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
-  std::strcpy(mount.mount.deviceName, "disk7");
-  std::strcpy(mount.mount.mountArg2, "/media/disk7");
-  ASSERT_TRUE(explorer->Send(69, mount));
+  ASSERT_TRUE(explorer->Send(69, DeviceRecord(eCOMMAND_BITLOCKER_MOUNT, "disk7", "/media/disk7")));
   for (int i = 0; i < 50 && bundle->CallsOf("zq-mounter").empty(); ++i) usleep(100 * 1000);
   ASSERT_EQ(bundle->CallsOf("zq-mounter").size(), 1u) << "the mount did not start";
   ASSERT_TRUE(mainUI->Send(70, MakeRecord(eCOMMAND_EXIT)));
@@ -176,11 +114,11 @@ TEST_F(ServiceTest, StartupItemsAreWrittenAndRemoved) {
   const std::string installed = MakeRootOwnedBundle();
   CCommandDataWrapper<char> startup = MakeRecord(eCOMMAND_SET_STARTUP);
   startup.startup.enable = 1;
-  std::strcpy(startup.startup.bundlePath, installed.c_str());
+  installed.copy(startup.startup.bundlePath, sizeof startup.startup.bundlePath - 1);
   ASSERT_TRUE(mainUI->Send(80, startup));
   const std::string daemon = "/Library/LaunchDaemons/com.zq.BitlockerServices.plist";
   const std::string agent = "/Library/LaunchAgents/com.zq.Norvane.plist";
-  ASSERT_TRUE(WaitForPath(agent, kAnswerSeconds));
+  ASSERT_TRUE(WaitForPath(agent, 5));
   EXPECT_EQ(RunShell("python3 -c \"import plistlib,sys; d=plistlib.load(open('" + daemon +
                      "','rb')); sys.exit(d['ProgramArguments'] != ['" + installed +
                      "/Contents/MacOS/Zq-NorvaneServices'])\""),
@@ -204,39 +142,33 @@ TEST_F(ServiceTest, InstallerRunsOnceAtLaunch) {
   EXPECT_EQ(LogMessages().at(0), "fuseInstall");
 }
 
-// The single-copy rule.
-TEST_F(ServiceTest, PlainStartLeavesARunningCopyAlone) {
-  StartWithClients();
-  ServiceProcess second(bundle->bundlePath());
-  second.Start();
-  EXPECT_EQ(second.WaitForExit(10), std::optional<int>(0));
-  EXPECT_TRUE(service->Running());
-  EXPECT_TRUE(Ping(*mainUI));
-}
-
-TEST_F(ServiceTest, StartWithArgumentsTakesOver) {
-  StartWithClients();
-  ServiceProcess newer(bundle->bundlePath());
-  newer.Start({"--take-over"});
-  EXPECT_EQ(service->WaitForExit(10), std::optional<int>(-1));
-  EXPECT_EQ(service->terminatingSignal(), SIGKILL);
-  EXPECT_TRUE(newer.Running());
-  EXPECT_TRUE(Ping(*mainUI));
-}
-
-TEST_F(ServiceTest, AForeignProcessWithALeadingPartOfTheNameCounts) {
+// A plain start leaves a running copy alone, even a foreign process whose
+// name begins like the service's; a start with arguments takes over.
+TEST_F(ServiceTest, OneCopyRuns) {
   const std::string impostor = bundle->stubDir() + "/zQ-NORVANE";
   ASSERT_EQ(RunShell("cp /bin/sleep '" + impostor + "'"), 0);
-  ServiceProcess foreign(bundle->bundlePath());
-  const pid_t pid = fork();
-  if (pid == 0) {
+  const pid_t foreign = fork();
+  if (foreign == 0) {
     execl(impostor.c_str(), impostor.c_str(), "30", static_cast<char*>(nullptr));
     _exit(126);
   }
   usleep(200 * 1000);
   service->Start();
-  EXPECT_EQ(service->WaitForExit(10), std::optional<int>(0));
-  kill(pid, SIGKILL);
+  EXPECT_EQ(service->WaitForExit(10), std::optional<int>(0)) << "started beside a foreign copy";
+  kill(foreign, SIGKILL);
+  waitpid(foreign, nullptr, 0);
+
+  service = std::make_unique<ServiceProcess>(bundle->bundlePath());
+  StartWithClients();
+  ServiceProcess second(bundle->bundlePath()), newer(bundle->bundlePath());
+  second.Start();
+  EXPECT_EQ(second.WaitForExit(10), std::optional<int>(0));
+  EXPECT_TRUE(service->Running());
+  newer.Start({"--take-over"});
+  EXPECT_EQ(service->WaitForExit(10), std::optional<int>(-1));
+  EXPECT_EQ(service->terminatingSignal(), SIGKILL);
+  EXPECT_TRUE(newer.Running());
+  EXPECT_TRUE(Ping(*mainUI));
 }
 
 }  // namespace
