@@ -32,14 +32,18 @@ TEST_F(HostileClientTest, ShellMetacharactersInEveryFieldRunNothing) {
   for (const char* mountPoint : {"/mnt;touch /tmp/pwned", "$(touch /tmp/pwned)", "/mnt /tmp/x", "/mnt|sh", "a\\"})
     EXPECT_EQ(Ask(DeviceRecord(eCOMMAND_BITLOCKER_MOUNT, "disk2s1", mountPoint)), kRefusedMount) << mountPoint;
   EXPECT_TRUE(bundle->Calls().empty()) << "nothing was run for a refused command";
-  // A credential may hold anything: it reaches the mounter and the explorer
-  // whole, on standard input, and never the log.
+  // A credential may hold anything: it reaches the library whole, the
+  // mounter and the explorer on standard input, and never the log.
   const std::string credential = "'; touch /tmp/pwned; echo s3cret '$(id)`id`\"";
   EXPECT_EQ(Ask(DeviceRecord(eCOMMAND_BITLOCKER_MOUNT, "disk2s1", "/mnt/My\\ Disk", "raw", credential)), 0u);
-  EXPECT_EQ(bundle->CallsOf("zq-mounter").at(0).arguments, (std::vector<std::string>{"", "/mnt/My Disk", "raw"}));
+  EXPECT_EQ(bundle->Calls(), (std::vector<StubCall>{{"is_bitlocker_drive", {""}},
+                                                    {"diskutil", {"unmount", "disk2s1"}},
+                                                    {"zq-mounter", {"", "/mnt/My Disk", "raw"}}}));
   EXPECT_EQ(ReadFile(bundle->stubDir() + "/zq-mounter.input"), credential + "\n");
   EXPECT_EQ(Ask(DeviceRecord(eCOMMAND_BITLOCKER_EXPLORER, "disk2s1", credential)), 0u);
-  sleep(1);
+  sleep(1);  // the explorer starts in the background
+  EXPECT_EQ(bundle->CallsOf("open_bitlocker_device").at(0).arguments.at(1), credential);
+  EXPECT_EQ(ReadFile(bundle->stubDir() + "/Zq Norvane Explorer.input"), credential + "\n");
 
   EXPECT_NE(access("/tmp/pwned", F_OK), 0);
   const std::string log = ReadFile("/tmp/zqlog.log");
