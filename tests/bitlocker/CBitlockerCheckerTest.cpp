@@ -8,24 +8,9 @@
 #include <fstream>
 
 #include "LoopDevice.h"
-#include "Platform.h"
 #include "StubBundle.h"
 
 namespace {
-
-TEST(IsBitlockerTest, AsksTheLibraryAndTouchesNothingElse) {
-  StubBundle bundle;
-  platform::SetMainBundlePath(bundle.bundlePath());
-  CBitlockerChecker checker;
-  EXPECT_FALSE(checker.IsBitlocker("disk2s1"));
-  bundle.Answer("is_bitlocker", "");
-  EXPECT_TRUE(checker.IsBitlocker("disk2s1"));
-  // /dev/disk2s1 is no block device here: the library is asked with "".
-  const std::vector<StubCall> asked = {{"is_bitlocker_drive", {""}}, {"is_bitlocker_drive", {""}}};
-  EXPECT_EQ(bundle.Calls(), asked);
-  EXPECT_EQ(checker.getDeviceRname("/dev/null"), "");  // a character device
-  EXPECT_EQ(checker.getDeviceRname(nullptr), "");
-}
 
 // The self-contained route, on real loop devices: the signature in the
 // first block, or the block a marker file on the mounted volume points at

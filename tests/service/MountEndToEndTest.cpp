@@ -1,7 +1,6 @@
 // The service with the real bundle: the BitLocker library, the mounter,
 // diskutil and the explorer, on every real image attached to a loop
 // device.  Runs in the private namespaces of PrivateNamespaceMain.cpp.
-#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -10,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
+#include <fstream>
 
 #include "FileContents.h"
 #include "LoopDevice.h"
@@ -25,19 +24,6 @@ namespace {
 
 constexpr int kAnswerSeconds = 60;
 constexpr int kLibraryWrongCredential = 2;
-
-// Whether any process's command line or environment holds `secret`.
-bool AnyProcessShows(const std::string& secret) {
-  DIR* processes = opendir("/proc");
-  bool shown = false;
-  while (const dirent* entry = readdir(processes)) {
-    if (entry->d_name[0] < '1' || entry->d_name[0] > '9') continue;
-    for (const char* file : {"/cmdline", "/environ"})
-      shown = shown || ReadFile(std::string("/proc/") + entry->d_name + file).find(secret) != std::string::npos;
-  }
-  closedir(processes);
-  return shown;
-}
 
 class MountEndToEndTest : public testing::Test {
  protected:
@@ -54,7 +40,15 @@ class MountEndToEndTest : public testing::Test {
               0);
     service_ = std::make_unique<ServiceProcess>(bundle_);
     mainUI_ = std::make_unique<RawClient>(kMainUIChannel);
-    StartServiceWritingTo(output_);
+    // The service and whatever it starts write to output_, where the
+    // explorer's lines can be read back.
+    const int output = open(output_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), saved = dup(1);
+    std::fflush(stdout);
+    dup2(output, 1);
+    service_->Start();
+    dup2(saved, 1);
+    close(saved);
+    close(output);
     ASSERT_TRUE(mainUI_->Send(1, MakeRecord(eCOMMAND_CHECK_CONNECTION)) && mainUI_->Receive(kAnswerSeconds))
         << "the service did not answer";
   }
@@ -69,32 +63,13 @@ class MountEndToEndTest : public testing::Test {
     rmdir(mountPoint_.c_str());
   }
 
-  // The service and whatever it starts write their standard output to
-  // `path`, where the explorer's lines can be read back.
-  void StartServiceWritingTo(const std::string& path) {
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    const int saved = dup(STDOUT_FILENO);
-    std::fflush(stdout);
-    dup2(file, STDOUT_FILENO);
-    service_->Start();
-    dup2(saved, STDOUT_FILENO);
-    close(saved);
-    close(file);
-  }
-
   // Sends a record from MainUI and returns the answer's result, or -1.
   int64_t Ask(COMMAND_TYPE type, const LoopDevice& loop, const std::string& arg2 = "", const std::string& arg3 = "",
               const std::string& arg4 = "") {
-    static uint32_t nextId = 100;
-    const uint32_t id = nextId++;
-    if (!mainUI_->Send(id, DeviceRecord(type, loop.bsdName(), arg2, arg3, arg4))) return -1;
-    for (;;) {
-      const std::optional<Block> answer = mainUI_->Receive(kAnswerSeconds);
-      if (!answer) return -1;
-      if (WordAt(*answer, 0) == id) return WordAt(*answer, 16);
-    }
+    const bool sent = mainUI_->Send(7, DeviceRecord(type, loop.bsdName(), arg2, arg3, arg4));
+    const std::optional<Block> answer = sent ? mainUI_->Receive(kAnswerSeconds) : std::nullopt;
+    return answer ? WordAt(*answer, 16) : -1;
   }
-  int64_t Check(const LoopDevice& loop) { return Ask(eCOMMAND_BITLOCKER_CHECK, loop); }
   // The mount point's blank is escaped, as a client writes it for the shell.
   int64_t Mount(const LoopDevice& loop, const std::string& credential, const char* options = "raw") {
     return Ask(eCOMMAND_BITLOCKER_MOUNT, loop, "/media/mount\\ point", options, credential);
@@ -102,7 +77,6 @@ class MountEndToEndTest : public testing::Test {
   int64_t OpenExplorer(const LoopDevice& loop, const std::string& credential) {
     return Ask(eCOMMAND_BITLOCKER_EXPLORER, loop, credential);
   }
-
   void ForwardToExplorer(unsigned char byte) {
     CCommandDataWrapper<char> forward = MakeRecord(eCOMMAND_TO_FILE_EXPLORER);
     forward.simple.arg = byte;
@@ -111,11 +85,16 @@ class MountEndToEndTest : public testing::Test {
 
   // Waits up to `seconds` for the service's output to hold `text`.
   bool OutputShows(const std::string& text, int seconds) {
-    for (int tenth = 0; tenth < seconds * 10; ++tenth) {
+    for (int tenth = 0; tenth < seconds * 10; ++tenth, usleep(100 * 1000))
       if (ReadFile(output_).find(text) != std::string::npos) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
     return false;
+  }
+
+  // Whether any process's command line or environment holds `secret`.
+  bool AnyProcessShows(const std::string& secret) {
+    std::ofstream(root_ + "/secret") << secret;
+    return RunShell("cat /proc/[0-9]*/cmdline /proc/[0-9]*/environ 2>/dev/null | grep -qaF -f '" + root_ +
+                    "/secret'") == 0;
   }
 
   std::string root_, bundle_, output_;
@@ -132,7 +111,7 @@ TEST_F(MountEndToEndTest, DetectionAnswers49ForEachImageAnd50ForAPlainDeviceWhic
   for (const testimages::Image& image : all) {
     LoopDevice loop(image.path, 0, true);
     ASSERT_TRUE(loop.valid()) << image.name;
-    EXPECT_EQ(Check(loop), kResultIsBitlocker) << image.name;
+    EXPECT_EQ(Ask(eCOMMAND_BITLOCKER_CHECK, loop), kResultIsBitlocker) << image.name;
   }
   const std::string plain = root_ + "/plain.img", plainFolder = root_ + "/plain";
   ASSERT_EQ(RunShell("truncate -s 16M '" + plain + "' && mkfs.ext4 -q '" + plain + "' 2>/dev/null && mkdir '" +
@@ -140,7 +119,7 @@ TEST_F(MountEndToEndTest, DetectionAnswers49ForEachImageAnd50ForAPlainDeviceWhic
             0);
   LoopDevice loop(plain, 0, true);
   ASSERT_TRUE(loop.valid());
-  EXPECT_EQ(Check(loop), kResultIsNotBitlocker);
+  EXPECT_EQ(Ask(eCOMMAND_BITLOCKER_CHECK, loop), kResultIsNotBitlocker);
   ASSERT_TRUE(loop.Mount(plainFolder, "ext4"));
   EXPECT_EQ(Mount(loop, "any"), bitlocker::kNotBitlocker);
   EXPECT_EQ(OpenExplorer(loop, "any"), bitlocker::kNotBitlocker);
