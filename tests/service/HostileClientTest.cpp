@@ -165,19 +165,6 @@ TEST_F(HostileClientTest, ALogSomeoneElsePlantedIsReplacedAndNothingIsWrittenThr
   }
 }
 
-TEST_F(HostileClientTest, ForeignWritableBundleGetsTheLoginItemButNoBootTimeItem) {
-  StartWithClients();
-  RunShell("chmod 777 '" + bundle->bundlePath() + "'");
-  CCommandDataWrapper<char> startup = MakeRecord(eCOMMAND_SET_STARTUP);
-  startup.startup.enable = 1;
-  bundle->bundlePath().copy(startup.startup.bundlePath, sizeof startup.startup.bundlePath - 1);
-  ASSERT_TRUE(mainUI->Send(90, startup));
-  EXPECT_TRUE(Ping(*mainUI));  // the startup command was handled before the ping
-  EXPECT_NE(access("/Library/LaunchDaemons/com.zq.BitlockerServices.plist", F_OK), 0);
-  EXPECT_EQ(access("/Library/LaunchAgents/com.zq.Norvane.plist", F_OK), 0);
-  EXPECT_NE(ReadFile("/tmp/zqlog.log").find("eCOMMAND_SET_STARTUP: no boot-time item"), std::string::npos);
-}
-
 // A client that floods its channel delays only itself; one that vanishes
 // in the middle of an answer, FIFOs and all, is served again on its return.
 TEST_F(HostileClientTest, FloodingOrVanishingClientsDoNotStopTheService) {
