@@ -25,12 +25,12 @@ namespace {
 constexpr int kAnswerSeconds = 60;
 constexpr int kLibraryWrongCredential = 2;
 
+bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
+
 class MountEndToEndTest : public testing::Test {
  protected:
   void SetUp() override {
-    std::string why = ServiceTestsUnavailable();
-    if (why.empty()) why = FuseUnavailable();
-    if (why.empty()) why = LoopDevicesUnavailable();
+    const std::string why = ServiceTestsUnavailable() + FuseUnavailable() + LoopDevicesUnavailable();
     if (!why.empty()) GTEST_SKIP() << why;
     root_ = MakeTempDir("zq-e2e-");
     bundle_ = root_ + "/Zq Norvane.app";
@@ -49,8 +49,7 @@ class MountEndToEndTest : public testing::Test {
     dup2(saved, 1);
     close(saved);
     close(output);
-    ASSERT_TRUE(mainUI_->Send(1, MakeRecord(eCOMMAND_CHECK_CONNECTION)) && mainUI_->Receive(kAnswerSeconds))
-        << "the service did not answer";
+    ASSERT_TRUE(Result(*mainUI_, MakeRecord(eCOMMAND_CHECK_CONNECTION), kAnswerSeconds)) << "the service did not answer";
   }
 
   void TearDown() override {
@@ -66,9 +65,7 @@ class MountEndToEndTest : public testing::Test {
   // Sends a record from MainUI and returns the answer's result, or -1.
   int64_t Ask(COMMAND_TYPE type, const LoopDevice& loop, const std::string& arg2 = "", const std::string& arg3 = "",
               const std::string& arg4 = "") {
-    const bool sent = mainUI_->Send(7, DeviceRecord(type, loop.bsdName(), arg2, arg3, arg4));
-    const std::optional<Block> answer = sent ? mainUI_->Receive(kAnswerSeconds) : std::nullopt;
-    return answer ? WordAt(*answer, 16) : -1;
+    return Result(*mainUI_, DeviceRecord(type, loop.bsdName(), arg2, arg3, arg4), kAnswerSeconds).value_or(-1);
   }
   // The mount point's blank is escaped, as a client writes it for the shell.
   int64_t Mount(const LoopDevice& loop, const std::string& credential, const char* options = "raw") {
@@ -86,7 +83,7 @@ class MountEndToEndTest : public testing::Test {
   // Waits up to `seconds` for the service's output to hold `text`.
   bool OutputShows(const std::string& text, int seconds) {
     for (int tenth = 0; tenth < seconds * 10; ++tenth, usleep(100 * 1000))
-      if (ReadFile(output_).find(text) != std::string::npos) return true;
+      if (Contains(ReadFile(output_), text.c_str())) return true;
     return false;
   }
 
@@ -144,10 +141,8 @@ TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
       ASSERT_EQ(Mount(loop, credential), bitlocker::kOk);
       EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
       EXPECT_FALSE(AnyProcessShows(credential)) << "the credential is on a command line or in an environment";
-      const std::optional<MountEntry> mount = TopMountAt(ReadMountTable(), mountPoint_);
-      ASSERT_TRUE(mount);
-      EXPECT_NE(mount->options.find("nosuid"), std::string::npos) << mount->options;
-      EXPECT_NE(mount->options.find("nodev"), std::string::npos) << mount->options;
+      const std::string options = TopMountAt(ReadMountTable(), mountPoint_).value_or(MountEntry{}).options;
+      EXPECT_TRUE(Contains(options, "nosuid") && Contains(options, "nodev")) << options;
       ASSERT_EQ(umount(mountPoint_.c_str()), 0);
       EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << "the mounter still runs after umount";
       EXPECT_NE(access(mountPoint_.c_str(), F_OK), 0) << "the folder the mounter made is still there";
@@ -155,44 +150,34 @@ TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
   }
 }
 
+// A startup key opens only when the user at the machine may read it.
 // Mounting again replaces the earlier mount of the device, which the
-// service unmounts through diskutil first.
+// service unmounts through diskutil first.  The volume is that user's alone.
 TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
-  ZQ_REQUIRE_IMAGES(images);
-  const testimages::Image& image = images->front();
-  LoopDevice loop(image.path, 0, true);
-  ASSERT_TRUE(loop.valid());
-  constexpr uid_t kConsoleUser = 4242;
-  ConsoleUserIs console(kConsoleUser);
-  EXPECT_EQ(Mount(loop, image.recoveryPassword, "raw,uid=4343"), kMounterUsage) << "a volume handed to a third user";
-  ASSERT_EQ(Mount(loop, image.recoveryPassword), bitlocker::kOk);
-  ASSERT_EQ(Mount(loop, image.recoveryPassword), bitlocker::kOk);
-  EXPECT_EQ(LiveProcessesWithWord(mountPoint_).size(), 1u) << "one mounter serves the mount point";
-  const std::string volume = mountPoint_ + "/volume";
-  struct stat info;
-  ASSERT_EQ(stat(volume.c_str(), &info), 0);
-  EXPECT_EQ(info.st_uid, kConsoleUser);
-  EXPECT_EQ(info.st_mode & 0077, 0u) << "others may use it";
-  const std::string expected = image.decryptedSha256;
-  EXPECT_EQ(RunAsUser(kConsoleUser, [&] { return FileSha256(volume) == expected ? 0 : 1; }), 0);
-  EXPECT_EQ(RunAsUser(kConsoleUser + 1, [&] { return open(volume.c_str(), O_RDONLY) == -1 ? 0 : 1; }), 0);
-}
-
-TEST_F(MountEndToEndTest, AStartupKeyOpensOnlyWhenTheUserAtTheMachineMayReadIt) {
   std::string why;
   const testimages::Image* image = testimages::FindImage("bitlk-aes-xts-128-startup-key", &why);
   if (image == nullptr) GTEST_SKIP() << why;
   LoopDevice loop(image->path, 0, true);
   ASSERT_TRUE(loop.valid());
-  ConsoleUserIs console(4242);
+  constexpr uid_t kConsoleUser = 4242;
+  ConsoleUserIs console(kConsoleUser);
   const std::string rootsKey = root_ + "/root.BEK", theirKey = root_ + "/theirs.BEK";
   ASSERT_EQ(RunShell("chmod 755 '" + root_ + "' && install -m 600 '" + image->startupKeyPath + "' '" + rootsKey +
                      "' && install -m 600 -o 4242 '" + image->startupKeyPath + "' '" + theirKey + "'"),
             0);
   EXPECT_EQ(Mount(loop, rootsKey), bitlocker::kWrongCredential);
   EXPECT_EQ(OpenExplorer(loop, rootsKey), bitlocker::kWrongCredential);
+  EXPECT_EQ(Mount(loop, image->recoveryPassword, "raw,uid=4343"), kMounterUsage) << "a volume handed to a third user";
   ASSERT_EQ(Mount(loop, theirKey), bitlocker::kOk);
-  EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image->decryptedSha256);
+  ASSERT_EQ(Mount(loop, image->recoveryPassword), bitlocker::kOk);
+  EXPECT_EQ(LiveProcessesWithWord(mountPoint_).size(), 1u) << "one mounter serves the mount point";
+  const std::string volume = mountPoint_ + "/volume", expected = image->decryptedSha256;
+  struct stat info;
+  ASSERT_EQ(stat(volume.c_str(), &info), 0);
+  EXPECT_EQ(info.st_uid, kConsoleUser);
+  EXPECT_EQ(info.st_mode & 0077, 0u) << "others may use it";
+  EXPECT_EQ(RunAsUser(kConsoleUser, [&] { return FileSha256(volume) == expected ? 0 : 1; }), 0);
+  EXPECT_EQ(RunAsUser(kConsoleUser + 1, [&] { return open(volume.c_str(), O_RDONLY) == -1 ? 0 : 1; }), 0);
 }
 
 TEST_F(MountEndToEndTest, TheMounterRefusesAMountPointTheServiceWouldRefuse) {

@@ -4,9 +4,6 @@
 #define ZQ_TESTS_SERVICE_SERVICECLIENTS_H_
 
 #include <cstring>
-#include <memory>
-#include <optional>
-#include <string>
 
 #include "ServiceTestEnvironment.h"
 
@@ -31,6 +28,12 @@ inline uint32_t WordAt(const Block& block, size_t offset) {
   return value;
 }
 
+// The result `client` is answered for `record` within `seconds`, or nullopt.
+inline std::optional<uint32_t> Result(RawClient& client, const CCommandDataWrapper<char>& record, int seconds) {
+  const std::optional<Block> answer = client.Send(33, record) ? client.Receive(seconds) : std::nullopt;
+  return answer ? std::optional<uint32_t>(WordAt(*answer, 16)) : std::nullopt;
+}
+
 // The service on a stub bundle whose library calls every device BitLocker
 // and whose diskutil unmounts it.
 class ServiceClientTest : public ServiceTestBase {
@@ -48,18 +51,9 @@ class ServiceClientTest : public ServiceTestBase {
   }
 
   static bool Ping(RawClient& client, int seconds = 5) {
-    if (!client.Send(99, MakeRecord(eCOMMAND_CHECK_CONNECTION))) return false;
-    const std::optional<Block> answer = client.Receive(seconds);
-    return answer && WordAt(*answer, 16) == kResultServiceThere;
+    return Result(client, MakeRecord(eCOMMAND_CHECK_CONNECTION), seconds) == kResultServiceThere;
   }
-
-  // The result MainUI is answered for `record`, or nullopt.
-  std::optional<uint32_t> Ask(const CCommandDataWrapper<char>& record) {
-    if (!mainUI->Send(33, record)) return std::nullopt;
-    const std::optional<Block> answer = mainUI->Receive(10);
-    if (!answer) return std::nullopt;
-    return WordAt(*answer, 16);
-  }
+  std::optional<uint32_t> Ask(const CCommandDataWrapper<char>& record) { return Result(*mainUI, record, 10); }
 
   std::unique_ptr<RawClient> mainUI, explorer;
 };
