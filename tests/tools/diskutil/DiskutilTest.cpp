@@ -2,7 +2,6 @@
 // exactly when the disk was unmounted, was not mounted, or was mounted.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <memory>
@@ -37,13 +36,8 @@ class DiskutilTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (loop_ && loop_->valid()) {
-      const std::string media = "/media/" + loop_->bsdName();
-      if (MountedAt(media)) umount2(media.c_str(), MNT_DETACH);
-      rmdir(media.c_str());
-    }
-    if (MountedAt(folder_)) umount2(folder_.c_str(), MNT_DETACH);
-    loop_.reset();
+    if (loop_) RunShell("umount -l '/media/" + loop_->bsdName() + "' '" + folder_ + "' 2>/dev/null; rmdir '/media/" +
+                        loop_->bsdName() + "' 2>/dev/null");
   }
 
   void MountByHand() { ASSERT_EQ(RunShell("mount '" + loop_->devicePath() + "' '" + folder_ + "'"), 0); }
