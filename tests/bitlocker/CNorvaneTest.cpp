@@ -26,7 +26,8 @@ struct Case {
 
 TEST(CNorvaneTest, MountAndExplorerRunOnlyWhatTheirChecksAllow) {
   const Case cases[] = {
-      // First, as a library once found stays loaded.
+      // First, as a library once found stays loaded; the cases after it show
+      // that a missing one is looked for again.
       {"rm \"$B/Contents/MacOS/libBitLockerWapper.dylib\"", "disk2s1", kMounterNoLibrary,
        CBitlockerExplorer::kLibraryMissing, {}},
       {"rm diskutil-unmount.stdout && echo 'disk2s1 was already unmounted' >diskutil-unmount.stderr", "disk2s1", 0, -1,
