@@ -47,7 +47,9 @@ class DiskutilTest : public ::testing::Test {
   std::unique_ptr<LoopDevice> loop_;
 };
 
-TEST_F(DiskutilTest, UnmountByEachKindOfNameThenAlreadyUnmounted) {
+// Each kind of name unmounts, then finds the disk already unmounted.  A
+// busy disk, an unknown name, a missing folder and a plain file are neither.
+TEST_F(DiskutilTest, UnmountSaysSuccessfulOrAlreadyUnmountedOnlyWhenSo) {
   for (const std::string& name : {loop_->bsdName(), loop_->devicePath(), folder_}) {
     SCOPED_TRACE(name);
     MountByHand();
@@ -59,11 +61,6 @@ TEST_F(DiskutilTest, UnmountByEachKindOfNameThenAlreadyUnmounted) {
     EXPECT_FALSE(Contains(again.output, "successful")) << again.output;
     EXPECT_TRUE(Contains(again.errors, "already unmounted")) << again.errors;
   }
-}
-
-// A busy disk, an unknown name, a missing folder and a plain file are
-// neither unmounted nor "already unmounted".
-TEST_F(DiskutilTest, BusyOrUnknownDiskIsNeitherUnmountedNorAlreadyUnmounted) {
   MountByHand();
   const int busy = open((folder_ + "/lost+found").c_str(), O_RDONLY | O_DIRECTORY);
   ASSERT_GE(busy, 0);
@@ -71,8 +68,7 @@ TEST_F(DiskutilTest, BusyOrUnknownDiskIsNeitherUnmountedNorAlreadyUnmounted) {
     SCOPED_TRACE(name);
     const ProgramRun run = Diskutil("unmount", name);
     EXPECT_NE(run.status, 0);
-    EXPECT_FALSE(Contains(run.output, "successful")) << run.output;
-    EXPECT_FALSE(Contains(run.errors, "already unmounted")) << run.errors;
+    EXPECT_FALSE(Contains(run.output, "successful") || Contains(run.errors, "already unmounted")) << run.errors;
   }
   close(busy);
   EXPECT_TRUE(MountedAt(folder_));

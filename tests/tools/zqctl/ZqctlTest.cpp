@@ -71,18 +71,13 @@ TEST_F(ZqctlTest, EachSubcommandSaysWhatTheServiceAnswered) {
 TEST_F(ZqctlTest, ListenPrintsForwardedBlocks) {
   StartService();
   const std::string listenOut = bundle->stubDir() + "/listen";
-  const pid_t listener = fork();
-  if (listener == 0) {
-    freopen(listenOut.c_str(), "w", stdout);
-    execl(ZQCTL, "zqctl", "--as", "FileExplorer", "listen", static_cast<char*>(nullptr));
-    _exit(126);
-  }
+  ASSERT_EQ(RunShell("'" ZQCTL "' --as FileExplorer listen >'" + listenOut + "' & echo $! >'" + listenOut + ".pid'"), 0);
   // A block forwarded before the listener has opened its end is dropped,
   // so the byte is sent again until one arrives.
   std::string printed;
   for (int i = 0; i < 100 && printed.empty(); ++i, usleep(100 * 1000), printed = ReadFile(listenOut))
     EXPECT_TRUE(i % 10 != 0 || Zqctl("to-explorer q").first == 0);
-  kill(listener, SIGTERM);
+  kill(std::stoi(ReadFile(listenOut + ".pid")), SIGTERM);
   EXPECT_EQ(printed.substr(0, printed.find('\n') + 1), "block 1: to-explorer 113\n");
 }
 
