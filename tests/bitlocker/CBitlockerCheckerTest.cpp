@@ -1,14 +1,12 @@
 #include "CBitlockerChecker.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <fstream>
 
 #include "LoopDevice.h"
 #include "StubBundle.h"
+#include "TempDir.h"
 
 namespace {
 
@@ -23,46 +21,41 @@ TEST(CheckBitlockerMarkTest, FindsTheSignatureWhereItCounts) {
   const std::string signature = "-FVE-FS-";
   const struct {
     const char* name;
-    std::string firstBytes;                                    // written at offset 0 when not empty
     std::vector<std::pair<std::string, std::string>> markers;  // file name, offset bytes
-    std::vector<std::pair<off_t, std::string>> planted;
+    std::vector<std::pair<off_t, std::string>> planted;  // written into the volume after it is made
     bool expected;
   } cases[] = {
-      {"signature at byte three", std::string("\xeb\x58\x90-FVE-FS-", 11), {}, {}, true},
-      {"signature behind a zero byte", std::string("\xeb\x58\x90" "ab\0cd" "---FVE-FS-", 18), {}, {}, false},
-      {"marker leads to the signature", "", {{"COV 0000. BL", toNearEnd}}, {{0x7f0000, signature}}, true},
+      {"signature at byte three", {}, {{0, std::string("\xeb\x58\x90-FVE-FS-", 11)}}, true},
+      {"signature behind a zero byte", {}, {{0, std::string("\xeb\x58\x90" "ab\0cd" "---FVE-FS-", 18)}}, false},
+      {"marker leads to the signature", {{"COV 0000. BL", toNearEnd}}, {{0x7f0000, signature}}, true},
       // 80 01 reads as 0x100 - 0x80 = 128, not 0x180.
-      {"offset bytes are signed and borrow", "", {{"COV 0000. BL", std::string("\x80\x01\0\0\0\0\0\0", 8)}},
+      {"offset bytes are signed and borrow", {{"COV 0000. BL", std::string("\x80\x01\0\0\0\0\0\0", 8)}},
        {{128, signature}, {0x180, "xxxxxxxxxxxxxxxx"}}, true},
-      {"negative offset", "", {{"COV 0000. BL", std::string("\x80\0\0\0\0\0\0\0", 8)}}, {}, false},
-      {"upper-case extension wins", "",
-       {{"A 0000. bl", toNearEnd}, {"B 0000. BL", std::string("\x00\x10\x7f\0\0\0\0\0", 8)}},
+      {"negative offset", {{"COV 0000. BL", std::string("\x80\0\0\0\0\0\0\0", 8)}}, {}, false},
+      {"upper-case extension wins", {{"A 0000. bl", toNearEnd}, {"B 0000. BL", std::string("\x00\x10\x7f\0\0\0\0\0", 8)}},
        {{0x7f0000, signature}}, false},
-      {"lower case serves alone", "", {{"A 0000. bl", toNearEnd}}, {{0x7f0000, signature}}, true},
-      {"extension without the blank", "", {{"COV 0000.BL", toNearEnd}}, {{0x7f0000, signature}}, false},
+      {"lower case serves alone", {{"A 0000. bl", toNearEnd}}, {{0x7f0000, signature}}, true},
+      {"extension without the blank", {{"COV 0000.BL", toNearEnd}}, {{0x7f0000, signature}}, false},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    const std::string dir = MakeTempDir("zq-signature-");
-    const std::string image = dir + "/disk.img", files = dir + "/files", mountPoint = dir + "/volume";
+    const TempDir dir;
+    const std::string image = dir("disk.img"), files = dir("files"), mountPoint = dir("volume");
     ASSERT_EQ(RunShell("mkdir '" + files + "' '" + mountPoint + "' && truncate -s 8M '" + image + "'"), 0);
     for (const auto& [name, offset] : c.markers)
       std::ofstream(files + "/" + name, std::ios::binary) << std::string(16, 'M') << offset;
     ASSERT_EQ(RunShell("mkfs.ext2 -q -F -d '" + files + "' '" + image + "'"), 0);
-    std::vector<std::pair<off_t, std::string>> planted = c.planted;
-    if (!c.firstBytes.empty()) planted.emplace_back(0, c.firstBytes);
-    const int fd = open(image.c_str(), O_WRONLY);
-    for (const auto& [offset, bytes] : planted)
-      ASSERT_EQ(pwrite(fd, bytes.data(), bytes.size(), offset), static_cast<ssize_t>(bytes.size()));
-    close(fd);
+    std::fstream volume(image, std::ios::in | std::ios::out | std::ios::binary);
+    for (const auto& [offset, bytes] : c.planted) volume.seekp(offset).write(bytes.data(), bytes.size());
+    ASSERT_TRUE(volume.flush());
     {
       // The signature cases need no mount, so their device may have
       // 4096-byte blocks, which the check must read in.
-      const unsigned blockSize = c.firstBytes.empty() ? 512 : 4096;
+      const unsigned blockSize = c.markers.empty() ? 4096 : 512;
       LoopDevice loop(image, blockSize);
       ASSERT_TRUE(loop.valid());
       CBitlockerChecker checker;
-      if (c.firstBytes.empty()) {
+      if (!c.markers.empty()) {
         ASSERT_TRUE(loop.Mount(mountPoint, "ext2"));
         EXPECT_EQ(checker.bsdNameToFilePath(loop.bsdName().c_str()), std::optional<std::string>(mountPoint));
       }
@@ -71,7 +64,6 @@ TEST(CheckBitlockerMarkTest, FindsTheSignatureWhereItCounts) {
       EXPECT_EQ(checker.getBlockSize(), blockSize);
       EXPECT_EQ(checker.checkBitlockerMark(loop.bsdName().c_str()), c.expected);
     }
-    RunShell("rm -rf '" + dir + "'");
   }
 }
 

@@ -17,6 +17,7 @@
 #include "MounterStatus.h"
 #include "ServiceClients.h"
 #include "TaskWrapper.h"
+#include "TempDir.h"
 #include "TestImages.h"
 
 namespace {
@@ -30,9 +31,6 @@ class MountEndToEndTest : public testing::Test {
   void SetUp() override {
     const std::string why = ServiceTestsUnavailable() + FuseUnavailable() + LoopDevicesUnavailable();
     if (!why.empty()) GTEST_SKIP() << why;
-    root_ = MakeTempDir("zq-e2e-");
-    bundle_ = root_ + "/Zq Norvane.app";
-    output_ = root_ + "/service output";
     ASSERT_EQ(RunShell("mkdir -p '" + bundle_ + "/Contents' && cp -a '" ZQ_BUNDLE_MACOS_DIR "' '" + bundle_ +
                        "/Contents/MacOS'"),
               0);
@@ -41,22 +39,16 @@ class MountEndToEndTest : public testing::Test {
     // The service and whatever it starts write to output_, where the
     // explorer's lines can be read back.
     const int output = open(output_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), saved = dup(1);
-    std::fflush(stdout);
     dup2(output, 1);
     service_->Start();
     dup2(saved, 1);
-    close(saved);
-    close(output);
+    for (int fd : {saved, output}) close(fd);
     ASSERT_TRUE(Result(*mainUI_, MakeRecord(eCOMMAND_CHECK_CONNECTION), kAnswerSeconds)) << "the service did not answer";
   }
 
   void TearDown() override {
-    if (root_.empty()) return;
     ForceUnmount(mountPoint_);
     for (int pid : LiveProcessesWithWord(mountPoint_)) kill(pid, SIGKILL);
-    mainUI_.reset();
-    service_.reset();
-    RunShell("rm -rf '" + root_ + "'");
     rmdir(mountPoint_.c_str());
   }
 
@@ -87,12 +79,13 @@ class MountEndToEndTest : public testing::Test {
 
   // Whether any process's command line or environment holds `secret`.
   bool AnyProcessShows(const std::string& secret) {
-    std::ofstream(root_ + "/secret") << secret;
-    return RunShell("cat /proc/[0-9]*/cmdline /proc/[0-9]*/environ 2>/dev/null | grep -qaF -f '" + root_ +
-                    "/secret'") == 0;
+    std::ofstream(root_("secret")) << secret;
+    return RunShell("cat /proc/[0-9]*/cmdline /proc/[0-9]*/environ 2>/dev/null | grep -qaF -f '" + root_("secret") +
+                    "'") == 0;
   }
 
-  std::string root_, bundle_, output_;
+  TempDir root_;
+  const std::string bundle_ = root_("Zq Norvane.app"), output_ = root_("service output");
   const std::string mountPoint_ = "/media/mount point";
   std::unique_ptr<ServiceProcess> service_;
   std::unique_ptr<RawClient> mainUI_;
@@ -115,7 +108,7 @@ TEST_F(MountEndToEndTest, DetectionFindsEveryImageAndLeavesAnythingElseAlone) {
     ASSERT_TRUE(loop.valid()) << image.name;
     EXPECT_EQ(Ask(eCOMMAND_BITLOCKER_CHECK, loop), kResultIsBitlocker) << image.name;
   }
-  const std::string plain = root_ + "/plain.img", plainFolder = root_ + "/plain";
+  const std::string plain = root_("plain.img"), plainFolder = root_("plain");
   ASSERT_EQ(RunShell("truncate -s 16M '" + plain + "' && mkfs.ext4 -q '" + plain + "' 2>/dev/null && mkdir '" +
                      plainFolder + "'"),
             0);
@@ -166,8 +159,8 @@ TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
   ASSERT_TRUE(loop.valid());
   constexpr uid_t kConsoleUser = 4242;
   ConsoleUserIs console(kConsoleUser);
-  const std::string rootsKey = root_ + "/root.BEK", theirKey = root_ + "/theirs.BEK";
-  ASSERT_EQ(RunShell("chmod 755 '" + root_ + "' && install -m 600 '" + image->startupKeyPath + "' '" + rootsKey +
+  const std::string rootsKey = root_("root.BEK"), theirKey = root_("theirs.BEK");
+  ASSERT_EQ(RunShell("chmod 755 '" + root_.path() + "' && install -m 600 '" + image->startupKeyPath + "' '" + rootsKey +
                      "' && install -m 600 -o 4242 '" + image->startupKeyPath + "' '" + theirKey + "'"),
             0);
   EXPECT_EQ(Mount(loop, rootsKey), bitlocker::kWrongCredential);

@@ -51,13 +51,11 @@ TEST_F(ServiceTest, ForwardedCommandsReachTheOtherClientAndUnknownNumbersNobody)
     CCommandDataWrapper<char> record = MakeRecord(type);
     record.simple.arg = byte;
     record.reserved = 77;  // carried as it came
-    RawClient& from = type == eCOMMAND_TO_FILE_EXPLORER ? *mainUI : *explorer;
-    RawClient& to = type == eCOMMAND_TO_FILE_EXPLORER ? *explorer : *mainUI;
-    ASSERT_TRUE(from.Send(40, record));
-    Block expected{};
-    expected[0] = 1;
+    const bool toExplorer = type == eCOMMAND_TO_FILE_EXPLORER;
+    ASSERT_TRUE((toExplorer ? mainUI : explorer)->Send(40, record));
+    Block expected{1};  // a forwarded block's id is 1
     std::memcpy(expected.data() + 4, &record, 13);
-    EXPECT_EQ(to.Receive(5), std::optional<Block>(expected));
+    EXPECT_EQ((toExplorer ? explorer : mainUI)->Receive(5), std::optional<Block>(expected));
   }
   const size_t logLines = LogMessages().size();
   for (uint32_t type : {0u, 2u, 8u, 13u}) {
@@ -127,10 +125,9 @@ TEST_F(ServiceTest, StartupItemsAreWrittenAndRemoved) {
 TEST_F(ServiceTest, InstallerRunsOnceAtLaunch) {
   service->Start();
   for (int i = 0; i < 50 && bundle->CallsOf("installer").empty(); ++i) usleep(100 * 1000);
-  const std::vector<StubCall> calls = bundle->CallsOf("installer");
-  ASSERT_EQ(calls.size(), 1u);
-  EXPECT_EQ(calls[0].arguments, (std::vector<std::string>{
-                                    "-pkg", bundle->bundlePath() + "/Contents/MacOS/installer.pkg", "-target", "/"}));
+  EXPECT_EQ(bundle->CallsOf("installer"),
+            (std::vector<StubCall>{
+                {"installer", {"-pkg", bundle->bundlePath() + "/Contents/MacOS/installer.pkg", "-target", "/"}}}));
   EXPECT_EQ(LogMessages().at(0), "fuseInstall");
 }
 
@@ -140,10 +137,7 @@ TEST_F(ServiceTest, OneCopyRuns) {
   const std::string impostor = bundle->stubDir() + "/zQ-NORVANE";
   ASSERT_EQ(RunShell("cp /bin/sleep '" + impostor + "'"), 0);
   const pid_t foreign = fork();
-  if (foreign == 0) {
-    execl(impostor.c_str(), impostor.c_str(), "30", static_cast<char*>(nullptr));
-    _exit(126);
-  }
+  if (foreign == 0) _exit(execl(impostor.c_str(), impostor.c_str(), "30", static_cast<char*>(nullptr)));
   usleep(200 * 1000);
   service->Start();
   EXPECT_EQ(service->WaitForExit(10), std::optional<int>(0)) << "started beside a foreign copy";
