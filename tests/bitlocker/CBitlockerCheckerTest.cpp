@@ -32,7 +32,7 @@ TEST(CheckBitlockerMarkTest, FindsTheSignatureWhereItCounts) {
       {"offset bytes are signed and borrow", {{"COV 0000. BL", std::string("\x80\x01\0\0\0\0\0\0", 8)}},
        {{128, signature}, {0x180, "xxxxxxxxxxxxxxxx"}}, true},
       {"negative offset", {{"COV 0000. BL", std::string("\x80\0\0\0\0\0\0\0", 8)}}, {}, false},
-      {"upper-case extension wins", {{"A 0000. bl", toNearEnd}, {"B 0000. BL", std::string("\x00\x10\x7f\0\0\0\0\0", 8)}},
+      {"upper-case extension wins", {{"A 0000. bl", toNearEnd}, {"B 0000. BL", std::string("\0\x10\x7f\0\0\0\0\0", 8)}},
        {{0x7f0000, signature}}, false},
       {"lower case serves alone", {{"A 0000. bl", toNearEnd}}, {{0x7f0000, signature}}, true},
       {"extension without the blank", {{"COV 0000.BL", toNearEnd}}, {{0x7f0000, signature}}, false},

@@ -33,7 +33,7 @@ TEST(CNorvaneTest, MountAndExplorerRunOnlyWhatTheirChecksAllow) {
       {"rm diskutil-unmount.stdout && echo 'disk2s1 was already unmounted' >diskutil-unmount.stderr", "disk2s1", 0, -1,
        {"is_bitlocker_drive", "diskutil", "zq-mounter"}},
       {"echo 'Volume disk2s1 unmounted' >diskutil-unmount.stdout && echo other >diskutil-unmount.stderr", "disk2s1",
-       kResultUnmountFailed, kResultUnmountFailed, {"is_bitlocker_drive", "diskutil", "is_bitlocker_drive", "diskutil"}},
+      kResultUnmountFailed, kResultUnmountFailed, {"is_bitlocker_drive", "diskutil", "is_bitlocker_drive", "diskutil"}},
       // "diskutil unmount (null)" is no command the shell accepts.
       {"true", std::nullopt, kResultUnmountFailed, kResultUnmountFailed,
        {"is_bitlocker_drive", "is_bitlocker_drive"}},

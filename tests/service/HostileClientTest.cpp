@@ -42,11 +42,9 @@ TEST_F(HostileClientTest, ShellMetacharactersInEveryFieldRunNothing) {
   EXPECT_EQ(ReadFile(bundle->stubDir() + "/Zq Norvane Explorer.input"), credential + "\n");
 
   EXPECT_NE(access("/tmp/pwned", F_OK), 0);
-  const std::string log = ReadFile("/tmp/zqlog.log");
-  EXPECT_EQ(log.find("s3cret"), std::string::npos);
-  size_t refusals = 0;
-  for (size_t at = log.find("refused"); at != std::string::npos; at = log.find("refused", at + 1)) ++refusals;
-  EXPECT_EQ(refusals, 3 * std::size(devices) + 5) << "one log line per refusal";
+  EXPECT_EQ(ReadFile("/tmp/zqlog.log").find("s3cret"), std::string::npos);
+  EXPECT_EQ(RunShell("test $(grep -c refused /tmp/zqlog.log) = " + std::to_string(3 * std::size(devices) + 5)), 0)
+      << "one log line per refusal";
 }
 
 // Each case is made by a shell line in the test's private volumes folders;
@@ -75,7 +73,7 @@ TEST_F(HostileClientTest, MountPointsThatCouldRaiseRightsAreRefusedBeforeAnythin
     SCOPED_TRACE(c.word);
     ASSERT_EQ(RunShell(c.setUp), 0);
     bundle->ClearCalls();
-    EXPECT_EQ(Ask(DeviceRecord(eCOMMAND_BITLOCKER_MOUNT, "disk2s1", c.word, "raw")), c.mounterSees ? 0u : kRefusedMount);
+    EXPECT_EQ(Ask(DeviceRecord(eCOMMAND_BITLOCKER_MOUNT, "disk2s1", c.word, "raw")), c.mounterSees ? 0 : kRefusedMount);
     if (c.mounterSees) EXPECT_EQ(bundle->CallsOf("zq-mounter").at(0).arguments.at(1), c.mounterSees);
     else EXPECT_TRUE(bundle->Calls().empty());
   }
@@ -136,7 +134,7 @@ TEST_F(HostileClientTest, ALogSomeoneElsePlantedIsReplacedAndNothingIsWrittenThr
     service = std::make_unique<ServiceProcess>(bundle->bundlePath());
     StartWithClients();
     EXPECT_EQ(ReadFile("/tmp/victim"), "");
-    EXPECT_EQ(RunShell("[ \"$(stat -c '%F %u %h' /tmp/zqlog.log)\" = 'regular file 0 1' ]"), 0) << "not root's own file";
+    EXPECT_EQ(RunShell("[ \"$(stat -c '%F %u %h' /tmp/zqlog.log)\" = 'regular file 0 1' ]"), 0) << "not root's";
     EXPECT_NE(ReadFile("/tmp/zqlog.log").find("serverEvent - eCOMMAND_CHECK_CONNECTION"), std::string::npos);
   }
 }

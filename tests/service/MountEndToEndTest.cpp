@@ -43,7 +43,7 @@ class MountEndToEndTest : public testing::Test {
     service_->Start();
     dup2(saved, 1);
     for (int fd : {saved, output}) close(fd);
-    ASSERT_TRUE(Result(*mainUI_, MakeRecord(eCOMMAND_CHECK_CONNECTION), kAnswerSeconds)) << "the service did not answer";
+    ASSERT_TRUE(Result(*mainUI_, MakeRecord(eCOMMAND_CHECK_CONNECTION), kAnswerSeconds)) << "no service";
   }
 
   void TearDown() override {
@@ -52,7 +52,8 @@ class MountEndToEndTest : public testing::Test {
     rmdir(mountPoint_.c_str());
   }
 
-  // Sends a record from MainUI and returns the answer's result, or -1.
+  // Sends a record from MainUI and returns the answer's result, or -1; the
+  // explorer's credential is its `arg2`.
   int64_t Ask(COMMAND_TYPE type, const LoopDevice& loop, const std::string& arg2 = "", const std::string& arg3 = "",
               const std::string& arg4 = "") {
     return Result(*mainUI_, DeviceRecord(type, loop.bsdName(), arg2, arg3, arg4), kAnswerSeconds).value_or(-1);
@@ -60,9 +61,6 @@ class MountEndToEndTest : public testing::Test {
   // The mount point's blank is escaped, as a client writes it for the shell.
   int64_t Mount(const LoopDevice& loop, const std::string& credential, const char* options = "raw") {
     return Ask(eCOMMAND_BITLOCKER_MOUNT, loop, "/media/mount\\ point", options, credential);
-  }
-  int64_t OpenExplorer(const LoopDevice& loop, const std::string& credential) {
-    return Ask(eCOMMAND_BITLOCKER_EXPLORER, loop, credential);
   }
   void ForwardToExplorer(unsigned char byte) {
     CCommandDataWrapper<char> forward = MakeRecord(eCOMMAND_TO_FILE_EXPLORER);
@@ -117,7 +115,7 @@ TEST_F(MountEndToEndTest, DetectionFindsEveryImageAndLeavesAnythingElseAlone) {
   EXPECT_EQ(Ask(eCOMMAND_BITLOCKER_CHECK, loop), kResultIsNotBitlocker);
   ASSERT_TRUE(loop.Mount(plainFolder, "ext4"));
   EXPECT_EQ(Mount(loop, "any"), bitlocker::kNotBitlocker);
-  EXPECT_EQ(OpenExplorer(loop, "any"), bitlocker::kNotBitlocker);
+  EXPECT_EQ(Ask(eCOMMAND_BITLOCKER_EXPLORER, loop, "any"), bitlocker::kNotBitlocker);
   EXPECT_TRUE(MountedAt(plainFolder)) << "a device that holds no BitLocker volume was unmounted";
 }
 
@@ -164,7 +162,7 @@ TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
                      "' && install -m 600 -o 4242 '" + image->startupKeyPath + "' '" + theirKey + "'"),
             0);
   EXPECT_EQ(Mount(loop, rootsKey), bitlocker::kWrongCredential);
-  EXPECT_EQ(OpenExplorer(loop, rootsKey), bitlocker::kWrongCredential);
+  EXPECT_EQ(Ask(eCOMMAND_BITLOCKER_EXPLORER, loop, rootsKey), bitlocker::kWrongCredential);
   EXPECT_EQ(Mount(loop, image->recoveryPassword, "raw,uid=4343"), kMounterUsage) << "a volume handed to a third user";
   ASSERT_EQ(Mount(loop, theirKey), bitlocker::kOk);
   ASSERT_EQ(Mount(loop, image->recoveryPassword), bitlocker::kOk);
@@ -182,8 +180,8 @@ TEST_F(MountEndToEndTest, ExplorerConnectsAndEndsOnQOrWhenTheServiceGoesAway) {
   const testimages::Image& image = images->front();
   LoopDevice loop(image.path, 0, true);
   ASSERT_TRUE(loop.valid());
-  EXPECT_EQ(OpenExplorer(loop, "not the password"), bitlocker::kWrongCredential);
-  ASSERT_EQ(OpenExplorer(loop, image.recoveryPassword), 0);
+  EXPECT_EQ(Ask(eCOMMAND_BITLOCKER_EXPLORER, loop, "not the password"), bitlocker::kWrongCredential);
+  ASSERT_EQ(Ask(eCOMMAND_BITLOCKER_EXPLORER, loop, image.recoveryPassword), 0);
   ASSERT_TRUE(OutputShows("connected to the service as FileExplorer", 30)) << ReadFile(output_);
   EXPECT_EQ(LiveProcessesWithWord(loop.devicePath()).size(), 1u) << "one explorer, the failed open started none";
   EXPECT_TRUE(OutputShows("volume on " + loop.devicePath(), 1)) << ReadFile(output_);
@@ -194,7 +192,7 @@ TEST_F(MountEndToEndTest, ExplorerConnectsAndEndsOnQOrWhenTheServiceGoesAway) {
   EXPECT_TRUE(WaitUntilNoProcessWithWord(loop.devicePath(), 10)) << "the explorer did not end on 'q'";
 
   ASSERT_EQ(truncate(output_.c_str(), 0), 0);
-  ASSERT_EQ(OpenExplorer(loop, image.recoveryPassword), 0);
+  ASSERT_EQ(Ask(eCOMMAND_BITLOCKER_EXPLORER, loop, image.recoveryPassword), 0);
   ASSERT_TRUE(OutputShows("connected to the service as FileExplorer", 30)) << ReadFile(output_);
   ASSERT_TRUE(mainUI_->Send(2, MakeRecord(eCOMMAND_EXIT)));
   EXPECT_TRUE(service_->WaitForExit(10).has_value());

@@ -1,5 +1,5 @@
 // What the service's end-to-end tests share: a record for a device, the
-// words of an answer block, and a service with its two clients.
+// result of an answer, and a service with its two clients.
 #ifndef ZQ_TESTS_SERVICE_SERVICECLIENTS_H_
 #define ZQ_TESTS_SERVICE_SERVICECLIENTS_H_
 
@@ -21,17 +21,13 @@ inline CCommandDataWrapper<char> DeviceRecord(COMMAND_TYPE type, const std::stri
   return record;
 }
 
-// The word at `offset` of a block: 0 is the id, 16 an answer's result.
-inline uint32_t WordAt(const Block& block, size_t offset) {
-  uint32_t value;
-  std::memcpy(&value, block.data() + offset, sizeof value);
-  return value;
-}
-
 // The result `client` is answered for `record` within `seconds`, or nullopt.
 inline std::optional<uint32_t> Result(RawClient& client, const CCommandDataWrapper<char>& record, int seconds) {
   const std::optional<Block> answer = client.Send(33, record) ? client.Receive(seconds) : std::nullopt;
-  return answer ? std::optional<uint32_t>(WordAt(*answer, 16)) : std::nullopt;
+  if (!answer) return std::nullopt;
+  uint32_t result;  // behind the id and the record's 12-byte header
+  std::memcpy(&result, answer->data() + 16, sizeof result);
+  return result;
 }
 
 // The service on a stub bundle whose library calls every device BitLocker

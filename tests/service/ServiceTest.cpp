@@ -125,9 +125,8 @@ TEST_F(ServiceTest, StartupItemsAreWrittenAndRemoved) {
 TEST_F(ServiceTest, InstallerRunsOnceAtLaunch) {
   service->Start();
   for (int i = 0; i < 50 && bundle->CallsOf("installer").empty(); ++i) usleep(100 * 1000);
-  EXPECT_EQ(bundle->CallsOf("installer"),
-            (std::vector<StubCall>{
-                {"installer", {"-pkg", bundle->bundlePath() + "/Contents/MacOS/installer.pkg", "-target", "/"}}}));
+  const StubCall call{"installer", {"-pkg", bundle->bundlePath() + "/Contents/MacOS/installer.pkg", "-target", "/"}};
+  EXPECT_EQ(bundle->CallsOf("installer"), std::vector<StubCall>{call});
   EXPECT_EQ(LogMessages().at(0), "fuseInstall");
 }
 

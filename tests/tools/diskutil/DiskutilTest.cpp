@@ -15,9 +15,7 @@
 
 namespace {
 
-ProgramRun Diskutil(const std::string& verb, const std::string& name) {
-  return RunProgram(ZQ_DISKUTIL_FILE, {verb, name});
-}
+ProgramRun Diskutil(std::string verb, std::string name) { return RunProgram(ZQ_DISKUTIL_FILE, {verb, name}); }
 
 bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 

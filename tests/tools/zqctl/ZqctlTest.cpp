@@ -70,14 +70,14 @@ TEST_F(ZqctlTest, EachSubcommandSaysWhatTheServiceAnswered) {
 
 TEST_F(ZqctlTest, ListenPrintsForwardedBlocks) {
   StartService();
-  const std::string listenOut = bundle->stubDir() + "/listen";
-  ASSERT_EQ(RunShell("'" ZQCTL "' --as FileExplorer listen >'" + listenOut + "' & echo $! >'" + listenOut + ".pid'"), 0);
+  const std::string heard = bundle->stubDir() + "/listen";
+  ASSERT_EQ(RunShell("'" ZQCTL "' --as FileExplorer listen >'" + heard + "' & echo $! >'" + heard + "'.pid"), 0);
   // A block forwarded before the listener has opened its end is dropped,
   // so the byte is sent again until one arrives.
   std::string printed;
-  for (int i = 0; i < 100 && printed.empty(); ++i, usleep(100 * 1000), printed = ReadFile(listenOut))
+  for (int i = 0; i < 100 && printed.empty(); ++i, usleep(100 * 1000), printed = ReadFile(heard))
     EXPECT_TRUE(i % 10 != 0 || Zqctl("to-explorer q").first == 0);
-  kill(std::stoi(ReadFile(listenOut + ".pid")), SIGTERM);
+  kill(std::stoi(ReadFile(heard + ".pid")), SIGTERM);
   EXPECT_EQ(printed.substr(0, printed.find('\n') + 1), "block 1: to-explorer 113\n");
 }
 
