@@ -12,15 +12,12 @@
 
 namespace {
 
-TEST(ClientInputChecks, PlainDeviceNames) {
+TEST(ClientInputChecks, PlainDeviceNamesAndMountPointWords) {
   for (const char* good : {"disk2s1", "loop3", "nvme0n1p2", "sda", "md-0", "dm_1.x"})
     EXPECT_TRUE(IsPlainDeviceName(std::string(good))) << good;
   for (const char* bad : {"", ".hidden", "..", "disk2s1; rm -rf /", "../etc", "disk 2", "disk$(id)", "a/b", "é"})
     EXPECT_FALSE(IsPlainDeviceName(std::string(bad))) << bad;
   EXPECT_FALSE(IsPlainDeviceName(std::nullopt));
-}
-
-TEST(ClientInputChecks, MountPointWords) {
   for (const char* good :
        {"", "/mnt/disk", "/Volumes/My\\ Disk", "/media/a:b=c+d@e%f,g-h_i.j", "\\$HOME", "\\'", "/media/Ünï\\ Disk"})
     EXPECT_TRUE(IsSingleShellWord(std::string(good))) << good;
@@ -39,22 +36,18 @@ TEST(ClientInputChecks, AcceptedWordsReachTheShellAsOneLiteralWord) {
     for (int n = 1 + static_cast<int>(random() % 8); n > 0; --n) word += alphabet[random() % alphabet.size()];
     if (!IsValidUtf8(word) || !IsSingleShellWord(word)) continue;
     ++accepted;
-    const TaskWrapper run = TaskWrapper::runScript("cd /tmp && printf '[%s]' " + word);
-    EXPECT_EQ(run.response(), std::optional<std::string>("[" + ShellWordText(word) + "]")) << word;
+    EXPECT_EQ(TaskWrapper::runScript("cd /tmp && printf '[%s]' " + word).response(), "[" + ShellWordText(word) + "]")
+        << word;
   }
   EXPECT_GE(accepted, 20);
 }
 
 // Each case loosens a fresh root-owned bundle in a root-only folder with a
-// shell command ($R: that folder, $B: the bundle, $P: the program).
-struct DaemonCase {
-  const char* loosening;
-  bool accepted;
-};
-
+// shell command ($R: that folder, $B: the bundle, $P: the program); /tmp
+// lets everyone write, so the bundles live elsewhere.
 TEST(DaemonProgramTest, OnlyAProgramThatOnlyRootCanChangeIsAccepted) {
   if (geteuid() != 0) GTEST_SKIP() << "ownership checks need root to make root-owned bundles";
-  const DaemonCase cases[] = {
+  const std::pair<const char*, bool> cases[] = {
       {"true", true},
       {"chmod o+w \"$P\"", false},
       {"chmod o+w \"$B/Contents\"", false},
@@ -71,17 +64,16 @@ TEST(DaemonProgramTest, OnlyAProgramThatOnlyRootCanChangeIsAccepted) {
       {"mkdir -m 777 \"$R/open\" && mv \"$B\" \"$R/open/\" && ln -s \"$R/open/Zq Norvane.app\" \"$B\"", false},
       {"mkdir \"$R/real\" && mv \"$B\" \"$R/real/\" && ln -s \"$R/real/Zq Norvane.app\" \"$B\"", true},
   };
-  for (const DaemonCase& param : cases) {
-    SCOPED_TRACE(param.loosening);
-    // /tmp lets everyone write, so the bundles live in a root-only folder.
-    const std::string root = "/var/lib/zq-daemon-test-" + std::to_string(getpid());
-    const std::string bundle = root + "/Zq Norvane.app";
-    const std::string setUp = "R='" + root + "' B='" + bundle + "' P='" + bundle +
-                              "/Contents/MacOS/Zq-NorvaneServices'; mkdir -p -m 755 \"$B/Contents/MacOS\" && "
-                              "chmod 755 \"$R\" && touch \"$P\" && chmod 755 \"$P\" && " + param.loosening;
-    ASSERT_EQ(TaskWrapper::runScript(setUp).terminationStatus(), 0);
+  const std::string root = "/var/lib/zq-daemon-test-" + std::to_string(getpid()), bundle = root + "/Zq Norvane.app";
+  for (const auto& [loosening, accepted] : cases) {
+    SCOPED_TRACE(loosening);
+    ASSERT_EQ(TaskWrapper::runScript("R='" + root + "' B='" + bundle + "' P='" + bundle +
+                                     "/Contents/MacOS/Zq-NorvaneServices'; mkdir -p -m 755 \"$B/Contents/MacOS\" && "
+                                     "chmod 755 \"$R\" && touch \"$P\" && chmod 755 \"$P\" && " + loosening)
+                  .terminationStatus(),
+              0);
     const char* reason = DaemonProgramRefusal(bundle);
-    EXPECT_EQ(reason == nullptr, param.accepted) << (reason ? reason : "accepted");
+    EXPECT_EQ(reason == nullptr, accepted) << (reason ? reason : "accepted");
     TaskWrapper::runScript("rm -rf '" + root + "'");
   }
   EXPECT_NE(DaemonProgramRefusal("relative/Zq Norvane.app"), nullptr);

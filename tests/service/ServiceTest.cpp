@@ -1,165 +1,87 @@
+// The service on a stub bundle: its answers, forwarding, startup items,
+// the installer and the rule that one copy runs.
 #include <signal.h>
-#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <fstream>
-#include <memory>
+#include <thread>
 
-#include "ServiceTestEnvironment.h"
-#include "StubBundle.h"
+#include "FileContents.h"
+#include "ServiceClients.h"
 
 namespace {
 
-constexpr int kAnswerSeconds = 5;
+using ServiceTest = ServiceClientTest;
 
-class ServiceTest : public ServiceTestBase {
- protected:
-  // Starts the service with both clients present and waits until MainUI
-  // is served.
-  void StartWithClients() {
-    mainUI = std::make_unique<RawClient>(kMainUIChannel);
-    explorer = std::make_unique<RawClient>(kFileExplorerChannel);
-    service->Start();
-    ASSERT_TRUE(Ping(*mainUI)) << "the service did not answer";
-    bundle->ClearCalls();
-  }
+// The whole block of an answer: the id, a 148-byte record of type 8 with
+// `result` and `text`, and zeros behind it.
+Block Answer(uint32_t msgId, uint32_t result, const std::string& text) {
+  Block block{};
+  const uint32_t words[] = {msgId, eCOMMAND_RESULT, 0, 148, result, 0};
+  std::memcpy(block.data(), words, sizeof words);
+  text.copy(reinterpret_cast<char*>(block.data()) + sizeof words, 128);
+  return block;
+}
 
-  bool Ping(RawClient& client) {
-    if (!client.Send(99, MakeRecord(eCOMMAND_CHECK_CONNECTION))) return false;
-    const std::optional<Block> answer = client.Receive(kAnswerSeconds);
-    return answer && ResultOf(*answer) == kResultServiceThere;
-  }
-
-  static uint32_t Word(const Block& block, size_t offset) {
-    uint32_t value;
-    std::memcpy(&value, block.data() + offset, sizeof value);
-    return value;
-  }
-  static uint32_t ResultOf(const Block& block) { return Word(block, 4 + 12); }
-  static std::string TextOf(const Block& block) {
-    return std::string(reinterpret_cast<const char*>(block.data()) + 4 + 20);
-  }
-
-  // Checks the fixed frame of an answer: the id, a 148-byte record of type 8
-  // and zeros behind it.
-  static void ExpectAnswerFrame(const Block& block, uint32_t msgId) {
-    EXPECT_EQ(Word(block, 0), msgId);
-    EXPECT_EQ(Word(block, 4), static_cast<uint32_t>(eCOMMAND_RESULT));
-    EXPECT_EQ(Word(block, 8), 0u);
-    EXPECT_EQ(Word(block, 12), 148u);
-    EXPECT_EQ(Word(block, 20), 0u);
-    for (size_t i = 4 + 148; i < block.size(); ++i) ASSERT_EQ(block[i], 0) << "byte " << i;
-  }
-
-  void UnmountSucceeds() {
-    bundle->Answer("is_bitlocker", "");
-    bundle->Answer("diskutil-unmount.stdout", "Volume unmounted successfully\n");
-  }
-
-  std::unique_ptr<RawClient> mainUI, explorer;
-};
-
-TEST_F(ServiceTest, CheckAnswersWithTheDeviceNameAndUnmountsABitlockerDevice) {
+TEST_F(ServiceTest, AnswersCarryTheirFrameAndACheckUnmountsABitlockerDevice) {
   StartWithClients();
   ASSERT_TRUE(explorer->Send(4242, MakeRecord(eCOMMAND_CHECK_CONNECTION)));
-  std::optional<Block> answer = explorer->Receive(kAnswerSeconds);
-  ASSERT_TRUE(answer);
-  ExpectAnswerFrame(*answer, 4242);
-  EXPECT_EQ(ResultOf(*answer), 55u);
-  EXPECT_EQ(LogMessages().back(), "serverEvent - eCOMMAND_CHECK_CONNECTION");
-
-  CCommandDataWrapper<char> check = MakeRecord(eCOMMAND_BITLOCKER_CHECK);
-  std::strcpy(check.check.deviceName, "disk2s1");
-  ASSERT_TRUE(mainUI->Send(17, check));
-  answer = mainUI->Receive(kAnswerSeconds);
-  ASSERT_TRUE(answer);
-  ExpectAnswerFrame(*answer, 17);
-  EXPECT_EQ(ResultOf(*answer), 50u);
-  EXPECT_EQ(TextOf(*answer), "disk2s1");
-  EXPECT_TRUE(bundle->CallsOf("diskutil").empty());
-
+  EXPECT_EQ(explorer->Receive(5), Answer(4242, kResultServiceThere, ""));
+  // /dev/null is no disk: the library is asked with no raw device, and a
+  // device that is not BitLocker is left alone.
+  bundle->RemoveAnswer("is_bitlocker");
+  ASSERT_TRUE(mainUI->Send(17, DeviceRecord(eCOMMAND_BITLOCKER_CHECK, "null")));
+  EXPECT_EQ(mainUI->Receive(5), Answer(17, kResultIsNotBitlocker, "null"));
+  EXPECT_EQ(bundle->Calls(), (std::vector<StubCall>{{"is_bitlocker_drive", {""}}}));
   bundle->Answer("is_bitlocker", "");
-  UnmountSucceeds();
-  std::memset(check.check.deviceName, 'd', sizeof check.check.deviceName);  // no terminator
-  ASSERT_TRUE(mainUI->Send(18, check));
-  answer = mainUI->Receive(kAnswerSeconds);
-  ASSERT_TRUE(answer);
-  ExpectAnswerFrame(*answer, 18);
-  EXPECT_EQ(ResultOf(*answer), 49u);
-  EXPECT_EQ(TextOf(*answer), std::string(32, 'd'));
-  EXPECT_EQ(bundle->CallsOf("diskutil").at(0).arguments, (std::vector<std::string>{"unmount", std::string(32, 'd')}));
-
-  std::vector<std::string> log = LogMessages();
-  ASSERT_GE(log.size(), 4u);
-  EXPECT_EQ(std::vector<std::string>(log.end() - 4, log.end()),
-            (std::vector<std::string>{"serverEvent - eCOMMAND_BITLOCKER_CHECK",
-                                      "serverEvent - eCOMMAND_BITLOCKER_CHECK_OVER",
-                                      "serverEvent - eCOMMAND_BITLOCKER_CHECK",
-                                      "serverEvent - eCOMMAND_BITLOCKER_CHECK_OVER"}));
+  const std::string unended(32, 'd');
+  ASSERT_TRUE(mainUI->Send(18, DeviceRecord(eCOMMAND_BITLOCKER_CHECK, unended)));
+  EXPECT_EQ(mainUI->Receive(5), Answer(18, kResultIsBitlocker, unended));
+  EXPECT_EQ(bundle->CallsOf("diskutil").at(0).arguments, (std::vector<std::string>{"unmount", unended}));
+  EXPECT_EQ(LogMessages().back(), "serverEvent - eCOMMAND_BITLOCKER_CHECK_OVER");
 }
 
-TEST_F(ServiceTest, ForwardedCommandsReachTheOtherClientByteForByte) {
+// Forwarded commands reach the other client byte for byte and are not
+// answered; unknown numbers are ignored without a word.
+TEST_F(ServiceTest, ForwardedCommandsReachTheOtherClientAndUnknownNumbersNobody) {
   StartWithClients();
-  CCommandDataWrapper<char> toExplorer = MakeRecord(eCOMMAND_TO_FILE_EXPLORER);
-  toExplorer.simple.arg = 'q';
-  toExplorer.reserved = 77;  // carried as it came
-  ASSERT_TRUE(mainUI->Send(40, toExplorer));
-  std::optional<Block> forwarded = explorer->Receive(kAnswerSeconds);
-  ASSERT_TRUE(forwarded);
-  Block expected{};
-  expected[0] = 1;
-  std::memcpy(expected.data() + 4, &toExplorer, 13);
-  EXPECT_EQ(*forwarded, expected);
-
-  CCommandDataWrapper<char> toMain = MakeRecord(eCOMMAND_TO_MAIN_UI);
-  toMain.simple.arg = 0xfe;
-  ASSERT_TRUE(explorer->Send(41, toMain));
-  forwarded = mainUI->Receive(kAnswerSeconds);
-  ASSERT_TRUE(forwarded);
-  std::memcpy(expected.data() + 4, &toMain, 13);
-  EXPECT_EQ(*forwarded, expected);
-  EXPECT_FALSE(explorer->Receive(2)) << "the sender gets no answer";
-}
-
-TEST_F(ServiceTest, UnknownNumbersAreIgnoredSilently) {
-  StartWithClients();
+  for (auto [type, byte] : {std::pair{eCOMMAND_TO_FILE_EXPLORER, 'q'}, std::pair{eCOMMAND_TO_MAIN_UI, '\xfe'}}) {
+    CCommandDataWrapper<char> record = MakeRecord(type);
+    record.simple.arg = byte;
+    record.reserved = 77;  // carried as it came
+    const bool toExplorer = type == eCOMMAND_TO_FILE_EXPLORER;
+    ASSERT_TRUE((toExplorer ? mainUI : explorer)->Send(40, record));
+    Block expected{1};  // a forwarded block's id is 1
+    std::memcpy(expected.data() + 4, &record, 13);
+    EXPECT_EQ((toExplorer ? explorer : mainUI)->Receive(5), std::optional<Block>(expected));
+  }
   const size_t logLines = LogMessages().size();
   for (uint32_t type : {0u, 2u, 8u, 13u}) {
     CCommandDataWrapper<char> record = MakeRecord(static_cast<COMMAND_TYPE>(type));
     ASSERT_TRUE(mainUI->Send(50 + type, &record, sizeof record));
   }
-  EXPECT_FALSE(mainUI->Receive(5));
+  EXPECT_FALSE(mainUI->Receive(3));
+  EXPECT_FALSE(explorer->Receive(1));
   EXPECT_EQ(LogMessages().size(), logLines);
   EXPECT_TRUE(Ping(*mainUI)) << "the service still answers";
 }
 
-TEST_F(ServiceTest, TwoClientsMountAtTheSameTime) {
+// Each mounter waits for the other, so both clients are answered 0 only if
+// their mounts overlap.  Exit ends the service at once even while the
+// other client's mount runs.
+TEST_F(ServiceTest, TwoClientsMountAtTheSameTimeAndExitWaitsForNeither) {
   StartWithClients();
-  UnmountSucceeds();
-  // Each mounter waits for the other: both answer 0 only if they overlap.
   bundle->Answer("zq-mounter.rendezvous", "2");
-  CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
-  std::strcpy(mount.mount.deviceName, "disk7");
-  std::strcpy(mount.mount.mountArg2, "/media/disk7");
-  ASSERT_TRUE(mainUI->Send(60, mount));
-  ASSERT_TRUE(explorer->Send(61, mount));
-  const std::optional<Block> first = mainUI->Receive(30);
-  const std::optional<Block> second = explorer->Receive(30);
-  ASSERT_TRUE(first && second);
-  EXPECT_EQ(ResultOf(*first), 0u);
-  EXPECT_EQ(ResultOf(*second), 0u);
-}
+  const CCommandDataWrapper<char> mount = DeviceRecord(eCOMMAND_BITLOCKER_MOUNT, "disk7", "/media/disk7");
+  std::thread second([&] { EXPECT_EQ(Result(*explorer, mount, 30), 0u); });
+  EXPECT_EQ(Result(*mainUI, mount, 30), 0u);
+  second.join();
 
-TEST_F(ServiceTest, ExitEndsTheServiceAtOnceEvenWhileTheOtherClientMounts) {
-  StartWithClients();
-  UnmountSucceeds();
+  bundle->RemoveAnswer("zq-mounter.rendezvous");
   bundle->Answer("zq-mounter.delay", "30");
-  CCommandDataWrapper<char> mount = MakeRecord(eCOMMAND_BITLOCKER_MOUNT);
-  std::strcpy(mount.mount.deviceName, "disk7");
-  std::strcpy(mount.mount.mountArg2, "/media/disk7");
+  bundle->ClearCalls();
   ASSERT_TRUE(explorer->Send(69, mount));
   for (int i = 0; i < 50 && bundle->CallsOf("zq-mounter").empty(); ++i) usleep(100 * 1000);
   ASSERT_EQ(bundle->CallsOf("zq-mounter").size(), 1u) << "the mount did not start";
@@ -171,72 +93,67 @@ TEST_F(ServiceTest, ExitEndsTheServiceAtOnceEvenWhileTheOtherClientMounts) {
   EXPECT_EQ(LogMessages().back(), "serverEvent - eCOMMAND_EXIT");
 }
 
+// A bundle that only root can change gets the boot-time item and the
+// login item, one that others may change only the login item; disabling
+// removes both.  The command has no answer of its own.
 TEST_F(ServiceTest, StartupItemsAreWrittenAndRemoved) {
   StartWithClients();
-  const std::string installed = MakeRootOwnedBundle();
-  CCommandDataWrapper<char> startup = MakeRecord(eCOMMAND_SET_STARTUP);
-  startup.startup.enable = 1;
-  std::strcpy(startup.startup.bundlePath, installed.c_str());
-  ASSERT_TRUE(mainUI->Send(80, startup));
+  ASSERT_EQ(RunShell("chmod 777 '" + bundle->bundlePath() + "'"), 0);
   const std::string daemon = "/Library/LaunchDaemons/com.zq.BitlockerServices.plist";
   const std::string agent = "/Library/LaunchAgents/com.zq.Norvane.plist";
-  ASSERT_TRUE(WaitForPath(agent, kAnswerSeconds));
-  EXPECT_EQ(RunShell("python3 -c \"import plistlib,sys; d=plistlib.load(open('" + daemon +
-                     "','rb')); sys.exit(d['ProgramArguments'] != ['" + installed +
-                     "/Contents/MacOS/Zq-NorvaneServices'])\""),
-            0);
-  EXPECT_FALSE(mainUI->Receive(1)) << "startup has no answer";
-
-  startup.startup.enable = 0;  // removes whatever the path says
-  ASSERT_TRUE(mainUI->Send(81, startup));
-  for (int i = 0; i < 50 && access(agent.c_str(), F_OK) == 0; ++i) usleep(100 * 1000);
-  EXPECT_NE(access(daemon.c_str(), F_OK), 0);
-  EXPECT_NE(access(agent.c_str(), F_OK), 0);
+  for (const std::string& path : {MakeRootOwnedBundle(), bundle->bundlePath()}) {
+    SCOPED_TRACE(path);
+    CCommandDataWrapper<char> startup = MakeRecord(eCOMMAND_SET_STARTUP);
+    startup.startup.enable = 1;
+    path.copy(startup.startup.bundlePath, sizeof startup.startup.bundlePath - 1);
+    ASSERT_TRUE(mainUI->Send(80, startup));
+    ASSERT_TRUE(Ping(*mainUI));
+    EXPECT_EQ(RunShell("python3 -c \"import plistlib,sys; d=plistlib.load(open('" + daemon +
+                       "','rb')); sys.exit(d['ProgramArguments'] != ['" + path +
+                       "/Contents/MacOS/Zq-NorvaneServices'])\" 2>/dev/null") == 0,
+              path != bundle->bundlePath());
+    EXPECT_EQ(access(agent.c_str(), F_OK), 0);
+    startup.startup.enable = 0;  // removes whatever the path says
+    ASSERT_TRUE(mainUI->Send(81, startup));
+    ASSERT_TRUE(Ping(*mainUI));
+    EXPECT_NE(access(daemon.c_str(), F_OK), 0);
+    EXPECT_NE(access(agent.c_str(), F_OK), 0);
+  }
+  EXPECT_NE(ReadFile("/tmp/zqlog.log").find("eCOMMAND_SET_STARTUP: no boot-time item"), std::string::npos);
 }
 
 TEST_F(ServiceTest, InstallerRunsOnceAtLaunch) {
   service->Start();
   for (int i = 0; i < 50 && bundle->CallsOf("installer").empty(); ++i) usleep(100 * 1000);
-  const std::vector<StubCall> calls = bundle->CallsOf("installer");
-  ASSERT_EQ(calls.size(), 1u);
-  EXPECT_EQ(calls[0].arguments, (std::vector<std::string>{
-                                    "-pkg", bundle->bundlePath() + "/Contents/MacOS/installer.pkg", "-target", "/"}));
+  const StubCall call{"installer", {"-pkg", bundle->bundlePath() + "/Contents/MacOS/installer.pkg", "-target", "/"}};
+  EXPECT_EQ(bundle->CallsOf("installer"), std::vector<StubCall>{call});
   EXPECT_EQ(LogMessages().at(0), "fuseInstall");
 }
 
-// The single-copy rule.
-TEST_F(ServiceTest, PlainStartLeavesARunningCopyAlone) {
+// A plain start leaves a running copy alone, even a foreign process whose
+// name begins like the service's; a start with arguments takes over.
+TEST_F(ServiceTest, OneCopyRuns) {
+  const std::string impostor = bundle->stubDir() + "/zQ-NORVANE";
+  ASSERT_EQ(RunShell("cp /bin/sleep '" + impostor + "'"), 0);
+  const pid_t foreign = fork();
+  if (foreign == 0) _exit(execl(impostor.c_str(), impostor.c_str(), "30", static_cast<char*>(nullptr)));
+  usleep(200 * 1000);
+  service->Start();
+  EXPECT_EQ(service->WaitForExit(10), std::optional<int>(0)) << "started beside a foreign copy";
+  kill(foreign, SIGKILL);
+  waitpid(foreign, nullptr, 0);
+
+  service = std::make_unique<ServiceProcess>(bundle->bundlePath());
   StartWithClients();
-  ServiceProcess second(bundle->bundlePath());
+  ServiceProcess second(bundle->bundlePath()), newer(bundle->bundlePath());
   second.Start();
   EXPECT_EQ(second.WaitForExit(10), std::optional<int>(0));
   EXPECT_TRUE(service->Running());
-  EXPECT_TRUE(Ping(*mainUI));
-}
-
-TEST_F(ServiceTest, StartWithArgumentsTakesOver) {
-  StartWithClients();
-  ServiceProcess newer(bundle->bundlePath());
   newer.Start({"--take-over"});
   EXPECT_EQ(service->WaitForExit(10), std::optional<int>(-1));
   EXPECT_EQ(service->terminatingSignal(), SIGKILL);
   EXPECT_TRUE(newer.Running());
   EXPECT_TRUE(Ping(*mainUI));
-}
-
-TEST_F(ServiceTest, AForeignProcessWithALeadingPartOfTheNameCounts) {
-  const std::string impostor = bundle->stubDir() + "/zQ-NORVANE";
-  ASSERT_EQ(RunShell("cp /bin/sleep '" + impostor + "'"), 0);
-  ServiceProcess foreign(bundle->bundlePath());
-  const pid_t pid = fork();
-  if (pid == 0) {
-    execl(impostor.c_str(), impostor.c_str(), "30", static_cast<char*>(nullptr));
-    _exit(126);
-  }
-  usleep(200 * 1000);
-  service->Start();
-  EXPECT_EQ(service->WaitForExit(10), std::optional<int>(0));
-  kill(pid, SIGKILL);
 }
 
 }  // namespace
