@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "IIPCEvent.h"
-#include "StubBundle.h"
 #include "TempDir.h"
 
 // A connection name no other test process uses: semaphore names are
@@ -22,7 +21,6 @@ inline std::string UniqueName(const char* base) { return base + std::to_string(g
 struct ReceivedMessage {
   uint32_t msgId;
   std::string payload;  // all 508 bytes
-  unsigned len;
   IIPCConnector* connector;
 };
 
@@ -35,14 +33,12 @@ class RecordingEvent : public IIPCEvent {
   void OnCommand_Reply(IIPCConnector* connector, _MSG_DATA_PACKAGE* package, unsigned int len) override {
     {
       std::lock_guard<std::mutex> guard(lock_);
-      messages_.push_back({package->msgId, std::string(reinterpret_cast<char*>(package->payload), len), len, connector});
+      messages_.push_back({package->msgId, std::string(reinterpret_cast<char*>(package->payload), len), connector});
       arrived_.notify_all();
     }
     if (echoAfterSeconds_ < 0) return;
     sleep(echoAfterSeconds_);
-    char answer[512] = {};
-    std::memcpy(answer, package->payload, len);
-    connector->SendMsg_async(answer, sizeof answer, package->msgId);
+    connector->SendMsg_async(package->payload, kBlockSize, package->msgId);
   }
 
   // Waits up to `seconds` for at least `count` messages; returns them all.
@@ -58,12 +54,5 @@ class RecordingEvent : public IIPCEvent {
   std::condition_variable arrived_;
   std::vector<ReceivedMessage> messages_;
 };
-
-// A 512-byte block of data whose payload starts with `text`.
-inline std::vector<char> Data(const std::string& text) {
-  std::vector<char> data(512, 0);
-  std::memcpy(data.data(), text.data(), text.size());
-  return data;
-}
 
 #endif  // ZQ_TESTS_IPC_IPCTESTSUPPORT_H_
