@@ -1,14 +1,12 @@
-#include "CPipeWrapper.h"
-
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include <cerrno>
 #include <cstring>
 
+#include "CPipeWrapper.h"
 #include "PipeFlags.h"
 #include "TempDir.h"
 

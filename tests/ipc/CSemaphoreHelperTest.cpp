@@ -1,15 +1,16 @@
-#include "CSemaphoreHelper.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
-#include "IpcTestSupport.h"
+#include <string>
+
+#include "CSemaphoreHelper.h"
 
 namespace {
 
 TEST(CSemaphoreHelper, EveryHandleOnANameSharesOneCountAndATakenNameIsNeverUsed) {
   CSemaphoreHelper helper;
-  const std::string name = UniqueName("zq_sem_test_");
+  const std::string name = "zq_sem_test_" + std::to_string(getpid());
   EXPECT_EQ(helper.OpenSemaphore(name.c_str()), SEM_FAILED) << "open finds only existing semaphores";
   sem_t* first = helper.CreateSemaphore(name.c_str(), 1);
   sem_t* opened = helper.OpenSemaphore(name.c_str());

@@ -1,5 +1,3 @@
-#include "CDevLogs.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -9,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "CDevLogs.h"
 #include "FileContents.h"
 #include "TempDir.h"
 

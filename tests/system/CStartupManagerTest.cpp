@@ -1,10 +1,9 @@
-#include "CStartupManager.h"
-
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <string>
 
+#include "CStartupManager.h"
 #include "FileContents.h"
 #include "Platform.h"
 #include "TaskWrapper.h"
@@ -20,7 +19,8 @@ std::string ParsedPlist(const std::string& path) {
       "with open(sys.argv[1], 'rb') as f:\n"
       "    text = json.dumps(list(plistlib.load(f).items()), ensure_ascii=False)\n"
       "sys.stdout.buffer.write(text.encode())\n";
-  TaskWrapper result = TaskWrapper::runTaskAtLaunchPath("/bin/sh", {"-c", "python3 -c \"$1\" \"$2\"", "sh", script, path});
+  TaskWrapper result =
+      TaskWrapper::runTaskAtLaunchPath("/bin/sh", {"-c", "python3 -c \"$1\" \"$2\"", "sh", script, path});
   return result.response().value_or("") + result.errorMessage().value_or("");
 }
 
@@ -40,10 +40,12 @@ TEST_F(CStartupManagerTest, BothItemsCarryTheirExactKeysWhateverThePathHolds) {
   const std::string bundle = "/Apps/O'Neil & <Co> \\\"Q\\\" $HOME ]]> \\t\\r\\n ünï 漢字.app/Contents/MacOS/";
   EXPECT_EQ(ParsedPlist(Daemon()),
             "[[\"Label\", \"com.zq.BitlockerServices\"], [\"RunAtLoad\", true], [\"EnableTransactions\", true], "
-            "[\"ProgramArguments\", [\"" + bundle + "Zq-NorvaneServices\"]]]");
+            "[\"ProgramArguments\", [\"" +
+                bundle + "Zq-NorvaneServices\"]]]");
   EXPECT_EQ(ParsedPlist(root_.path() + CStartupManager::kLaunchAgentFile),
             "[[\"Label\", \"com.zq.Norvane\"], [\"RunAtLoad\", true], [\"LaunchOnlyOnce\", true], "
-            "[\"EnableTransactions\", true], [\"ProgramArguments\", [\"" + bundle + "Zq Norvane\"]]]");
+            "[\"EnableTransactions\", true], [\"ProgramArguments\", [\"" +
+                bundle + "Zq Norvane\"]]]");
 }
 
 TEST_F(CStartupManagerTest, ANewFileIsRenamedOverTheOldAndAFailedWriteLeavesNothing) {

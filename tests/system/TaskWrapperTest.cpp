@@ -1,5 +1,3 @@
-#include "TaskWrapper.h"
-
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -7,6 +5,7 @@
 #include <string>
 
 #include "FileContents.h"
+#include "TaskWrapper.h"
 #include "TempDir.h"
 #include "Utf8.h"
 
@@ -42,9 +41,10 @@ TEST(TaskWrapperTest, KeepsEachStreamAndTheExitStatus) {
     EXPECT_EQ(run.errorMessage(), expected.errorMessage);
     EXPECT_EQ(run.terminationStatus(), expected.status);
   }
-  EXPECT_EQ(TaskWrapper::runTaskAtLaunchPath("/bin/sh", {"-c", "printf '<%s>' \"$0\" \"$@\"", "a b", "", "$HOME 'x'", "ü"})
-                .response(),
-            "<a b><><$HOME 'x'><ü>");
+  EXPECT_EQ(
+      TaskWrapper::runTaskAtLaunchPath("/bin/sh", {"-c", "printf '<%s>' \"$0\" \"$@\"", "a b", "", "$HOME 'x'", "ü"})
+          .response(),
+      "<a b><><$HOME 'x'><ü>");
 }
 
 TEST(TaskWrapperTest, ProgramThatCannotBeStartedSaysWhy) {
@@ -79,7 +79,9 @@ TEST(TaskWrapperTest, BackgroundChildGetsItsInputAndIsNotWaitedFor) {
 
 TEST(Utf8Test, TellsWellFormedTextFromEveryMalformedForm) {
   const std::pair<std::string, bool> cases[] = {
-      {"", true}, {std::string("nul\0inside", 10), true}, {"\xC2\x80 \xDF\xBF \xE0\xA0\x80 \xED\x9F\xBF \xEF\xBF\xBF", true},
+      {"", true},
+      {std::string("nul\0inside", 10), true},
+      {"\xC2\x80 \xDF\xBF \xE0\xA0\x80 \xED\x9F\xBF \xEF\xBF\xBF", true},
       {"\xF0\x90\x80\x80 \xF4\x8F\xBF\xBF", true},
       {"\x80", false},              // continuation without a lead
       {"\xE2\x82", false},          // sequence cut at the end
