@@ -1,11 +1,9 @@
 #include "FileContents.h"
 
 #include <fstream>
-#include <sstream>
+#include <iterator>
 
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  std::ostringstream contents;
-  contents << file.rdbuf();
-  return contents.str();
+  return std::string(std::istreambuf_iterator<char>(file), {});
 }
