@@ -9,24 +9,11 @@ namespace {
 
 const std::string kZeros(CPipeDataWrapper::kMessageSize, '\0');
 
-TEST(CommandLength, FollowsTheTableAndUnknownNumbersGiveNoRecord) {
-  const std::pair<uint32_t, uint32_t> table[] = {{1, 269}, {3, 44},  {6, 364}, {7, 172}, {8, 148},
-                                                 {9, 13},  {10, 13}, {11, 13}, {12, 13}, {0, 0},
-                                                 {2, 0},   {4, 0},   {5, 0},   {13, 0},  {~0u, 0}};
-  for (auto [type, length] : table) {
+TEST(CommandLength, FollowsTheTable) {
+  const std::pair<uint32_t, uint32_t> table[] = {{1, 269}, {3, 44}, {6, 364}, {7, 172}, {8, 148}, {9, 13}, {10, 13},
+                                                 {11, 13}, {12, 13}, {0, 0}, {2, 0}, {4, 0}, {5, 0}, {13, 0}, {~0u, 0}};
+  for (auto [type, length] : table)
     EXPECT_EQ(CPipeDataWrapper::GetCommandDataLen(static_cast<COMMAND_TYPE>(type)), length) << type;
-    if (length != 0) continue;
-    std::string payload(508, 'x');
-    std::memcpy(payload.data(), &type, sizeof type);
-    CPipeDataWrapper received, outgoing;
-    EXPECT_FALSE(received.InitializeWithPipeMessage(payload.data())) << type;
-    EXPECT_EQ(received.getCommandDataWrapper(), nullptr);
-    CCommandDataWrapper<char> record{};
-    record.type = type;
-    EXPECT_FALSE(outgoing.InitializeWithCmdDataWrapper(&record)) << type;
-    EXPECT_EQ(outgoing.getCommandDataWrapper(), nullptr);
-    EXPECT_EQ(std::string(outgoing.getMessage(), kZeros.size()), kZeros);
-  }
 }
 
 TEST(ReceivedPayload, CopiesExactlyTheTableLength) {

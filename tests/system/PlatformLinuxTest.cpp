@@ -2,12 +2,10 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
-#include <cstdlib>
 #include <string>
 
 #include "LoopDevice.h"
 #include "Platform.h"
-#include "TaskWrapper.h"
 #include "TempDir.h"
 
 namespace {
@@ -28,33 +26,6 @@ TEST(PlatformLinuxTest, MountPathFollowsTheMountWhateverThePathHolds) {
   EXPECT_EQ(platform::VolumeMountPath(loop.bsdName()), mountPoint);
   ASSERT_EQ(umount(mountPoint.c_str()), 0);
   EXPECT_EQ(platform::VolumeMountPath(loop.bsdName()), std::nullopt) << "unmounted again";
-}
-
-TEST(PlatformLinuxTest, MainBundleIsTheFolderAboveContentsMacOS) {
-  const std::pair<std::string, std::string> cases[] = {
-      {"Zq Norvane.app/Contents/MacOS/helper", "Zq Norvane.app"},
-      {"bin/tool", "bin"},
-      {"X.app/contents/MacOS/tool", "X.app/contents/MacOS"},
-      {"X.app/Contents/MacOS/Inner/tool", "X.app/Contents/MacOS/Inner"},
-  };
-  TempDir folder;
-  for (const auto& [program, bundle] : cases) {
-    ASSERT_EQ(RunShell("mkdir -p \"$(dirname '" + folder(program) + "')\" && cp '" ZQ_SYSTEM_TEST_HELPER "' '" +
-                       folder(program) + "'"),
-              0);
-    EXPECT_EQ(TaskWrapper::runTaskAtLaunchPath(folder(program), {"bundle-path"}).response(), folder(bundle));
-  }
-}
-
-TEST(PlatformLinuxTest, ChildPathEndsWithTheBundleProgramFolder) {
-  const std::string folder = platform::MainBundlePath() + "/Contents/MacOS";
-  const std::string oldPath = getenv("PATH") != nullptr ? getenv("PATH") : "";
-  EXPECT_EQ(TaskWrapper::runScript("printf %s \"$PATH\"").response(), oldPath + ":" + folder);
-  unsetenv("PATH");
-  const std::string unset = TaskWrapper::runScript("printf %s \"$PATH\"").response().value_or("");
-  setenv("PATH", oldPath.c_str(), 1);
-  EXPECT_NE(unset.find(":/usr/bin:"), std::string::npos) << unset;
-  EXPECT_EQ(unset.substr(unset.size() - folder.size() - 1), ":" + folder);
 }
 
 }  // namespace
