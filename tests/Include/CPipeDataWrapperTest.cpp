@@ -1,17 +1,18 @@
+#include "CPipeDataWrapper.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
-
-#include "CPipeDataWrapper.h"
 
 namespace {
 
 const std::string kZeros(CPipeDataWrapper::kMessageSize, '\0');
 
 TEST(CommandLength, FollowsTheTable) {
-  const std::pair<uint32_t, uint32_t> table[] = {{1, 269}, {3, 44}, {6, 364}, {7, 172}, {8, 148}, {9, 13}, {10, 13},
-                                                 {11, 13}, {12, 13}, {0, 0}, {2, 0}, {4, 0}, {5, 0}, {13, 0}, {~0u, 0}};
+  const std::pair<uint32_t, uint32_t> table[] = {{1, 269}, {3, 44},  {6, 364}, {7, 172}, {8, 148},
+                                                 {9, 13},  {10, 13}, {11, 13}, {12, 13}, {0, 0},
+                                                 {2, 0},   {4, 0},   {5, 0},   {13, 0},  {~0u, 0}};
   for (auto [type, length] : table)
     EXPECT_EQ(CPipeDataWrapper::GetCommandDataLen(static_cast<COMMAND_TYPE>(type)), length) << type;
 }

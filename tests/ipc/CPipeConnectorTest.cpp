@@ -1,3 +1,5 @@
+#include "CPipeConnector.h"
+
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -6,7 +8,6 @@
 #include <mutex>
 #include <thread>
 
-#include "CPipeConnector.h"
 #include "PipeFlags.h"
 #include "TempDir.h"
 

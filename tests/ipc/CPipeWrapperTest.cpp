@@ -1,3 +1,5 @@
+#include "CPipeWrapper.h"
+
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <unistd.h>
@@ -5,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "CPipeWrapper.h"
 #include "PipeFlags.h"
 #include "TempDir.h"
 

@@ -1,10 +1,10 @@
+#include "CSemaphoreHelper.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <string>
-
-#include "CSemaphoreHelper.h"
 
 namespace {
 

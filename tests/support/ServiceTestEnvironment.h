@@ -2,9 +2,8 @@
 #ifndef ZQ_TESTS_SERVICE_SERVICETESTENVIRONMENT_H_
 #define ZQ_TESTS_SERVICE_SERVICETESTENVIRONMENT_H_
 
-#include <sys/types.h>
-
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <array>
 #include <functional>

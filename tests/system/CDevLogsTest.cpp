@@ -1,3 +1,5 @@
+#include "CDevLogs.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -7,7 +9,6 @@
 #include <thread>
 #include <vector>
 
-#include "CDevLogs.h"
 #include "FileContents.h"
 #include "TempDir.h"
 

@@ -1,9 +1,10 @@
+#include "CStartupManager.h"
+
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <string>
 
-#include "CStartupManager.h"
 #include "FileContents.h"
 #include "Platform.h"
 #include "TaskWrapper.h"

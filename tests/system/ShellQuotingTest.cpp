@@ -1,8 +1,9 @@
+#include "ShellQuoting.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "ShellQuoting.h"
 #include "TaskWrapper.h"
 
 namespace {

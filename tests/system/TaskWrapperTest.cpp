@@ -1,3 +1,5 @@
+#include "TaskWrapper.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -5,7 +7,6 @@
 #include <string>
 
 #include "FileContents.h"
-#include "TaskWrapper.h"
 #include "TempDir.h"
 #include "Utf8.h"
 
