@@ -15,15 +15,20 @@
 
 #include "ServiceTestEnvironment.h"
 
+namespace {
+
+std::string unavailable;
+
+}  // namespace
+
+const std::string& ServiceTestsUnavailable() { return unavailable; }
+
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  const char* why = geteuid() != 0 ? "the service tests need root (private mount and process namespaces)"
-                    : unshare(CLONE_NEWNS | CLONE_NEWPID) != 0 ? "unshare of the mount and process namespaces failed"
-                                                               : nullptr;
-  if (why != nullptr) {
-    SetServiceTestsUnavailable(why);
-    return RUN_ALL_TESTS();
-  }
+  unavailable = geteuid() != 0 ? "the service tests need root (private mount and process namespaces)"
+                : unshare(CLONE_NEWNS | CLONE_NEWPID) != 0 ? "unshare of the mount and process namespaces failed"
+                                                           : "";
+  if (!unavailable.empty()) return RUN_ALL_TESTS();
   const pid_t child = fork();
   if (child == 0) {
     bool made = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;

@@ -15,8 +15,6 @@
 
 namespace {
 
-std::string unavailable;
-
 // Polls `done` 20 times a second for up to `seconds`; true once it holds.
 bool PollFor(int seconds, const std::function<bool()>& done) {
   for (int i = 0; i < seconds * 20; ++i, usleep(50 * 1000))
@@ -25,9 +23,6 @@ bool PollFor(int seconds, const std::function<bool()>& done) {
 }
 
 }  // namespace
-
-void SetServiceTestsUnavailable(const std::string& why) { unavailable = why; }
-const std::string& ServiceTestsUnavailable() { return unavailable; }
 
 RawClient::RawClient(const ClientChannel& channel) : channel_(channel) {
   mkfifo(channel_.toService, 0666);
@@ -145,9 +140,4 @@ void ServiceTestBase::SetUp() {
   if (!ServiceTestsUnavailable().empty()) GTEST_SKIP() << ServiceTestsUnavailable();
   bundle = std::make_unique<StubBundle>();
   service = std::make_unique<ServiceProcess>(bundle->bundlePath());
-}
-
-void ServiceTestBase::TearDown() {
-  service.reset();
-  bundle.reset();
 }

@@ -20,10 +20,8 @@ const size_t kMessageStart = kPrefix.size() + 19 + 4;
 std::string LocalTimeNow() {
   const time_t now = time(nullptr);
   struct tm local;
-  localtime_r(&now, &local);
   char text[32];
-  strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-  return text;
+  return std::string(text, strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", localtime_r(&now, &local)));
 }
 
 // The messages of a log's lines: "[Zq Norvane]", a 19-character time, four
