@@ -1,9 +1,11 @@
 #include "FileContents.h"
 
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 std::string ReadFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  std::ostringstream contents;
+  contents << file.rdbuf();
+  return contents.str();
 }

@@ -5,10 +5,8 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <memory>
 #include <sstream>
-#include <thread>
 
 #include "FileContents.h"
 #include "TestImages.h"
@@ -61,22 +59,16 @@ std::vector<int> LiveProcessesWithWord(const std::string& text) {
     const size_t close = stat.rfind(')');
     if (pid <= 0 || pid == getpid() || close == std::string::npos || stat.substr(close, 3) == ") Z") continue;
     std::istringstream words(ReadFile("/proc/" + name + "/cmdline"));
-    for (std::string word; std::getline(words, word, '\0');)
-      if (word == text) {
-        found.push_back(pid);
-        break;
-      }
+    bool holds = false;
+    for (std::string word; !holds && std::getline(words, word, '\0');) holds = word == text;
+    if (holds) found.push_back(pid);
   }
   return found;
 }
 
 bool WaitUntilNoProcessWithWord(const std::string& text, int seconds) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  while (!LiveProcessesWithWord(text).empty()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  return true;
+  for (int i = 0; i < seconds * 20 && !LiveProcessesWithWord(text).empty(); ++i) usleep(50 * 1000);
+  return LiveProcessesWithWord(text).empty();
 }
 
 std::vector<std::string> LoopDevicesBackedBy(const std::string& prefix) {

@@ -37,10 +37,8 @@ RawClient::~RawClient() {
 
 bool RawClient::Send(uint32_t msgId, const void* record, size_t length) {
   // The service opens its read end within a second of the FIFO appearing.
-  if (!PollFor(10, [&] {
-        return writeFd_ != -1 || (writeFd_ = open(channel_.toService, O_WRONLY | O_NONBLOCK | O_CLOEXEC)) != -1;
-      }))
-    return false;
+  const auto opened = [&] { return (writeFd_ = open(channel_.toService, O_WRONLY | O_NONBLOCK | O_CLOEXEC)) != -1; };
+  if (writeFd_ == -1 && !PollFor(10, opened)) return false;
   Block block{};
   std::memcpy(block.data(), &msgId, sizeof msgId);
   std::memcpy(block.data() + 4, record, std::min(length, block.size() - 4));

@@ -57,11 +57,8 @@ std::vector<StubCall> StubBundle::Calls() const {
   std::string program, count;
   while (std::getline(in, program, '\0') && std::getline(in, count, '\0')) {
     StubCall call{program, {}};
-    for (int i = std::stoi(count); i > 0; --i) {
-      std::string argument;
-      std::getline(in, argument, '\0');
-      call.arguments.push_back(argument);
-    }
+    std::string argument;
+    for (int i = std::stoi(count); i > 0 && std::getline(in, argument, '\0'); --i) call.arguments.push_back(argument);
     calls.push_back(call);
   }
   return calls;

@@ -29,11 +29,10 @@ Manifest ReadManifest(const std::string& path) {
   for (std::string line; std::getline(in, line);) {
     line = Trim(line);
     const size_t equals = line.find('=');
-    if (line.size() > 1 && line.front() == '[' && line.back() == ']') {
+    if (line.size() > 1 && line.front() == '[' && line.back() == ']')
       section = line.substr(1, line.size() - 2);
-    } else if (!section.empty() && line[0] != ';' && equals != std::string::npos) {
+    else if (!section.empty() && line[0] != ';' && equals != std::string::npos)
       sections[section][Trim(line.substr(0, equals))] = Trim(line.substr(equals + 1));
-    }
   }
   return sections;
 }
