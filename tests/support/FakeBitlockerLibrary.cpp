@@ -41,7 +41,8 @@ extern "C" __attribute__((visibility("default"))) bool is_bitlocker_drive(const 
 }
 
 extern "C" __attribute__((visibility("default"))) int open_bitlocker_device(const char* rawDevice,
-                                                                            const char* credential, IVolume** volume) {
+                                                                             const char* credential,
+                                                                             IVolume** volume) {
   Record("open_bitlocker_device", {rawDevice, credential});
   int status = 0;
   std::ifstream(StubFile("open_status")) >> status;

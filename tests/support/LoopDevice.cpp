@@ -21,8 +21,7 @@ LoopDevice::LoopDevice(const std::string& imagePath, unsigned sectorSize, bool r
 }
 
 LoopDevice::~LoopDevice() {
-  if (!mountPoint_.empty())
-    RunShell("umount '" + mountPoint_ + "' 2>/dev/null || umount -l '" + mountPoint_ + "' 2>/dev/null");
+  if (!mountPoint_.empty()) RunShell("umount '" + mountPoint_ + "' 2>/dev/null || umount -l '" + mountPoint_ + "' 2>/dev/null");
   if (valid()) RunShell("losetup -d " + devicePath_);
 }
 

@@ -19,7 +19,7 @@ class LoopDevice {
 
   bool valid() const { return !devicePath_.empty(); }
   const std::string& devicePath() const { return devicePath_; }  // "/dev/loop3"
-  std::string bsdName() const;                                   // "loop3"
+  std::string bsdName() const;                                    // "loop3"
 
   // Mounts the device at `mountPoint` with `type`; unmounted again on
   // destruction.

@@ -3,14 +3,14 @@
 // startup items, the named semaphores and the mount points never meet those
 // of another test or of a service running on the machine, and a private
 // process table, so that the single-copy rule sees only this test's services.
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <gtest/gtest.h>
+
 #include <cstdio>
 
 #include "ServiceTestEnvironment.h"
@@ -32,9 +32,10 @@ int main(int argc, char** argv) {
   const pid_t child = fork();
   if (child == 0) {
     bool made = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    for (const char* folder : {"/media", "/mnt", "/run/media", "/Library"})
-      made =
-          made && (mkdir(folder, 0755) == 0 || errno == EEXIST) && mount("tmpfs", folder, "tmpfs", 0, "mode=0755") == 0;
+    for (const char* folder : {"/media", "/mnt", "/run/media", "/Library"}) {
+      mkdir(folder, 0755);  // a folder that cannot be made fails its mount
+      made = made && mount("tmpfs", folder, "tmpfs", 0, "mode=0755") == 0;
+    }
     if (!made || mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") != 0 ||
         mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0 ||
         mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) {

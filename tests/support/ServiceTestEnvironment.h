@@ -2,8 +2,9 @@
 #ifndef ZQ_TESTS_SERVICE_SERVICETESTENVIRONMENT_H_
 #define ZQ_TESTS_SERVICE_SERVICETESTENVIRONMENT_H_
 
-#include <gtest/gtest.h>
 #include <sys/types.h>
+
+#include <gtest/gtest.h>
 
 #include <array>
 #include <functional>

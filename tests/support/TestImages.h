@@ -43,8 +43,8 @@ std::string Sha256Hex(const uint8_t* data, size_t size);
 }  // namespace testimages
 
 // Skips the running test, with the reason, when the images are missing.
-#define ZQ_REQUIRE_IMAGES(images)                        \
-  std::string images##Why;                               \
+#define ZQ_REQUIRE_IMAGES(images)                       \
+  std::string images##Why;                              \
   const auto* images = testimages::Images(&images##Why); \
   if (images == nullptr) GTEST_SKIP() << images##Why
 
