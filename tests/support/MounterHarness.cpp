@@ -1,52 +1,33 @@
 #include "MounterHarness.h"
 
 #include <dirent.h>
+#include <mntent.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
-#include <fstream>
 #include <memory>
 #include <sstream>
-#include <thread>
 
 #include "FileContents.h"
 #include "TestImages.h"
 
 namespace {
 
-std::string Unescaped(const std::string& field) {
-  std::string plain;
-  for (size_t i = 0; i < field.size(); ++i) {
-    if (field[i] == '\\' && i + 3 < field.size()) {
-      plain += static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8));
-      i += 3;
-    } else {
-      plain += field[i];
-    }
-  }
-  return plain;
+// Each mount's source and mount point, unescaped.
+std::vector<std::pair<std::string, std::string>> Mounts() {
+  std::vector<std::pair<std::string, std::string>> mounts;
+  std::unique_ptr<FILE, int (*)(FILE*)> table(setmntent("/proc/self/mounts", "r"), endmntent);
+  while (const mntent* entry = table ? getmntent(table.get()) : nullptr)
+    mounts.emplace_back(entry->mnt_fsname, entry->mnt_dir);
+  return mounts;
 }
 
-struct Mount {
-  std::string point;
-  std::string source;
-};
-
-std::vector<Mount> Mounts() {
-  std::vector<Mount> mounts;
-  std::ifstream table("/proc/self/mountinfo");
-  for (std::string line; std::getline(table, line);) {
-    std::istringstream fields(line);
-    std::string id, parent, number, root, point, field, type, source;
-    fields >> id >> parent >> number >> root >> point;
-    while (fields >> field && field != "-") {
-    }
-    fields >> type >> source;
-    mounts.push_back({Unescaped(point), Unescaped(source)});
-  }
-  return mounts;
+// The names in `folder`.
+std::vector<std::string> Entries(const char* folder) {
+  std::vector<std::string> names;
+  std::unique_ptr<DIR, int (*)(DIR*)> entries(opendir(folder), closedir);
+  while (const dirent* entry = entries ? readdir(entries.get()) : nullptr) names.push_back(entry->d_name);
+  return names;
 }
 
 }  // namespace
@@ -58,60 +39,43 @@ std::string FuseUnavailable() {
 }
 
 bool MountedAt(const std::string& path) {
-  for (const Mount& mount : Mounts())
-    if (mount.point == path) return true;
+  for (const auto& [source, point] : Mounts())
+    if (point == path) return true;
   return false;
 }
 
 std::vector<std::string> MountPointsOfSource(const std::string& source) {
   std::vector<std::string> points;
-  for (const Mount& mount : Mounts())
-    if (mount.source == source) points.push_back(mount.point);
+  for (const auto& [from, point] : Mounts())
+    if (from == source) points.push_back(point);
   return points;
 }
 
 std::vector<int> LiveProcessesWithWord(const std::string& text) {
   std::vector<int> found;
-  std::unique_ptr<DIR, int (*)(DIR*)> proc(opendir("/proc"), closedir);
-  if (!proc) return found;
-  while (const dirent* entry = readdir(proc.get())) {
-    const int pid = std::atoi(entry->d_name);
-    if (pid <= 0 || pid == getpid()) continue;
-    const std::string base = std::string("/proc/") + entry->d_name;
-    const std::string stat = ReadFile(base + "/stat");
+  for (const std::string& name : Entries("/proc")) {
+    const int pid = std::atoi(name.c_str());
+    const std::string stat = ReadFile("/proc/" + name + "/stat");
     const size_t close = stat.rfind(')');
-    if (close == std::string::npos || close + 2 >= stat.size() || stat[close + 2] == 'Z') continue;
-    std::istringstream words(ReadFile(base + "/cmdline"));
-    for (std::string word; std::getline(words, word, '\0');) {
-      if (word == text) {
-        found.push_back(pid);
-        break;
-      }
-    }
+    if (pid <= 0 || pid == getpid() || close == std::string::npos || stat.substr(close, 3) == ") Z") continue;
+    std::istringstream words(ReadFile("/proc/" + name + "/cmdline"));
+    bool holds = false;
+    for (std::string word; !holds && std::getline(words, word, '\0');) holds = word == text;
+    if (holds) found.push_back(pid);
   }
   return found;
 }
 
 bool WaitUntilNoProcessWithWord(const std::string& text, int seconds) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
-  while (!LiveProcessesWithWord(text).empty()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  return true;
+  for (int i = 0; i < seconds * 20 && !LiveProcessesWithWord(text).empty(); ++i) usleep(50 * 1000);
+  return LiveProcessesWithWord(text).empty();
 }
 
 std::vector<std::string> LoopDevicesBackedBy(const std::string& prefix) {
   std::vector<std::string> devices;
-  std::unique_ptr<DIR, int (*)(DIR*)> block(opendir("/sys/block"), closedir);
-  if (!block) return devices;
-  while (const dirent* entry = readdir(block.get())) {
-    const std::string name = entry->d_name;
-    if (name.rfind("loop", 0) != 0) continue;
-    std::string backing = ReadFile("/sys/block/" + name + "/loop/backing_file");
-    if (!backing.empty() && backing.back() == '\n') backing.pop_back();
-    if (!backing.empty() && backing.rfind(prefix, 0) == 0) devices.push_back("/dev/" + name);
-  }
+  for (const std::string& name : Entries("/sys/block"))
+    if (name.rfind("loop", 0) == 0 && ReadFile("/sys/block/" + name + "/loop/backing_file").rfind(prefix, 0) == 0)
+      devices.push_back("/dev/" + name);
   return devices;
 }
 

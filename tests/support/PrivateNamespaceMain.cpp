@@ -1,8 +1,8 @@
 // Runs the service tests in namespaces of their own: a private /tmp,
 // /Library, /dev/shm and volumes folders, so that FIFOs, the log, the
 // startup items, the named semaphores and the mount points never meet those
-// of another test or of a service running on the machine, and a private process table, so that the single-copy rule
-// sees only this test's services.
+// of another test or of a service running on the machine, and a private
+// process table, so that the single-copy rule sees only this test's services.
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -17,32 +17,28 @@
 
 namespace {
 
-bool MountPrivateTree() {
-  for (const char* folder : {"/Library", "/media", "/mnt", "/run/media"}) mkdir(folder, 0755);
-  return mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         mount("tmpfs", "/media", "tmpfs", 0, "mode=0755") == 0 && mount("tmpfs", "/mnt", "tmpfs", 0, "mode=0755") == 0 &&
-         mount("tmpfs", "/run/media", "tmpfs", 0, "mode=0755") == 0 &&
-         mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") == 0 &&
-         mount("tmpfs", "/Library", "tmpfs", 0, "mode=0755") == 0 &&
-         mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") == 0 &&
-         mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) == 0;
-}
+std::string unavailable;
 
 }  // namespace
 
+const std::string& ServiceTestsUnavailable() { return unavailable; }
+
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
-  if (geteuid() != 0) {
-    SetServiceTestsUnavailable("the service tests need root (private mount and process namespaces)");
-    return RUN_ALL_TESTS();
-  }
-  if (unshare(CLONE_NEWNS | CLONE_NEWPID) != 0) {
-    SetServiceTestsUnavailable("unshare of the mount and process namespaces failed");
-    return RUN_ALL_TESTS();
-  }
+  unavailable = geteuid() != 0 ? "the service tests need root (private mount and process namespaces)"
+                : unshare(CLONE_NEWNS | CLONE_NEWPID) != 0 ? "unshare of the mount and process namespaces failed"
+                                                           : "";
+  if (!unavailable.empty()) return RUN_ALL_TESTS();
   const pid_t child = fork();
   if (child == 0) {
-    if (!MountPrivateTree()) {
+    bool made = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    for (const char* folder : {"/media", "/mnt", "/run/media", "/Library"}) {
+      mkdir(folder, 0755);  // a folder that cannot be made fails its mount
+      made = made && mount("tmpfs", folder, "tmpfs", 0, "mode=0755") == 0;
+    }
+    if (!made || mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") != 0 ||
+        mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0 ||
+        mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) {
       std::perror("private /tmp, /Library, /dev/shm, volumes folders and /proc");
       _exit(1);
     }

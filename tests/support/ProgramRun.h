@@ -13,7 +13,6 @@ struct ProgramRun {
 
 // Runs `program` with `words` (the program name not included), `input` on
 // its standard input, and waits for it to end.
-ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& words,
-                      const std::string& input = "");
+ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& words, const std::string& input = "");
 
 #endif  // ZQ_TESTS_SUPPORT_PROGRAMRUN_H_

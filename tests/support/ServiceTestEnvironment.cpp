@@ -12,20 +12,17 @@
 #include <fstream>
 
 #include "CPipeDataWrapper.h"
-#include "StubBundle.h"
 
 namespace {
 
-std::string unavailable;
-
-constexpr int kPollsPerSecond = 20;
-
-void Pause() { usleep(1000 * 1000 / kPollsPerSecond); }
+// Polls `done` 20 times a second for up to `seconds`; true once it holds.
+bool PollFor(int seconds, const std::function<bool()>& done) {
+  for (int i = 0; i < seconds * 20; ++i, usleep(50 * 1000))
+    if (done()) return true;
+  return done();
+}
 
 }  // namespace
-
-void SetServiceTestsUnavailable(const std::string& why) { unavailable = why; }
-const std::string& ServiceTestsUnavailable() { return unavailable; }
 
 RawClient::RawClient(const ClientChannel& channel) : channel_(channel) {
   mkfifo(channel_.toService, 0666);
@@ -34,17 +31,14 @@ RawClient::RawClient(const ClientChannel& channel) : channel_(channel) {
 }
 
 RawClient::~RawClient() {
-  if (readFd_ != -1) close(readFd_);
-  if (writeFd_ != -1) close(writeFd_);
+  for (int fd : {readFd_, writeFd_})
+    if (fd != -1) close(fd);
 }
 
 bool RawClient::Send(uint32_t msgId, const void* record, size_t length) {
   // The service opens its read end within a second of the FIFO appearing.
-  for (int i = 0; writeFd_ == -1 && i < 10 * kPollsPerSecond; ++i) {
-    writeFd_ = open(channel_.toService, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    if (writeFd_ == -1) Pause();
-  }
-  if (writeFd_ == -1) return false;
+  const auto opened = [&] { return (writeFd_ = open(channel_.toService, O_WRONLY | O_NONBLOCK | O_CLOEXEC)) != -1; };
+  if (writeFd_ == -1 && !PollFor(10, opened)) return false;
   Block block{};
   std::memcpy(block.data(), &msgId, sizeof msgId);
   std::memcpy(block.data() + 4, record, std::min(length, block.size() - 4));
@@ -56,11 +50,9 @@ bool RawClient::Send(uint32_t msgId, const CCommandDataWrapper<char>& record) {
 }
 
 std::optional<Block> RawClient::Receive(int seconds) {
-  for (int i = 0; i < seconds * kPollsPerSecond; ++i) {
-    Block block{};
-    if (read(readFd_, block.data(), block.size()) == static_cast<ssize_t>(block.size())) return block;
-    Pause();
-  }
+  Block block{};
+  if (PollFor(seconds, [&] { return read(readFd_, block.data(), block.size()) == static_cast<ssize_t>(block.size()); }))
+    return block;
   return std::nullopt;
 }
 
@@ -70,18 +62,14 @@ ServiceProcess::ServiceProcess(const std::string& bundlePath)
 }
 
 ServiceProcess::~ServiceProcess() {
-  if (Running()) {
-    kill(pid_, SIGKILL);
-    WaitForExit(5);
-  }
+  if (Running() && kill(pid_, SIGKILL) == 0) WaitForExit(5);
 }
 
 void ServiceProcess::Start(const std::vector<std::string>& arguments) {
-  std::vector<char*> argv{const_cast<char*>(executable_.c_str())};
+  std::vector<char*> argv{executable_.data()};
   for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
   argv.push_back(nullptr);
-  pid_ = fork();
-  if (pid_ == 0) {
+  if ((pid_ = fork()) == 0) {
     execv(argv[0], argv.data());
     _exit(126);
   }
@@ -89,19 +77,11 @@ void ServiceProcess::Start(const std::vector<std::string>& arguments) {
 }
 
 std::optional<int> ServiceProcess::WaitForExit(int seconds) {
-  for (int i = 0; i <= seconds * kPollsPerSecond; ++i) {
-    int status = 0;
-    if (waitpid(pid_, &status, WNOHANG) == pid_) {
-      pid_ = -1;
-      if (WIFSIGNALED(status)) {
-        signal_ = WTERMSIG(status);
-        return -1;
-      }
-      return WEXITSTATUS(status);
-    }
-    Pause();
-  }
-  return std::nullopt;
+  int status = 0;
+  if (!PollFor(seconds, [&] { return waitpid(pid_, &status, WNOHANG) == pid_; })) return std::nullopt;
+  pid_ = -1;
+  signal_ = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  return WIFSIGNALED(status) ? -1 : WEXITSTATUS(status);
 }
 
 bool ServiceProcess::Running() { return pid_ > 0 && !WaitForExit(0).has_value(); }
@@ -117,23 +97,17 @@ CCommandDataWrapper<char> MakeRecord(COMMAND_TYPE type) {
 std::vector<std::string> LogMessages() {
   std::ifstream log("/tmp/zqlog.log", std::ios::binary);
   std::vector<std::string> messages;
-  std::string line;
-  while (std::getline(log, line)) {
+  for (std::string line; std::getline(log, line);) {
     const size_t start = line.find("    ");
-    if (start == std::string::npos) continue;
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    messages.push_back(line.substr(start + 4));
+    if (start != std::string::npos)
+      messages.push_back(line.substr(start + 4, line.size() - start - 4 - (line.back() == '\r')));
   }
   return messages;
 }
 
 bool WaitForPath(const std::string& path, int seconds) {
   struct stat info;
-  for (int i = 0; i <= seconds * kPollsPerSecond; ++i) {
-    if (lstat(path.c_str(), &info) == 0) return true;
-    Pause();
-  }
-  return false;
+  return PollFor(seconds, [&] { return lstat(path.c_str(), &info) == 0; });
 }
 
 std::string MakeRootOwnedBundle() {
@@ -146,10 +120,7 @@ std::string MakeRootOwnedBundle() {
 int RunAsUser(uid_t uid, const std::function<int()>& work) {
   std::fflush(nullptr);
   const pid_t child = fork();
-  if (child == 0) {
-    if (setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0) _exit(126);
-    _exit(work());
-  }
+  if (child == 0) _exit(setgroups(0, nullptr) != 0 || setgid(uid) != 0 || setuid(uid) != 0 ? 126 : work());
   int status = 0;
   if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
   return WEXITSTATUS(status);
@@ -167,9 +138,4 @@ void ServiceTestBase::SetUp() {
   if (!ServiceTestsUnavailable().empty()) GTEST_SKIP() << ServiceTestsUnavailable();
   bundle = std::make_unique<StubBundle>();
   service = std::make_unique<ServiceProcess>(bundle->bundlePath());
-}
-
-void ServiceTestBase::TearDown() {
-  service.reset();
-  bundle.reset();
 }

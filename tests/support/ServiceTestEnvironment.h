@@ -17,8 +17,7 @@
 #include "CommandData.h"
 #include "StubBundle.h"
 
-void SetServiceTestsUnavailable(const std::string& why);
-// Why these tests cannot run here, or empty.
+// Why these tests cannot run here, or empty (see PrivateNamespaceMain.cpp).
 const std::string& ServiceTestsUnavailable();
 
 using Block = std::array<unsigned char, 512>;
@@ -73,7 +72,6 @@ class ServiceProcess {
 class ServiceTestBase : public testing::Test {
  protected:
   void SetUp() override;
-  void TearDown() override;
 
   std::unique_ptr<StubBundle> bundle;
   std::unique_ptr<ServiceProcess> service;

@@ -1,26 +1,12 @@
 #include "StubBundle.h"
 
-#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
-namespace {
-
-void CheckedShell(const std::string& command) {
-  if (RunShell(command) != 0) throw std::runtime_error("failed: " + command);
-}
-
-std::string Quoted(const std::string& text) {
-  std::string quoted = "'";
-  for (char c : text) quoted += c == '\'' ? std::string("'\"'\"'") : std::string(1, c);
-  return quoted + "'";
-}
-
-}  // namespace
+#include "ShellQuoting.h"
 
 int RunShell(const std::string& command) {
   const int status = std::system(command.c_str());
@@ -39,14 +25,14 @@ StubBundle::StubBundle(const std::string& parent) {
   stubDir_ = root_ + "/stub record";
   const std::string macos = bundlePath_ + "/Contents/MacOS";
   const std::string explorer = macos + "/Zq Norvane Explorer.app/Contents/MacOS";
-  const std::string recorder = ZQ_TEST_SUPPORT_DIR "/record-args.sh";
-  CheckedShell("mkdir -p " + Quoted(explorer) + " " + Quoted(stubDir_) + " " + Quoted(root_ + "/bin"));
-  CheckedShell("cp " + Quoted(recorder) + " " + Quoted(macos + "/zq-mounter"));
-  CheckedShell("cp " + Quoted(recorder) + " " + Quoted(explorer + "/Zq Norvane Explorer"));
-  CheckedShell("cp " + Quoted(recorder) + " " + Quoted(root_ + "/bin/diskutil"));
-  CheckedShell("cp " + Quoted(recorder) + " " + Quoted(root_ + "/bin/installer"));
-  CheckedShell("cp " + Quoted(ZQ_FAKE_LIBRARY_PATH) + " " + Quoted(macos + "/libBitLockerWapper.dylib"));
-  CheckedShell("chmod 755 " + Quoted(root_) + " && touch " + Quoted(stubDir_ + "/calls"));
+  std::string command =
+      "mkdir -p " + SingleQuoted(explorer) + " " + SingleQuoted(stubDir_) + " " + SingleQuoted(root_ + "/bin");
+  for (const std::string& stub :
+       {macos + "/zq-mounter", explorer + "/Zq Norvane Explorer", root_ + "/bin/diskutil", root_ + "/bin/installer"})
+    command += " && cp " + SingleQuoted(ZQ_TEST_SUPPORT_DIR "/record-args.sh") + " " + SingleQuoted(stub);
+  command += " && cp " + SingleQuoted(ZQ_FAKE_LIBRARY_PATH) + " " + SingleQuoted(macos + "/libBitLockerWapper.dylib") +
+             " && chmod 755 " + SingleQuoted(root_) + " && touch " + SingleQuoted(stubDir_ + "/calls");
+  if (RunShell(command) != 0) throw std::runtime_error("failed: " + command);
   setenv("ZQ_STUB_DIR", stubDir_.c_str(), 1);
   const char* path = std::getenv("PATH");
   oldPath_ = path ? path : "";
@@ -56,7 +42,7 @@ StubBundle::StubBundle(const std::string& parent) {
 StubBundle::~StubBundle() {
   setenv("PATH", oldPath_.c_str(), 1);
   unsetenv("ZQ_STUB_DIR");
-  RunShell("rm -rf " + Quoted(root_));
+  RunShell("rm -rf " + SingleQuoted(root_));
 }
 
 void StubBundle::Answer(const std::string& file, const std::string& text) const {
@@ -71,11 +57,8 @@ std::vector<StubCall> StubBundle::Calls() const {
   std::string program, count;
   while (std::getline(in, program, '\0') && std::getline(in, count, '\0')) {
     StubCall call{program, {}};
-    for (int i = std::stoi(count); i > 0; --i) {
-      std::string argument;
-      std::getline(in, argument, '\0');
-      call.arguments.push_back(argument);
-    }
+    std::string argument;
+    for (int i = std::stoi(count); i > 0 && std::getline(in, argument, '\0'); --i) call.arguments.push_back(argument);
     calls.push_back(call);
   }
   return calls;

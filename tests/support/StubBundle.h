@@ -12,9 +12,7 @@
 struct StubCall {
   std::string program;
   std::vector<std::string> arguments;
-  bool operator==(const StubCall& other) const {
-    return program == other.program && arguments == other.arguments;
-  }
+  bool operator==(const StubCall& other) const { return program == other.program && arguments == other.arguments; }
 };
 
 inline void PrintTo(const StubCall& call, std::ostream* out) {

@@ -3,7 +3,6 @@
 #include <openssl/sha.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <fstream>
 #include <map>
 
@@ -19,8 +18,7 @@ using Manifest = std::map<std::string, std::map<std::string, std::string>>;
 
 std::string Trim(const std::string& text) {
   const size_t first = text.find_first_not_of(" \t\r");
-  if (first == std::string::npos) return "";
-  return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
+  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
 }
 
 // Sections of "key = value" lines; ';' starts a comment line.
@@ -31,11 +29,10 @@ Manifest ReadManifest(const std::string& path) {
   for (std::string line; std::getline(in, line);) {
     line = Trim(line);
     const size_t equals = line.find('=');
-    if (line.size() > 1 && line.front() == '[' && line.back() == ']') {
+    if (line.size() > 1 && line.front() == '[' && line.back() == ']')
       section = line.substr(1, line.size() - 2);
-    } else if (!section.empty() && line[0] != ';' && equals != std::string::npos) {
+    else if (!section.empty() && line[0] != ';' && equals != std::string::npos)
       sections[section][Trim(line.substr(0, equals))] = Trim(line.substr(equals + 1));
-    }
   }
   return sections;
 }
@@ -87,9 +84,8 @@ const Image* EncryptOnWriteImage(std::string* why) {
 const Image* FindImage(const std::string& name, std::string* why) {
   const auto* images = Images(why);
   if (!images) return nullptr;
-  for (const auto& image : *images) {
+  for (const auto& image : *images)
     if (image.name == name) return &image;
-  }
   *why = "the manifest has no image " + name;
   return nullptr;
 }
@@ -105,11 +101,7 @@ std::string Sha256Hex(const uint8_t* data, size_t size) {
   unsigned char digest[SHA256_DIGEST_LENGTH];
   SHA256(data, size, digest);
   std::string hex;
-  char pair[3];
-  for (unsigned char byte : digest) {
-    std::snprintf(pair, sizeof pair, "%02x", byte);
-    hex += pair;
-  }
+  for (unsigned char byte : digest) hex += {"0123456789abcdef"[byte >> 4], "0123456789abcdef"[byte & 15]};
   return hex;
 }
 
