@@ -13,10 +13,10 @@
 // and "._-" only; not starting with a dot.
 bool IsPlainDeviceName(const std::optional<std::string>& name);
 
-// The mount point word, which reaches the shell unquoted: empty, or one
-// word in which each character is a letter, a digit, a character beyond
-// ASCII, one of "._/,:=+@%-", or follows a backslash (a blank is written
-// "\ ").
+// The mount point as the client writes it, one shell word that the
+// mounter gets the text of (ShellWordText): empty, or one word in which
+// each character is a letter, a digit, a character beyond ASCII, one of
+// "._/,:=+@%-", or follows a backslash (a blank is written "\ ").
 bool IsSingleShellWord(const std::optional<std::string>& word);
 
 // The launch-daemon item runs "<bundle>/Contents/MacOS/Zq-NorvaneServices"

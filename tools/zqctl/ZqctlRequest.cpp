@@ -22,8 +22,8 @@ const std::map<std::string, Subcommand>& Subcommands() {
                  "Asks whether DEVICE (a name such as disk2s1 or loop3) holds a BitLocker volume;\n"
                  "a BitLocker volume is unmounted by the service."}},
       {"mount", {eCOMMAND_BITLOCKER_MOUNT, 3, "mount DEVICE MOUNT_POINT OPTIONS",
-                 "Unmounts DEVICE and starts the mounter on it. MOUNT_POINT reaches the mounter\n"
-                 "through the shell unquoted: write each blank in it as backslash-blank.\n"
+                 "Unmounts DEVICE and starts the mounter on it. MOUNT_POINT lies below /media,\n"
+                 "/run/media or /mnt; write each blank in it as backslash-blank.\n"
                  "The credential is read from standard input (a no-echo prompt on a terminal)."}},
       {"explore", {eCOMMAND_BITLOCKER_EXPLORER, 1, "explore DEVICE",
                    "Unmounts DEVICE, opens it with the credential and starts the explorer on it.\n"
