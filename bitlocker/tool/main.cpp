@@ -2,6 +2,7 @@
 // engine.  Credentials come from standard input or a prompt, never from the
 // command line.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -26,39 +27,27 @@ constexpr size_t kDumpChunk = 8 * 1024 * 1024;
 void PrintUsage() {
   std::cerr << "usage: zq-bitlocker info DEVICE\n"
                "       zq-bitlocker verify [--kind KIND] DEVICE\n"
-               "       zq-bitlocker dump [--kind KIND] [--output FILE] DEVICE\n"
+               "       zq-bitlocker dump [--kind KIND] [--output FILE [--force]] DEVICE\n"
                "\n"
                "The credential is read from standard input, or asked for without echo on a\n"
                "terminal: a password, a 48-digit recovery password, or the path of a startup\n"
                "key (.BEK) file.  KIND says which it is instead of guessing: password,\n"
                "recovery, startup-key, or clear-key (nothing is read).\n"
                "\n"
+               "dump writes the unlocked volume to FILE, which must not exist yet (--force\n"
+               "replaces it) and must not be DEVICE, or to standard output when that is no\n"
+               "terminal.\n"
+               "\n"
                "Exit status: 0 done, 1 not BitLocker, 2 wrong credential, 3 unsupported,\n"
                "4 I/O error, 64 usage.\n";
 }
 
-// Same numbers as the library's open statuses.
-int ExitCode(Status status) {
-  switch (status) {
-    case Status::kOk:
-      return 0;
-    case Status::kNotBitlocker:
-      return 1;
-    case Status::kWrongCredential:
-      return 2;
-    case Status::kUnsupported:
-      return 3;
-    case Status::kIoError:
-      return 4;
-  }
-  return 3;
-}
-
+// The exit status is the status itself: the library's open statuses.
 int Fail(Status status, const std::string& device, const std::string& why) {
   std::cerr << "zq-bitlocker: " << device << ": " << StatusName(status);
   if (!why.empty()) std::cerr << ": " << why;
   std::cerr << "\n";
-  return ExitCode(status);
+  return status;
 }
 
 struct Options {
@@ -66,6 +55,7 @@ struct Options {
   std::string device;
   std::string kind = "auto";
   std::string output;
+  bool force = false;
 };
 
 bool ParseOptions(int argc, char** argv, Options* options) {
@@ -75,16 +65,34 @@ bool ParseOptions(int argc, char** argv, Options* options) {
     std::string arg = argv[i];
     if ((arg == "--kind" || arg == "--output") && i + 1 < argc) {
       (arg == "--kind" ? options->kind : options->output) = argv[++i];
+    } else if (arg == "--force") {
+      options->force = true;
     } else if (!arg.empty() && arg[0] != '-' && options->device.empty()) {
       options->device = arg;
     } else {
       return false;
     }
   }
-  if (options->device.empty()) return false;
+  if (options->device.empty() || (options->force && options->output.empty())) return false;
   if (options->command == "info") return options->kind == "auto" && options->output.empty();
   if (options->command == "verify") return options->output.empty();
   return options->command == "dump";
+}
+
+// Why a dump may not go where it is asked to, or the empty string.  Checked
+// before anything is read or written: a dump must never destroy its own
+// volume, another file unasked, or a terminal.
+std::string DumpRefusal(const Options& options) {
+  if (options.output.empty()) {
+    return ::isatty(STDOUT_FILENO) ? "standard output is a terminal: give --output FILE or a pipe" : "";
+  }
+  struct stat target, source;
+  if (::stat(options.output.c_str(), &target) != 0) return "";
+  if (options.output == options.device ||
+      (::stat(options.device.c_str(), &source) == 0 && source.st_dev == target.st_dev &&
+       source.st_ino == target.st_ino))
+    return options.output + " is the volume itself";
+  return options.force ? "" : options.output + " exists: give --force to replace it";
 }
 
 std::optional<Credential> AskCredential(const std::string& kind) {
@@ -124,7 +132,8 @@ bool WriteAll(int fd, const uint8_t* data, size_t size) {
 int Dump(CUnlockedVolume& volume, const Options& options) {
   int fd = STDOUT_FILENO;
   if (!options.output.empty()) {
-    fd = ::open(options.output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const int replace = options.force ? O_TRUNC : O_EXCL;
+    fd = ::open(options.output.c_str(), O_WRONLY | O_CREAT | replace | O_CLOEXEC, 0600);
     if (fd < 0) return Fail(Status::kIoError, options.output, std::strerror(errno));
   }
   std::vector<uint8_t> buffer(kDumpChunk);
@@ -155,6 +164,13 @@ int main(int argc, char** argv) {
   if (!ParseOptions(argc, argv, &options)) {
     PrintUsage();
     return kUsageError;
+  }
+  if (options.command == "dump") {
+    const std::string refusal = DumpRefusal(options);
+    if (!refusal.empty()) {
+      std::cerr << "zq-bitlocker: " << refusal << "\n";
+      return kUsageError;
+    }
   }
 
   std::string why;

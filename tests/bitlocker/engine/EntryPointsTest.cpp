@@ -58,6 +58,7 @@ TEST(ZqBitlockerTool, VerifiesInformsAndDumpsWithTheCredentialOnStandardInput) {
   if (!xts || !image) GTEST_SKIP() << why;
   const std::string zeros = testimages::WriteScratchFile("plain.img", std::vector<uint8_t>(65536, 0));
   const std::string out = testimages::ScratchFolder() + "/dump.img";
+  const size_t imageSize = ReadFile(xts->path).size();
   const struct {
     std::vector<std::string> words;
     std::string input;
@@ -75,15 +76,23 @@ TEST(ZqBitlockerTool, VerifiesInformsAndDumpsWithTheCredentialOnStandardInput) {
       {{"info", xts->path}, "", 0, "AES-XTS 128"},
       {{"info", xts->path}, "", 0, "recovery password"},
       {{"dump", "--output", out, xts->path}, xts->password + "\n", 0, ""},
+      // A dump never destroys its own volume, another file unasked, or a terminal.
+      {{"dump", "--output", out, xts->path}, xts->password + "\n", 64, "exists: give --force"},
+      {{"dump", "--output", out, "--force", xts->path}, xts->password + "\n", 0, ""},
+      {{"dump", "--output", xts->path, "--force", xts->path}, xts->password + "\n", 64, "is the volume itself"},
+      {{"-qec", std::string(ZQ_TOOL_FILE) + " dump --kind clear-key " + xts->path, "/dev/null"}, "", 64,
+       "standard output is a terminal"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.words.front() + " " + c.words.back() + " <<< " + c.input);
-    const ProgramRun run = RunProgram(ZQ_TOOL_FILE, c.words, c.input);
+    // script(1) gives the tool a terminal for its standard output.
+    const ProgramRun run = RunProgram(c.words[0] == "-qec" ? "/usr/bin/script" : ZQ_TOOL_FILE, c.words, c.input);
     EXPECT_EQ(run.status, c.status) << run.errors;
     EXPECT_NE((run.output + run.errors).find(c.says), std::string::npos) << run.output << run.errors;
   }
   const std::string dump = ReadFile(out);
   EXPECT_EQ(testimages::Sha256Hex(reinterpret_cast<const uint8_t*>(dump.data()), dump.size()), xts->decryptedSha256);
+  EXPECT_EQ(ReadFile(xts->path).size(), imageSize) << "the volume was written over";
 }
 
 TEST(BitlockerLibrary, ExportsOnlyItsEntryPoints) {
