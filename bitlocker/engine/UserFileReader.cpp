@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <grp.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,6 +12,7 @@
 #include <vector>
 
 #include "Platform.h"
+#include "PrimaryGroup.h"
 
 namespace bitlocker {
 namespace {
@@ -91,20 +91,13 @@ UserRead ReadAs(uid_t user, gid_t group, const std::string& path, size_t maxSize
   return read;
 }
 
-gid_t GroupOf(uid_t user) {
-  struct passwd entry;
-  struct passwd* found = nullptr;
-  char text[4096];
-  return getpwuid_r(user, &entry, text, sizeof text, &found) == 0 && found != nullptr ? found->pw_gid : user;
-}
-
 }  // namespace
 
 UserRead ReadFileAsUser(const std::string& path, size_t maxSize, CSecureBuffer* contents) {
   std::vector<uint8_t> bytes;
   const uid_t user = geteuid() == 0 ? platform::ConsoleUser() : geteuid();
   const UserRead read =
-      user == geteuid() ? ReadHere(path, maxSize, &bytes) : ReadAs(user, GroupOf(user), path, maxSize, &bytes);
+      user == geteuid() ? ReadHere(path, maxSize, &bytes) : ReadAs(user, PrimaryGroupOf(user), path, maxSize, &bytes);
   if (read == UserRead::kRead) *contents = CSecureBuffer(bytes.data(), bytes.size());
   if (!bytes.empty()) OPENSSL_cleanse(bytes.data(), bytes.size());
   return read;

@@ -7,7 +7,6 @@
 //
 // The exit status is one of MounterStatus.h.  `umount MOUNT_POINT` ends
 // everything the mount made, the background process included.
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,20 +28,13 @@
 #include "MounterStatus.h"
 #include "PackageVolume.h"
 #include "Platform.h"
+#include "PrimaryGroup.h"
 
 namespace {
 
 constexpr char kUsage[] =
     "usage: zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS < CREDENTIAL\n"
     "  OPTIONS: comma-separated; raw, uid=N, gid=N, umask=OOO (default: the user at the machine's alone)\n";
-
-// The primary group of `user`, or root's when the user has no entry.
-gid_t GroupOf(uid_t user) {
-  struct passwd entry;
-  struct passwd* found = nullptr;
-  char buffer[4096];
-  return getpwuid_r(user, &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr ? found->pw_gid : 0;
-}
 
 // Makes the mount point when it is missing, for the user at the machine
 // alone, and turns it into the path the mount table will show.  *made
@@ -71,7 +63,7 @@ int main(int argc, char** argv) {
   std::string error;
   const uid_t consoleUser = platform::ConsoleUser();
   if (ParseMountRequest(std::vector<std::string>(argv + 1, argv + argc), &request, &error) &&
-      SettleOwner(consoleUser, GroupOf(consoleUser), &request, &error))
+      SettleOwner(consoleUser, PrimaryGroupOf(consoleUser), &request, &error))
     error = MountPointRefusal(request.mountPoint, consoleUser, MountedFolder::kRefused);
   std::optional<std::string> credential;
   if (error.empty() && !(credential = ReadCredential("Credential: "))) error = "no credential on standard input";
