@@ -24,6 +24,22 @@ class IVolume {
   // `buffer`.  Returns the number of bytes read (0 at the end of the
   // volume), or -1 with errno set.
   virtual ssize_t Read(uint64_t offset, void* buffer, size_t length) = 0;
+
+  // Null when the volume can be written; otherwise why it can only be read
+  // ("partially encrypted volume", "the device is read-only", ...).
+  virtual const char* ReadOnlyReason() const = 0;
+
+  // Writes `length` bytes of the unlocked volume at `offset`, encrypted, to
+  // the device before returning; a part of a sector is read, changed and
+  // written whole, so concurrent writers of one sector keep each other's
+  // bytes.  Returns `length` (less only at the end of the volume), or -1
+  // with errno set: EROFS when the volume can only be read, EIO when the
+  // range touches BitLocker's own areas (nothing is written then) or the
+  // device fails.
+  virtual ssize_t Write(uint64_t offset, const void* buffer, size_t length) = 0;
+
+  // Makes every write so far durable on the device.  0, or -1 with errno set.
+  virtual int Flush() = 0;
 };
 
 // The entry points are the library's only exported symbols; everything

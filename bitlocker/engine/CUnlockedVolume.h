@@ -3,6 +3,7 @@
 #ifndef ZQ_BITLOCKER_ENGINE_CUNLOCKEDVOLUME_H_
 #define ZQ_BITLOCKER_ENGINE_CUNLOCKEDVOLUME_H_
 
+#include <cerrno>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -31,6 +32,13 @@ class CUnlockedVolume : public IVolume {
 
   // Thread-safe; concurrent reads take turns, each using every core.
   ssize_t Read(uint64_t offset, void* buffer, size_t length) override;
+
+  const char* ReadOnlyReason() const override { return "the engine does not write yet"; }
+  ssize_t Write(uint64_t, const void*, size_t) override {
+    errno = EROFS;
+    return -1;
+  }
+  int Flush() override { return 0; }
 
   const VolumeLayout& layout() const { return layout_; }
   uint16_t method() const { return method_; }

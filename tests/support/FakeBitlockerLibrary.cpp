@@ -3,6 +3,7 @@
 // is_bitlocker_drive with yes when "$ZQ_STUB_DIR/is_bitlocker" exists, and
 // opens with the status written in "$ZQ_STUB_DIR/open_status" (0 when
 // missing), giving no volume when "$ZQ_STUB_DIR/open_no_volume" exists.
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -31,6 +32,12 @@ class FakeVolume : public IVolume {
   ~FakeVolume() override { Record("volume-deleted", {}); }
   uint64_t Size() const override { return 0; }
   ssize_t Read(uint64_t, void*, size_t) override { return 0; }
+  const char* ReadOnlyReason() const override { return "a stand-in volume"; }
+  ssize_t Write(uint64_t, const void*, size_t) override {
+    errno = EROFS;
+    return -1;
+  }
+  int Flush() override { return 0; }
 };
 
 }  // namespace
