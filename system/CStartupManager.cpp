@@ -17,11 +17,14 @@ CStartupManager* CStartupManager::GetInstance() {
 }
 
 CStartupManager::CStartupManager(const std::string& rootFolder)
-    : daemonPath_(rootFolder + kLaunchDaemonFile), agentPath_(rootFolder + kLaunchAgentFile) {}
+    : rootFolder_(rootFolder),
+      daemonPath_(rootFolder + kLaunchDaemonFile),
+      agentPath_(rootFolder + kLaunchAgentFile) {}
 
 void CStartupManager::SetStartup(const std::string& bundlePath) {
   CreateLaunchDaemon(bundlePath);
   CreateLaunchAgent(bundlePath);
+  platform::EnableBootService(rootFolder_, bundlePath + kServiceProgram);
 }
 
 void CStartupManager::CreateLaunchDaemon(const std::string& bundlePath) {
@@ -48,6 +51,7 @@ void CStartupManager::CreateLaunchAgent(const std::string& bundlePath) {
 }
 
 int CStartupManager::CancelStartup() {
+  platform::DisableBootService(rootFolder_);
   std::remove(daemonPath_.c_str());
   return std::remove(agentPath_.c_str());
 }

@@ -214,6 +214,11 @@ void SetMainBundlePath(const std::string& path) {
   bundleOverride = path;
 }
 
+// launchd starts the service at boot from the launch daemon's item.
+void EnableBootService(const std::string&, const std::string&) {}
+
+void DisableBootService(const std::string&) {}
+
 void RunInBackground(std::function<void()> work) {
   dispatch_async_f(dispatch_get_global_queue(DISPATCH_QUEUE_PRIORITY_DEFAULT, 0),
                    new std::function<void()>(std::move(work)), RunWork);
