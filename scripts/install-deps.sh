@@ -4,6 +4,9 @@
 # libbde-utils are only the benchmarks' reference readers, and
 # cryptsetup-bin's bitlkDump the tests' independent reader of metadata; the
 # product never links them.
+# scdoc turns the man pages into roff, bash-completion tells where
+# completions go, and systemd's systemd-analyze reads back the unit that
+# starts the service at boot.
 set -euo pipefail
 
 packages=(
@@ -14,6 +17,7 @@ packages=(
   dosfstools mtools ntfs-3g exfat-fuse exfatprogs fusefat e2fsprogs
   clang libclang-rt-14-dev libc++-14-dev
   dislocker libbde-utils cryptsetup-bin
+  scdoc bash-completion systemd
 )
 
 missing=()
