@@ -5,6 +5,7 @@ cd "$(dirname "$0")/.."
 
 mount -t tmpfs tmpfs /tmp
 mkdir -p /Library /media && mount -t tmpfs tmpfs /Library && mount -t tmpfs tmpfs /media
+mount -t tmpfs -o mode=0755 tmpfs /etc/systemd/system
 
 bundle="build/bundle/Zq Norvane.app"
 zqctl=build/bundle/zqctl
