@@ -1,0 +1,113 @@
+#include "CommandLine.h"
+
+namespace {
+
+const char* const kKinds[] = {"auto", "password", "recovery", "startup-key", "clear-key"};
+
+// The commands each option applies to.
+struct OptionRule {
+  const char* name;
+  bool takesValue;
+  const char* commands;
+};
+
+const OptionRule kOptionRules[] = {
+    {"--kind", true, " verify dump "},
+    {"--output", true, " dump "},
+    {"--force", false, " dump "},
+};
+
+bool Apply(const std::string& name, const std::string& value, Options* options, std::string* error) {
+  if (name == "--kind") {
+    for (const char* kind : kKinds) {
+      if (value == kind) return options->kind = value, true;
+    }
+    *error = "unknown credential kind '" + value + "'";
+    return false;
+  }
+  if (name == "--output") options->output = value;
+  if (name == "--force") options->force = true;
+  return true;
+}
+
+bool ParseWord(int argc, char** argv, int* i, Options* options, std::string* error) {
+  std::string word = argv[*i];
+  if (word.size() < 2 || word[0] != '-') {
+    options->devices.push_back(word);
+    return true;
+  }
+  const size_t equals = word.find('=');
+  const std::string name = word.substr(0, equals);
+  for (const OptionRule& rule : kOptionRules) {
+    if (name != rule.name) continue;
+    if (std::string(rule.commands).find(" " + options->command + " ") == std::string::npos) {
+      *error = "'" + name + "' does not apply to " + options->command;
+      return false;
+    }
+    if (!rule.takesValue) {
+      if (equals == std::string::npos) return Apply(name, "", options, error);
+      *error = "'" + word + "': " + name + " takes no value";
+      return false;
+    }
+    if (equals != std::string::npos) return Apply(name, word.substr(equals + 1), options, error);
+    if (*i + 1 >= argc) {
+      *error = "'" + name + "' needs a value";
+      return false;
+    }
+    return Apply(name, argv[++*i], options, error);
+  }
+  *error = "unknown option '" + word + "'";
+  return false;
+}
+
+}  // namespace
+
+Request ParseCommandLine(int argc, char** argv, Options* options, std::string* error) {
+  error->clear();
+  for (int i = 1; i < argc; ++i) {
+    const std::string word = argv[i];
+    if (word == "-h" || word == "--help") return Request::kHelp;
+    if (word == "--version") return Request::kVersion;
+  }
+  if (argc < 2) {
+    *error = "no command given";
+    return Request::kUsageError;
+  }
+  options->command = argv[1];
+  if (options->command != "info" && options->command != "verify" && options->command != "dump") {
+    *error = std::string(options->command[0] == '-' ? "unknown option '" : "unknown command '") + options->command + "'";
+    return Request::kUsageError;
+  }
+  for (int i = 2; i < argc; ++i) {
+    if (!ParseWord(argc, argv, &i, options, error)) return Request::kUsageError;
+  }
+  if (options->devices.size() > 1) {
+    *error = "unexpected argument '" + options->devices[1] + "': " + options->command + " takes one DEVICE";
+  } else if (options->devices.empty()) {
+    *error = options->command + " needs a DEVICE";
+  } else if (options->force && options->output.empty()) {
+    *error = "'--force' needs --output FILE";
+  }
+  return error->empty() ? Request::kRun : Request::kUsageError;
+}
+
+void PrintUsage(std::ostream& out) {
+  out << "usage: zq-bitlocker info DEVICE\n"
+         "       zq-bitlocker verify [--kind KIND] DEVICE\n"
+         "       zq-bitlocker dump [--kind KIND] [--output FILE [--force]] DEVICE\n"
+         "       zq-bitlocker --help | --version\n"
+         "\n"
+         "info describes a volume without any credential; verify checks a credential;\n"
+         "dump writes the unlocked volume out.\n"
+         "\n"
+         "The credential is read from standard input, or asked for without echo on a\n"
+         "terminal: a password, a 48-digit recovery password, or the path of a startup\n"
+         "key (.BEK) file.  KIND says which it is instead of guessing: password,\n"
+         "recovery, startup-key, or clear-key (nothing is read).\n"
+         "\n"
+         "dump writes to FILE, which must not exist yet (--force replaces it) and must\n"
+         "not be DEVICE, or to standard output when that is no terminal.\n"
+         "\n"
+         "Exit status: 0 done, 1 not BitLocker, 2 wrong credential, 3 unsupported,\n"
+         "4 I/O error, 64 usage.\n";
+}
