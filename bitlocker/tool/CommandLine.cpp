@@ -15,6 +15,7 @@ const OptionRule kOptionRules[] = {
     {"--kind", true, " verify dump "},
     {"--output", true, " dump "},
     {"--force", false, " dump "},
+    {"--json", false, " info "},
 };
 
 bool Apply(const std::string& name, const std::string& value, Options* options, std::string* error) {
@@ -27,6 +28,7 @@ bool Apply(const std::string& name, const std::string& value, Options* options, 
   }
   if (name == "--output") options->output = value;
   if (name == "--force") options->force = true;
+  if (name == "--json") options->json = true;
   return true;
 }
 
@@ -92,13 +94,13 @@ Request ParseCommandLine(int argc, char** argv, Options* options, std::string* e
 }
 
 void PrintUsage(std::ostream& out) {
-  out << "usage: zq-bitlocker info DEVICE\n"
+  out << "usage: zq-bitlocker info [--json] DEVICE\n"
          "       zq-bitlocker verify [--kind KIND] DEVICE\n"
          "       zq-bitlocker dump [--kind KIND] [--output FILE [--force]] DEVICE\n"
          "       zq-bitlocker --help | --version\n"
          "\n"
-         "info describes a volume without any credential; verify checks a credential;\n"
-         "dump writes the unlocked volume out.\n"
+         "info describes a volume without any credential, with --json as one JSON\n"
+         "object; verify checks a credential; dump writes the unlocked volume out.\n"
          "\n"
          "The credential is read from standard input, or asked for without echo on a\n"
          "terminal: a password, a 48-digit recovery password, or the path of a startup\n"

@@ -13,6 +13,7 @@ struct Options {
   std::string kind = "auto";         // of credential
   std::string output;                // dump's file; empty: standard output
   bool force = false;
+  bool json = false;
 };
 
 enum class Request { kRun, kHelp, kVersion, kUsageError };

@@ -58,7 +58,7 @@ int RunOnVolume(const Options& options) {
   if (status != Status::kOk) return Fail(status, device, why);
 
   if (options.command == "info") {
-    PrintVolumeReport(*volume, std::cout);
+    (options.json ? PrintVolumeReportJson : PrintVolumeReport)(*volume, std::cout);
     return 0;
   }
 
