@@ -16,6 +16,7 @@ const OptionRule kOptionRules[] = {
     {"--output", true, " dump "},
     {"--force", false, " dump "},
     {"--json", false, " info "},
+    {"--progress-json", false, " dump "},
 };
 
 bool Apply(const std::string& name, const std::string& value, Options* options, std::string* error) {
@@ -29,6 +30,7 @@ bool Apply(const std::string& name, const std::string& value, Options* options, 
   if (name == "--output") options->output = value;
   if (name == "--force") options->force = true;
   if (name == "--json") options->json = true;
+  if (name == "--progress-json") options->progressJson = true;
   return true;
 }
 
@@ -96,7 +98,8 @@ Request ParseCommandLine(int argc, char** argv, Options* options, std::string* e
 void PrintUsage(std::ostream& out) {
   out << "usage: zq-bitlocker info [--json] DEVICE\n"
          "       zq-bitlocker verify [--kind KIND] DEVICE\n"
-         "       zq-bitlocker dump [--kind KIND] [--output FILE [--force]] DEVICE\n"
+         "       zq-bitlocker dump [--kind KIND] [--output FILE [--force]] [--progress-json]\n"
+         "                         DEVICE\n"
          "       zq-bitlocker --help | --version\n"
          "\n"
          "info describes a volume without any credential, with --json as one JSON\n"
@@ -108,7 +111,9 @@ void PrintUsage(std::ostream& out) {
          "recovery, startup-key, or clear-key (nothing is read).\n"
          "\n"
          "dump writes to FILE, which must not exist yet (--force replaces it) and must\n"
-         "not be DEVICE, or to standard output when that is no terminal.\n"
+         "not be DEVICE, or to standard output when that is no terminal.  It tells its\n"
+         "progress on standard error when that is a terminal, and a summary at the end;\n"
+         "--progress-json makes that one JSON object a line for programs.\n"
          "\n"
          "Exit status: 0 done, 1 not BitLocker, 2 wrong credential, 3 unsupported,\n"
          "4 I/O error, 64 usage.\n";

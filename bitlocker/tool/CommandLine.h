@@ -14,6 +14,7 @@ struct Options {
   std::string output;                // dump's file; empty: standard output
   bool force = false;
   bool json = false;
+  bool progressJson = false;
 };
 
 enum class Request { kRun, kHelp, kVersion, kUsageError };

@@ -114,6 +114,14 @@ JsonWriter& JsonWriter::Number(uint64_t value) {
   return *this;
 }
 
+JsonWriter& JsonWriter::Decimal(double value) {
+  BeforeValue();
+  char text[40];
+  std::snprintf(text, sizeof(text), "%.3f", value);
+  out_ << text;
+  return *this;
+}
+
 JsonWriter& JsonWriter::Bool(bool value) {
   BeforeValue();
   out_ << (value ? "true" : "false");

@@ -1,5 +1,5 @@
 // Writes JSON text to a stream as it is built: objects, arrays, strings,
-// whole numbers and booleans, on one line.  The caller nests the calls
+// numbers and booleans, on one line.  The caller nests the calls
 // properly; the writer places the commas.
 #ifndef ZQ_BITLOCKER_TOOL_JSONWRITER_H_
 #define ZQ_BITLOCKER_TOOL_JSONWRITER_H_
@@ -21,6 +21,8 @@ class JsonWriter {
   JsonWriter& Key(const std::string& name);
   JsonWriter& String(const std::string& value);
   JsonWriter& Number(uint64_t value);
+  // A number with three decimals: seconds, say.
+  JsonWriter& Decimal(double value);
   JsonWriter& Bool(bool value);
 
  private:

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iostream>
 #include <vector>
 
 #include "Failure.h"
@@ -44,7 +45,7 @@ std::string DumpRefusal(const DumpTarget& target) {
   return target.force ? "" : target.output + " exists: give --force to replace it";
 }
 
-int DumpVolume(CUnlockedVolume& volume, const DumpTarget& target) {
+int DumpVolume(CUnlockedVolume& volume, const DumpTarget& target, ProgressStyle style) {
   int fd = STDOUT_FILENO;
   if (!target.output.empty()) {
     const int replace = target.force ? O_TRUNC : O_EXCL;
@@ -54,6 +55,7 @@ int DumpVolume(CUnlockedVolume& volume, const DumpTarget& target) {
   const std::string outputName = target.output.empty() ? "standard output" : target.output;
   std::string failed, why;  // what failed, and why
   std::vector<uint8_t> buffer(kDumpChunk);
+  DumpProgress progress(volume.Size(), style, std::cerr);
   uint64_t offset = 0;
   while (offset < volume.Size() && failed.empty()) {
     ssize_t got = volume.Read(offset, buffer.data(), buffer.size());
@@ -63,8 +65,10 @@ int DumpVolume(CUnlockedVolume& volume, const DumpTarget& target) {
       failed = outputName, why = std::strerror(errno);
     } else {
       offset += static_cast<uint64_t>(got);
+      progress.Update(offset);
     }
   }
   if (fd != STDOUT_FILENO && ::close(fd) != 0 && failed.empty()) failed = outputName, why = std::strerror(errno);
+  progress.Finish(offset);
   return failed.empty() ? 0 : Fail(Status::kIoError, failed, why);
 }

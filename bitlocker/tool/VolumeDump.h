@@ -6,6 +6,7 @@
 #include <string>
 
 #include "CUnlockedVolume.h"
+#include "DumpProgress.h"
 
 struct DumpTarget {
   std::string device;  // the volume's device or image, for messages and the check below
@@ -18,8 +19,8 @@ struct DumpTarget {
 // volume, another file unasked, or a terminal.
 std::string DumpRefusal(const DumpTarget& target);
 
-// Writes every byte of `volume` to the target.  Returns 0, or the status it
-// reported.
-int DumpVolume(bitlocker::CUnlockedVolume& volume, const DumpTarget& target);
+// Writes every byte of `volume` to the target, telling its progress on
+// standard error in `style`.  Returns 0, or the status it reported.
+int DumpVolume(bitlocker::CUnlockedVolume& volume, const DumpTarget& target, ProgressStyle style);
 
 #endif  // ZQ_BITLOCKER_TOOL_VOLUMEDUMP_H_

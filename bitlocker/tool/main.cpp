@@ -1,6 +1,8 @@
 // zq-bitlocker: looks at, checks and reads BitLocker volumes through the
 // engine.  Credentials come from standard input or a prompt, never from
 // the command line.
+#include <unistd.h>
+
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -43,6 +45,11 @@ std::optional<Credential> AskCredential(const std::string& kind) {
   return credential;
 }
 
+ProgressStyle DumpProgressStyle(const Options& options) {
+  if (options.progressJson) return ProgressStyle::kJson;
+  return ::isatty(STDERR_FILENO) ? ProgressStyle::kTerminal : ProgressStyle::kSummary;
+}
+
 // info, verify and dump: one volume.
 int RunOnVolume(const Options& options) {
   const std::string& device = options.devices.front();
@@ -72,7 +79,7 @@ int RunOnVolume(const Options& options) {
     std::cout << "unlocked with the " << CredentialKindName(credential->kind()) << "\n";
     return 0;
   }
-  return DumpVolume(*unlocked, target);
+  return DumpVolume(*unlocked, target, DumpProgressStyle(options));
 }
 
 }  // namespace
