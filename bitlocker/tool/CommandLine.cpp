@@ -1,5 +1,8 @@
 #include "CommandLine.h"
 
+#include <cerrno>
+#include <cstdlib>
+
 namespace {
 
 const char* const kKinds[] = {"auto", "password", "recovery", "startup-key", "clear-key"};
@@ -15,9 +18,21 @@ const OptionRule kOptionRules[] = {
     {"--kind", true, " verify dump "},
     {"--output", true, " dump "},
     {"--force", false, " dump "},
+    {"--offset", true, " info verify dump "},
     {"--json", false, " info "},
     {"--progress-json", false, " dump "},
 };
+
+// Decimal, or hexadecimal after "0x".
+bool ParseByteCount(const std::string& text, uint64_t* value) {
+  const bool hex = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0;
+  const std::string digits = hex ? text.substr(2) : text;
+  if (digits.empty() || digits.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789") != std::string::npos)
+    return false;
+  errno = 0;
+  *value = std::strtoull(digits.c_str(), nullptr, hex ? 16 : 10);
+  return errno == 0;
+}
 
 bool Apply(const std::string& name, const std::string& value, Options* options, std::string* error) {
   if (name == "--kind") {
@@ -25,6 +40,11 @@ bool Apply(const std::string& name, const std::string& value, Options* options, 
       if (value == kind) return options->kind = value, true;
     }
     *error = "unknown credential kind '" + value + "'";
+    return false;
+  }
+  if (name == "--offset") {
+    if (ParseByteCount(value, &options->offset)) return true;
+    *error = "'" + value + "' is no byte offset for --offset";
     return false;
   }
   if (name == "--output") options->output = value;
@@ -96,10 +116,10 @@ Request ParseCommandLine(int argc, char** argv, Options* options, std::string* e
 }
 
 void PrintUsage(std::ostream& out) {
-  out << "usage: zq-bitlocker info [--json] DEVICE\n"
-         "       zq-bitlocker verify [--kind KIND] DEVICE\n"
-         "       zq-bitlocker dump [--kind KIND] [--output FILE [--force]] [--progress-json]\n"
-         "                         DEVICE\n"
+  out << "usage: zq-bitlocker info [--json] [--offset BYTES] DEVICE\n"
+         "       zq-bitlocker verify [--kind KIND] [--offset BYTES] DEVICE\n"
+         "       zq-bitlocker dump [--kind KIND] [--offset BYTES] [--output FILE [--force]]\n"
+         "                         [--progress-json] DEVICE\n"
          "       zq-bitlocker --help | --version\n"
          "\n"
          "info describes a volume without any credential, with --json as one JSON\n"
@@ -109,6 +129,9 @@ void PrintUsage(std::ostream& out) {
          "terminal: a password, a 48-digit recovery password, or the path of a startup\n"
          "key (.BEK) file.  KIND says which it is instead of guessing: password,\n"
          "recovery, startup-key, or clear-key (nothing is read).\n"
+         "\n"
+         "--offset BYTES: the volume starts that many bytes into DEVICE (decimal, or hex\n"
+         "after 0x); it ends where the partition that starts there does, or with DEVICE.\n"
          "\n"
          "dump writes to FILE, which must not exist yet (--force replaces it) and must\n"
          "not be DEVICE, or to standard output when that is no terminal.  It tells its\n"

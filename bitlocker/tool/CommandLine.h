@@ -3,6 +3,7 @@
 #ifndef ZQ_BITLOCKER_TOOL_COMMANDLINE_H_
 #define ZQ_BITLOCKER_TOOL_COMMANDLINE_H_
 
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@ struct Options {
   std::string kind = "auto";         // of credential
   std::string output;                // dump's file; empty: standard output
   bool force = false;
+  uint64_t offset = 0;  // where the volume starts in the device
   bool json = false;
   bool progressJson = false;
 };

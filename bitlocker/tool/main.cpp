@@ -3,6 +3,8 @@
 // the command line.
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -11,6 +13,7 @@
 #include "CBitlockerVolume.h"
 #include "CommandLine.h"
 #include "CredentialInput.h"
+#include "DiskSource.h"
 #include "Failure.h"
 #include "ProgramVersion.h"
 #include "VolumeDump.h"
@@ -50,7 +53,7 @@ ProgressStyle DumpProgressStyle(const Options& options) {
   return ::isatty(STDERR_FILENO) ? ProgressStyle::kTerminal : ProgressStyle::kSummary;
 }
 
-// info, verify and dump: one volume.
+// info, verify and dump: one volume, at its offset in the device.
 int RunOnVolume(const Options& options) {
   const std::string& device = options.devices.front();
   const DumpTarget target{device, options.output, options.force};
@@ -59,9 +62,13 @@ int RunOnVolume(const Options& options) {
     if (!refusal.empty()) return UsageError(refusal);
   }
 
+  const std::optional<Disk> disk = OpenDisk(device);
+  if (!disk) return Fail(Status::kIoError, device, std::strerror(errno));
+  std::shared_ptr<const IByteSource> window = VolumeWindow(*disk, options.offset);
+  if (!window) return UsageError("offset " + std::to_string(options.offset) + " lies beyond the end of " + device);
   std::string why;
   std::unique_ptr<CBitlockerVolume> volume;
-  Status status = CBitlockerVolume::Open(device, &volume, &why);
+  Status status = CBitlockerVolume::Open(window, &volume, &why);
   if (status != Status::kOk) return Fail(status, device, why);
 
   if (options.command == "info") {
