@@ -19,7 +19,7 @@ const OptionRule kOptionRules[] = {
     {"--output", true, " dump "},
     {"--force", false, " dump "},
     {"--offset", true, " info verify dump "},
-    {"--json", false, " info "},
+    {"--json", false, " info list "},
     {"--progress-json", false, " dump "},
 };
 
@@ -98,16 +98,18 @@ Request ParseCommandLine(int argc, char** argv, Options* options, std::string* e
     return Request::kUsageError;
   }
   options->command = argv[1];
-  if (options->command != "info" && options->command != "verify" && options->command != "dump") {
+  if (options->command == "scan") options->command = "list";
+  if (options->command != "info" && options->command != "verify" && options->command != "dump" &&
+      options->command != "list") {
     *error = std::string(options->command[0] == '-' ? "unknown option '" : "unknown command '") + options->command + "'";
     return Request::kUsageError;
   }
   for (int i = 2; i < argc; ++i) {
     if (!ParseWord(argc, argv, &i, options, error)) return Request::kUsageError;
   }
-  if (options->devices.size() > 1) {
+  if (options->command != "list" && options->devices.size() > 1) {
     *error = "unexpected argument '" + options->devices[1] + "': " + options->command + " takes one DEVICE";
-  } else if (options->devices.empty()) {
+  } else if (options->command != "list" && options->devices.empty()) {
     *error = options->command + " needs a DEVICE";
   } else if (options->force && options->output.empty()) {
     *error = "'--force' needs --output FILE";
@@ -120,6 +122,7 @@ void PrintUsage(std::ostream& out) {
          "       zq-bitlocker verify [--kind KIND] [--offset BYTES] DEVICE\n"
          "       zq-bitlocker dump [--kind KIND] [--offset BYTES] [--output FILE [--force]]\n"
          "                         [--progress-json] DEVICE\n"
+         "       zq-bitlocker list [--json] [IMAGE_OR_DEVICE...]      (alias: scan)\n"
          "       zq-bitlocker --help | --version\n"
          "\n"
          "info describes a volume without any credential, with --json as one JSON\n"
@@ -131,13 +134,17 @@ void PrintUsage(std::ostream& out) {
          "recovery, startup-key, or clear-key (nothing is read).\n"
          "\n"
          "--offset BYTES: the volume starts that many bytes into DEVICE (decimal, or hex\n"
-         "after 0x); it ends where the partition that starts there does, or with DEVICE.\n"
+         "after 0x), as list shows it; it ends where its partition does, or with DEVICE.\n"
          "\n"
          "dump writes to FILE, which must not exist yet (--force replaces it) and must\n"
          "not be DEVICE, or to standard output when that is no terminal.  It tells its\n"
          "progress on standard error when that is a terminal, and a summary at the end;\n"
          "--progress-json makes that one JSON object a line for programs.\n"
          "\n"
-         "Exit status: 0 done, 1 not BitLocker, 2 wrong credential, 3 unsupported,\n"
-         "4 I/O error, 64 usage.\n";
+         "list shows the BitLocker volumes of the given disk images or devices, in their\n"
+         "partitions (MBR or GPT) too, or of every disk device on this machine; it needs\n"
+         "no credential, and skips with a note the devices it may not read.\n"
+         "\n"
+         "Exit status: 0 done, 1 not BitLocker (list: none found), 2 wrong credential,\n"
+         "3 unsupported, 4 I/O error, 64 usage.\n";
 }

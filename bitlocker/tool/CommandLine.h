@@ -9,8 +9,8 @@
 #include <vector>
 
 struct Options {
-  std::string command;               // info, verify or dump
-  std::vector<std::string> devices;  // one
+  std::string command;               // info, verify, dump or list
+  std::vector<std::string> devices;  // one, or for list any number
   std::string kind = "auto";         // of credential
   std::string output;                // dump's file; empty: standard output
   bool force = false;

@@ -1,5 +1,5 @@
-// zq-bitlocker: looks at, checks and reads BitLocker volumes through the
-// engine.  Credentials come from standard input or a prompt, never from
+// zq-bitlocker: looks at, checks, reads and finds BitLocker volumes through
+// the engine.  Credentials come from standard input or a prompt, never from
 // the command line.
 #include <unistd.h>
 
@@ -17,7 +17,9 @@
 #include "Failure.h"
 #include "ProgramVersion.h"
 #include "VolumeDump.h"
+#include "VolumeList.h"
 #include "VolumeReport.h"
+#include "VolumeScan.h"
 
 using namespace bitlocker;
 
@@ -53,6 +55,14 @@ ProgressStyle DumpProgressStyle(const Options& options) {
   return ::isatty(STDERR_FILENO) ? ProgressStyle::kTerminal : ProgressStyle::kSummary;
 }
 
+// Where the volumes of a partitioned disk lie, for --offset.
+void SuggestOffsets(const std::string& device, const Disk& disk) {
+  for (const FoundVolume& volume : FindVolumes(device, disk, true)) {
+    std::cerr << "zq-bitlocker: " << device << ": partition " << volume.partition
+              << " holds a BitLocker volume: give --offset " << volume.offset << "\n";
+  }
+}
+
 // info, verify and dump: one volume, at its offset in the device.
 int RunOnVolume(const Options& options) {
   const std::string& device = options.devices.front();
@@ -69,7 +79,11 @@ int RunOnVolume(const Options& options) {
   std::string why;
   std::unique_ptr<CBitlockerVolume> volume;
   Status status = CBitlockerVolume::Open(window, &volume, &why);
-  if (status != Status::kOk) return Fail(status, device, why);
+  if (status != Status::kOk) {
+    Fail(status, device, why);
+    if (status == Status::kNotBitlocker && options.offset == 0) SuggestOffsets(device, *disk);
+    return status;
+  }
 
   if (options.command == "info") {
     (options.json ? PrintVolumeReportJson : PrintVolumeReport)(*volume, std::cout);
@@ -106,5 +120,6 @@ int main(int argc, char** argv) {
     case Request::kRun:
       break;
   }
+  if (options.command == "list") return ListVolumes(options.devices, options.json, std::cout);
   return RunOnVolume(options);
 }

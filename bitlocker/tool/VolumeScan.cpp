@@ -1,0 +1,72 @@
+#include "VolumeScan.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+
+#include "CBitlockerVolume.h"
+#include "KeyProtector.h"
+#include "VolumeFacts.h"
+
+using namespace bitlocker;
+
+namespace {
+
+const char* ShortKindName(VolumeKind kind) {
+  switch (kind) {
+    case VolumeKind::kVista: return "Vista";
+    case VolumeKind::kWindows7: return "Windows 7+";
+    case VolumeKind::kToGo: return "To Go";
+  }
+  return "?";
+}
+
+// The volume that starts `offset` bytes into the disk, if its first sector
+// is a BitLocker header.  A volume whose metadata cannot be read is still
+// found, with the reason.
+bool Inspect(const std::string& device, const Disk& disk, unsigned partition, uint64_t offset, FoundVolume* found) {
+  const std::shared_ptr<const IByteSource> window = VolumeWindow(disk, offset);
+  uint8_t sector[VolumeHeader::kSize];
+  if (!window || window->Size() < sizeof(sector) || !window->ReadAt(0, sector, sizeof(sector))) return false;
+  const std::optional<VolumeHeader> header = ParseVolumeHeader(sector);
+  if (!header) return false;
+  *found = {device, partition, offset, window->Size(), ShortKindName(header->kind), "", {}, "", false};
+  std::unique_ptr<CBitlockerVolume> volume;
+  if (CBitlockerVolume::Open(window, &volume, &found->problem) != Status::kOk) return true;
+  found->description = VolumeDescription(volume->metadata().metadata);
+  for (const KeyProtector& protector : ListKeyProtectors(volume->metadata().metadata)) {
+    found->protectors.push_back(ProtectionName(protector.protection));
+  }
+  return true;
+}
+
+std::string WithoutRawPrefix(const std::string& path) {
+  return path.rfind("/dev/rdisk", 0) == 0 ? "/dev/" + path.substr(6) : path;
+}
+
+}  // namespace
+
+std::vector<FoundVolume> FindVolumes(const std::string& device, const Disk& disk, bool readTable) {
+  std::vector<FoundVolume> volumes;
+  FoundVolume found;
+  if (Inspect(device, disk, 0, 0, &found)) {
+    volumes.push_back(std::move(found));
+    return volumes;
+  }
+  if (!readTable) return volumes;
+  for (const Partition& partition : DiskPartitions(disk)) {
+    if (Inspect(device, disk, partition.number, partition.offset, &found)) volumes.push_back(std::move(found));
+  }
+  return volumes;
+}
+
+bool IsMountedSource(const std::string& device, const std::vector<std::string>& sources) {
+  struct stat wanted;
+  const bool isDevice = ::stat(device.c_str(), &wanted) == 0 && (S_ISBLK(wanted.st_mode) || S_ISCHR(wanted.st_mode));
+  return std::any_of(sources.begin(), sources.end(), [&](const std::string& source) {
+    if (source == device || WithoutRawPrefix(source) == WithoutRawPrefix(device)) return true;
+    struct stat info;
+    return isDevice && source.rfind("/dev/", 0) == 0 && ::stat(source.c_str(), &info) == 0 &&
+           S_ISBLK(info.st_mode) == S_ISBLK(wanted.st_mode) && info.st_rdev == wanted.st_rdev;
+  });
+}
