@@ -22,12 +22,12 @@ std::string Python(const std::string& script, const std::string& input, const st
   return run.output;
 }
 
-// "partition offset size kind" a volume, from `list --json`.
+// "device partition offset size kind mounted" a volume, from `list --json`.
 std::string ListedVolumes(const std::vector<std::string>& words) {
   const ProgramRun run = RunProgram(ZQ_TOOL_FILE, words);
   return Python(
       "import json,sys\n"
-      "for v in json.load(sys.stdin)['volumes']: print(v['device'], v['partition'], v['offset'], v['size'], v['kind'])",
+      "for v in json.load(sys.stdin)['volumes']: print(v['device'], v['partition'], v['offset'], v['size'], v['kind'], v['mounted'])",
       run.output);
 }
 
@@ -74,7 +74,7 @@ TEST(ZqBitlockerList, FindsVolumesInPartitionedDisksAndTheOtherCommandsOpenThemA
     const std::string offset = std::to_string(c.start * 512);
     EXPECT_EQ(ListedVolumes({"list", "--json", disk}),
               disk + " " + std::to_string(c.partition) + " " + offset + " " + std::to_string(kImageSize) + " " +
-                  c.kind + "\n");
+                  c.kind + " False\n");
 
     // The volume ends where its partition does, not with the disk.
     const ProgramRun info = RunProgram(ZQ_TOOL_FILE, {"info", "--offset", offset, disk});
@@ -88,7 +88,7 @@ TEST(ZqBitlockerList, FindsVolumesInPartitionedDisksAndTheOtherCommandsOpenThemA
   }
 }
 
-TEST(ZqBitlockerList, ScansTheMachinesDevicesAndReadsTheTablesTheKernelDidNot) {
+TEST(ZqBitlockerList, ScansTheMachinesDevicesReadsTheTablesTheKernelDidNotAndSeesMounts) {
   ZQ_REQUIRE_IMAGES(images);
   const std::string unavailable = LoopDevicesUnavailable();
   if (!unavailable.empty()) GTEST_SKIP() << unavailable;
@@ -96,13 +96,19 @@ TEST(ZqBitlockerList, ScansTheMachinesDevicesAndReadsTheTablesTheKernelDidNot) {
   TempDir folder;
   const DiskCase& c = kDisks[0];
   std::string why;
-  const std::string disk = MakeDisk(folder, c.layout, testimages::FindImage(c.image, &why)->path, c.start);
-  LoopDevice loop(disk, 0, true);
-  ASSERT_TRUE(loop.valid());
-  const std::string expected = loop.devicePath() + " 2 " + std::to_string(c.start * 512) + " " +
-                               std::to_string(kImageSize) + " " + c.kind + "\n";
+  const std::string image = testimages::FindImage(c.image, &why)->path;
+  LoopDevice partitioned(MakeDisk(folder, c.layout, image, c.start), 0, true);
+  LoopDevice whole(image, 0, true);
+  ASSERT_TRUE(partitioned.valid() && whole.valid());
+  // Any mount whose source names the device, as our FUSE mounter's do.
+  RunShell("mkdir " + folder("mounted"));
+  ASSERT_TRUE(whole.Mount(folder("mounted"), "tmpfs"));
+  const std::string size = " " + std::to_string(kImageSize) + " " + c.kind;
   for (const std::string& listed : {ListedVolumes({"list", "--json"}), ListedVolumes({"scan", "--json"})}) {
-    EXPECT_NE(listed.find(expected), std::string::npos) << listed;
+    EXPECT_NE(listed.find(partitioned.devicePath() + " 2 " + std::to_string(c.start * 512) + size + " False\n"),
+              std::string::npos)
+        << listed;
+    EXPECT_NE(listed.find(whole.devicePath() + " 0 0" + size + " True\n"), std::string::npos) << listed;
   }
 }
 
