@@ -55,7 +55,7 @@ bool Apply(const std::string& name, const std::string& value, Options* options, 
 }
 
 bool ParseWord(int argc, char** argv, int* i, Options* options, std::string* error) {
-  std::string word = argv[*i];
+  const std::string word = argv[*i];
   if (word.size() < 2 || word[0] != '-') {
     options->devices.push_back(word);
     return true;
