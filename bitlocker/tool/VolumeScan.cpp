@@ -6,6 +6,7 @@
 
 #include "CBitlockerVolume.h"
 #include "KeyProtector.h"
+#include "Platform.h"
 #include "VolumeFacts.h"
 
 using namespace bitlocker;
@@ -40,10 +41,6 @@ bool Inspect(const std::string& device, const Disk& disk, unsigned partition, ui
   return true;
 }
 
-std::string WithoutRawPrefix(const std::string& path) {
-  return path.rfind("/dev/rdisk", 0) == 0 ? "/dev/" + path.substr(6) : path;
-}
-
 }  // namespace
 
 std::vector<FoundVolume> FindVolumes(const std::string& device, const Disk& disk, bool readTable) {
@@ -61,12 +58,13 @@ std::vector<FoundVolume> FindVolumes(const std::string& device, const Disk& disk
 }
 
 bool IsMountedSource(const std::string& device, const std::vector<std::string>& sources) {
-  struct stat wanted;
-  const bool isDevice = ::stat(device.c_str(), &wanted) == 0 && (S_ISBLK(wanted.st_mode) || S_ISCHR(wanted.st_mode));
+  std::string mounterName;
+  struct stat info;
+  if (::stat(device.c_str(), &info) == 0 && S_ISBLK(info.st_mode)) {
+    const std::string name = platform::RawDeviceName(info.st_rdev);
+    if (!name.empty()) mounterName = "/dev/" + name;
+  }
   return std::any_of(sources.begin(), sources.end(), [&](const std::string& source) {
-    if (source == device || WithoutRawPrefix(source) == WithoutRawPrefix(device)) return true;
-    struct stat info;
-    return isDevice && source.rfind("/dev/", 0) == 0 && ::stat(source.c_str(), &info) == 0 &&
-           S_ISBLK(info.st_mode) == S_ISBLK(wanted.st_mode) && info.st_rdev == wanted.st_rdev;
+    return source == device || (!mounterName.empty() && source == mounterName);
   });
 }

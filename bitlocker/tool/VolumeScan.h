@@ -25,8 +25,10 @@ struct FoundVolume {
 // else, when `readTable`, those that start partitions of its table.
 std::vector<FoundVolume> FindVolumes(const std::string& device, const Disk& disk, bool readTable);
 
-// Whether one of the mount table's `sources` is `device` itself: the same
-// name, the same node, or on macOS its raw twin (/dev/rdisk2s1).
+// Whether one of the mount table's `sources` names `device`: as given, or
+// as our FUSE mounter names a block device's mount (its raw device,
+// /dev/rdisk2s1 on macOS; on Linux the kernel's name, whatever link was
+// given).
 bool IsMountedSource(const std::string& device, const std::vector<std::string>& sources);
 
 #endif  // ZQ_BITLOCKER_TOOL_VOLUMESCAN_H_

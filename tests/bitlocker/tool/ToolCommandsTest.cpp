@@ -110,6 +110,9 @@ TEST(ZqBitlockerList, ScansTheMachinesDevicesReadsTheTablesTheKernelDidNotAndSee
         << listed;
     EXPECT_NE(listed.find(whole.devicePath() + " 0 0" + size + " True\n"), std::string::npos) << listed;
   }
+  // Named through a link, the device is still the one the mount names.
+  ASSERT_EQ(RunShell("ln -s " + whole.devicePath() + " " + folder("link")), 0);
+  EXPECT_EQ(ListedVolumes({"list", "--json", folder("link")}), folder("link") + " 0 0" + size + " True\n");
 }
 
 TEST(ZqBitlockerTool, FollowsTheCommandLineConventions) {

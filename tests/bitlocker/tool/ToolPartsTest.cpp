@@ -1,6 +1,5 @@
 // zq-bitlocker's parts where a fault hides from the whole program's tests:
-// partition tables no tool writes, JSON escapes, progress timing, mount
-// sources.
+// partition tables no tool writes, JSON escapes, progress timing.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -10,7 +9,6 @@
 #include "DumpProgress.h"
 #include "JsonWriter.h"
 #include "PartitionTable.h"
-#include "VolumeScan.h"
 
 namespace {
 
@@ -115,23 +113,6 @@ TEST(DumpProgress, ShowsTwiceASecondAtMostAndEndsWithTheWholeStory) {
   quiet.Update(1000, start + milliseconds(900));
   quiet.Finish(3000000, start + milliseconds(1500));
   EXPECT_EQ(summary.str(), "zq-bitlocker: stopped after 3000000 bytes in 1.5 s, 2.0 MB/s\n");
-}
-
-TEST(IsMountedSource, KnowsTheDeviceByNameAndMacRawTwinOnly) {
-  const struct {
-    std::string device, source;
-    bool mounted;
-  } cases[] = {
-      {"/dev/sdb1", "/dev/sdb1", true},
-      {"/dev/sdb1", "/dev/sdb10", false},
-      {"/dev/disk2s1", "/dev/rdisk2s1", true},
-      {"/dev/rbd0", "/dev/bd0", false},
-      {"/dev/null", "/dev/null", true},
-      {"/dev/zero", "/dev/null", false},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(IsMountedSource(c.device, {"proc", c.source}), c.mounted) << c.device << " against " << c.source;
-  }
 }
 
 }  // namespace
