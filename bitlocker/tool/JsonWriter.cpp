@@ -2,42 +2,16 @@
 
 #include <cstdio>
 
-namespace {
-
-// The length of the valid UTF-8 sequence at `at`, or 0.
-size_t Utf8SequenceLength(const std::string& text, size_t at) {
-  const auto byte = [&](size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char lead = byte(at);
-  size_t length = 0;
-  uint32_t point = 0;
-  if (lead >= 0xc2 && lead <= 0xdf) {
-    length = 2, point = lead & 0x1f;
-  } else if (lead >= 0xe0 && lead <= 0xef) {
-    length = 3, point = lead & 0x0f;
-  } else if (lead >= 0xf0 && lead <= 0xf4) {
-    length = 4, point = lead & 0x07;
-  } else {
-    return 0;
-  }
-  if (at + length > text.size()) return 0;
-  for (size_t i = 1; i < length; ++i) {
-    if ((byte(at + i) & 0xc0) != 0x80) return 0;
-    point = (point << 6) | (byte(at + i) & 0x3f);
-  }
-  const bool overlong = (length == 3 && point < 0x800) || (length == 4 && point < 0x10000);
-  const bool surrogate = point >= 0xd800 && point <= 0xdfff;
-  return overlong || surrogate || point > 0x10ffff ? 0 : length;
-}
-
-}  // namespace
+#include "Utf8.h"
 
 std::string JsonQuoted(const std::string& text) {
+  const bool utf8 = IsValidUtf8(text);
   std::string quoted = "\"";
-  for (size_t i = 0; i < text.size(); ++i) {
-    const unsigned char c = static_cast<unsigned char>(text[i]);
+  for (const char byte : text) {
+    const unsigned char c = static_cast<unsigned char>(byte);
     if (c == '"' || c == '\\') {
       quoted += '\\';
-      quoted += static_cast<char>(c);
+      quoted += byte;
     } else if (c == '\n') {
       quoted += "\\n";
     } else if (c == '\t') {
@@ -46,11 +20,8 @@ std::string JsonQuoted(const std::string& text) {
       char escape[8];
       std::snprintf(escape, sizeof(escape), "\\u%04x", c);
       quoted += escape;
-    } else if (c < 0x80) {
-      quoted += static_cast<char>(c);
-    } else if (const size_t length = Utf8SequenceLength(text, i)) {
-      quoted.append(text, i, length);
-      i += length - 1;
+    } else if (c < 0x80 || utf8) {
+      quoted += byte;
     } else {
       quoted += "\\ufffd";
     }

@@ -33,8 +33,9 @@ class JsonWriter {
   bool afterKey_ = false;
 };
 
-// `text` as a quoted JSON string.  Bytes that are not valid UTF-8 become
-// U+FFFD, so that the output always parses.
+// `text` as a quoted JSON string.  In text that is not valid UTF-8 (a device
+// path can be any bytes) every byte above ASCII becomes U+FFFD, so that the
+// output always parses.
 std::string JsonQuoted(const std::string& text);
 
 #endif  // ZQ_BITLOCKER_TOOL_JSONWRITER_H_
