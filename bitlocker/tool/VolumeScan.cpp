@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "CBitlockerVolume.h"
+#include "COffsetSource.h"
 #include "KeyProtector.h"
 #include "Platform.h"
 #include "VolumeFacts.h"
@@ -22,13 +23,13 @@ const char* ShortKindName(VolumeKind kind) {
   return "?";
 }
 
-// The volume that starts `offset` bytes into the disk, if its first sector
-// is a BitLocker header.  A volume whose metadata cannot be read is still
-// found, with the reason.
-bool Inspect(const std::string& device, const Disk& disk, unsigned partition, uint64_t offset, FoundVolume* found) {
-  const std::shared_ptr<const IByteSource> window = VolumeWindow(disk, offset);
+// The volume in `window`, `offset` bytes into the device, if its first
+// sector is a BitLocker header.  A volume whose metadata cannot be read is
+// still found, with the reason.
+bool Inspect(const std::string& device, std::shared_ptr<const IByteSource> window, unsigned partition,
+             uint64_t offset, FoundVolume* found) {
   uint8_t sector[VolumeHeader::kSize];
-  if (!window || window->Size() < sizeof(sector) || !window->ReadAt(0, sector, sizeof(sector))) return false;
+  if (window->Size() < sizeof(sector) || !window->ReadAt(0, sector, sizeof(sector))) return false;
   const std::optional<VolumeHeader> header = ParseVolumeHeader(sector);
   if (!header) return false;
   *found = {device, partition, offset, window->Size(), ShortKindName(header->kind), "", {}, "", false};
@@ -46,13 +47,14 @@ bool Inspect(const std::string& device, const Disk& disk, unsigned partition, ui
 std::vector<FoundVolume> FindVolumes(const std::string& device, const Disk& disk, bool readTable) {
   std::vector<FoundVolume> volumes;
   FoundVolume found;
-  if (Inspect(device, disk, 0, 0, &found)) {
+  if (Inspect(device, disk.source, 0, 0, &found)) {
     volumes.push_back(std::move(found));
     return volumes;
   }
   if (!readTable) return volumes;
   for (const Partition& partition : DiskPartitions(disk)) {
-    if (Inspect(device, disk, partition.number, partition.offset, &found)) volumes.push_back(std::move(found));
+    const auto window = std::make_shared<COffsetSource>(disk.source, partition.offset, partition.size);
+    if (Inspect(device, window, partition.number, partition.offset, &found)) volumes.push_back(std::move(found));
   }
   return volumes;
 }
