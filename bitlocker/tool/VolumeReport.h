@@ -1,4 +1,5 @@
-// The human-readable description of a volume that `zq-bitlocker info` prints.
+// The description of a locked volume that `zq-bitlocker info` prints: for
+// people, or as one JSON object with the same facts for programs.
 #ifndef ZQ_BITLOCKER_TOOL_VOLUMEREPORT_H_
 #define ZQ_BITLOCKER_TOOL_VOLUMEREPORT_H_
 
@@ -7,5 +8,9 @@
 #include "CBitlockerVolume.h"
 
 void PrintVolumeReport(const bitlocker::CBitlockerVolume& volume, std::ostream& out);
+
+// One line: {"volume":"BitLocker","volume_identifier":"…",
+// "device_size":N,…,"key_protectors":[{"identifier":…,"protection":…}]}.
+void PrintVolumeReportJson(const bitlocker::CBitlockerVolume& volume, std::ostream& out);
 
 #endif  // ZQ_BITLOCKER_TOOL_VOLUMEREPORT_H_

@@ -1,105 +1,39 @@
-// zq-bitlocker: looks at, checks and reads BitLocker volumes through the
-// engine.  Credentials come from standard input or a prompt, never from the
-// command line.
-#include <fcntl.h>
-#include <sys/stat.h>
+// zq-bitlocker: looks at, checks, reads and finds BitLocker volumes through
+// the engine.  Credentials come from standard input or a prompt, never from
+// the command line.
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include "CBitlockerVolume.h"
+#include "CommandLine.h"
 #include "CredentialInput.h"
+#include "DiskSource.h"
+#include "Failure.h"
+#include "ProgramVersion.h"
+#include "VolumeDump.h"
+#include "VolumeList.h"
 #include "VolumeReport.h"
+#include "VolumeScan.h"
 
 using namespace bitlocker;
 
 namespace {
 
 constexpr int kUsageError = 64;
-constexpr size_t kDumpChunk = 8 * 1024 * 1024;
 
-void PrintUsage() {
-  std::cerr << "usage: zq-bitlocker info DEVICE\n"
-               "       zq-bitlocker verify [--kind KIND] DEVICE\n"
-               "       zq-bitlocker dump [--kind KIND] [--output FILE [--force]] DEVICE\n"
-               "\n"
-               "The credential is read from standard input, or asked for without echo on a\n"
-               "terminal: a password, a 48-digit recovery password, or the path of a startup\n"
-               "key (.BEK) file.  KIND says which it is instead of guessing: password,\n"
-               "recovery, startup-key, or clear-key (nothing is read).\n"
-               "\n"
-               "dump writes the unlocked volume to FILE, which must not exist yet (--force\n"
-               "replaces it) and must not be DEVICE, or to standard output when that is no\n"
-               "terminal.\n"
-               "\n"
-               "Exit status: 0 done, 1 not BitLocker, 2 wrong credential, 3 unsupported,\n"
-               "4 I/O error, 64 usage.\n";
-}
-
-// The exit status is the status itself: the library's open statuses.
-int Fail(Status status, const std::string& device, const std::string& why) {
-  std::cerr << "zq-bitlocker: " << device << ": " << StatusName(status);
-  if (!why.empty()) std::cerr << ": " << why;
-  std::cerr << "\n";
-  return status;
-}
-
-struct Options {
-  std::string command;
-  std::string device;
-  std::string kind = "auto";
-  std::string output;
-  bool force = false;
-};
-
-bool ParseOptions(int argc, char** argv, Options* options) {
-  if (argc < 2) return false;
-  options->command = argv[1];
-  for (int i = 2; i < argc; ++i) {
-    std::string arg = argv[i];
-    if ((arg == "--kind" || arg == "--output") && i + 1 < argc) {
-      (arg == "--kind" ? options->kind : options->output) = argv[++i];
-    } else if (arg == "--force") {
-      options->force = true;
-    } else if (!arg.empty() && arg[0] != '-' && options->device.empty()) {
-      options->device = arg;
-    } else {
-      return false;
-    }
-  }
-  if (options->device.empty() || (options->force && options->output.empty())) return false;
-  if (options->command == "info") return options->kind == "auto" && options->output.empty();
-  if (options->command == "verify") return options->output.empty();
-  return options->command == "dump";
-}
-
-// Why a dump may not go where it is asked to, or the empty string.  Checked
-// before anything is read or written: a dump must never destroy its own
-// volume, another file unasked, or a terminal.
-std::string DumpRefusal(const Options& options) {
-  if (options.output.empty()) {
-    return ::isatty(STDOUT_FILENO) ? "standard output is a terminal: give --output FILE or a pipe" : "";
-  }
-  struct stat target, source;
-  if (::stat(options.output.c_str(), &target) != 0) return "";
-  if (options.output == options.device ||
-      (::stat(options.device.c_str(), &source) == 0 && source.st_dev == target.st_dev &&
-       source.st_ino == target.st_ino))
-    return options.output + " is the volume itself";
-  return options.force ? "" : options.output + " exists: give --force to replace it";
+int UsageError(const std::string& error) {
+  std::cerr << "zq-bitlocker: " << error << "\nTry 'zq-bitlocker --help'.\n";
+  return kUsageError;
 }
 
 std::optional<Credential> AskCredential(const std::string& kind) {
   if (kind == "clear-key") return Credential::ClearKey();
-  if (kind != "auto" && kind != "password" && kind != "recovery" && kind != "startup-key") {
-    return std::nullopt;
-  }
   auto text = ReadCredential("Password, recovery password or startup key file: ");
   if (!text) return std::nullopt;
   std::optional<Credential> credential;
@@ -116,85 +50,76 @@ std::optional<Credential> AskCredential(const std::string& kind) {
   return credential;
 }
 
-bool WriteAll(int fd, const uint8_t* data, size_t size) {
-  while (size > 0) {
-    ssize_t put = ::write(fd, data, size);
-    if (put < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    data += put;
-    size -= static_cast<size_t>(put);
-  }
-  return true;
+ProgressStyle DumpProgressStyle(const Options& options) {
+  if (options.progressJson) return ProgressStyle::kJson;
+  return ::isatty(STDERR_FILENO) ? ProgressStyle::kTerminal : ProgressStyle::kSummary;
 }
 
-int Dump(CUnlockedVolume& volume, const Options& options) {
-  int fd = STDOUT_FILENO;
-  if (!options.output.empty()) {
-    const int replace = options.force ? O_TRUNC : O_EXCL;
-    fd = ::open(options.output.c_str(), O_WRONLY | O_CREAT | replace | O_CLOEXEC, 0600);
-    if (fd < 0) return Fail(Status::kIoError, options.output, std::strerror(errno));
+// Where the volumes of a partitioned disk lie, for --offset.
+void SuggestOffsets(const std::string& device, const Disk& disk) {
+  for (const FoundVolume& volume : FindVolumes(device, disk, true)) {
+    std::cerr << "zq-bitlocker: " << device << ": partition " << volume.partition
+              << " holds a BitLocker volume: give --offset " << volume.offset << "\n";
   }
-  std::vector<uint8_t> buffer(kDumpChunk);
-  int result = 0;
-  for (uint64_t offset = 0; offset < volume.Size();) {
-    ssize_t got = volume.Read(offset, buffer.data(), buffer.size());
-    if (got <= 0) {
-      result = Fail(Status::kIoError, options.device, got < 0 ? std::strerror(errno) : "short read");
-      break;
-    }
-    if (!WriteAll(fd, buffer.data(), static_cast<size_t>(got))) {
-      result = Fail(Status::kIoError, options.output.empty() ? "standard output" : options.output,
-                    std::strerror(errno));
-      break;
-    }
-    offset += static_cast<uint64_t>(got);
+}
+
+// info, verify and dump: one volume, at its offset in the device.
+int RunOnVolume(const Options& options) {
+  const std::string& device = options.devices.front();
+  const DumpTarget target{device, options.output, options.force};
+  if (options.command == "dump") {
+    const std::string refusal = DumpRefusal(target);
+    if (!refusal.empty()) return UsageError(refusal);
   }
-  if (fd != STDOUT_FILENO && ::close(fd) != 0 && result == 0) {
-    result = Fail(Status::kIoError, options.output, std::strerror(errno));
+
+  const std::optional<Disk> disk = OpenDisk(device);
+  if (!disk) return Fail(Status::kIoError, device, std::strerror(errno));
+  std::shared_ptr<const IByteSource> window = VolumeWindow(*disk, options.offset);
+  if (!window) return UsageError("offset " + std::to_string(options.offset) + " lies beyond the end of " + device);
+  std::string why;
+  std::unique_ptr<CBitlockerVolume> volume;
+  Status status = CBitlockerVolume::Open(window, &volume, &why);
+  if (status != Status::kOk) {
+    Fail(status, device, why);
+    if (status == Status::kNotBitlocker && options.offset == 0) SuggestOffsets(device, *disk);
+    return status;
   }
-  return result;
+
+  if (options.command == "info") {
+    (options.json ? PrintVolumeReportJson : PrintVolumeReport)(*volume, std::cout);
+    return 0;
+  }
+
+  auto credential = AskCredential(options.kind);
+  if (!credential) return UsageError("no credential could be read from standard input");
+  std::unique_ptr<CUnlockedVolume> unlocked;
+  status = volume->Unlock(*credential, &unlocked, &why);
+  if (status != Status::kOk) return Fail(status, device, why);
+
+  if (options.command == "verify") {
+    std::cout << "unlocked with the " << CredentialKindName(credential->kind()) << "\n";
+    return 0;
+  }
+  return DumpVolume(*unlocked, target, DumpProgressStyle(options));
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Options options;
-  if (!ParseOptions(argc, argv, &options)) {
-    PrintUsage();
-    return kUsageError;
+  std::string error;
+  switch (ParseCommandLine(argc, argv, &options, &error)) {
+    case Request::kHelp:
+      PrintUsage(std::cout);
+      return 0;
+    case Request::kVersion:
+      std::cout << "zq-bitlocker " << kProgramVersion << "\n";
+      return 0;
+    case Request::kUsageError:
+      return UsageError(error);
+    case Request::kRun:
+      break;
   }
-  if (options.command == "dump") {
-    const std::string refusal = DumpRefusal(options);
-    if (!refusal.empty()) {
-      std::cerr << "zq-bitlocker: " << refusal << "\n";
-      return kUsageError;
-    }
-  }
-
-  std::string why;
-  std::unique_ptr<CBitlockerVolume> volume;
-  Status status = CBitlockerVolume::Open(options.device, &volume, &why);
-  if (status != Status::kOk) return Fail(status, options.device, why);
-
-  if (options.command == "info") {
-    PrintVolumeReport(*volume, std::cout);
-    return 0;
-  }
-
-  auto credential = AskCredential(options.kind);
-  if (!credential) {
-    PrintUsage();
-    return kUsageError;
-  }
-  std::unique_ptr<CUnlockedVolume> unlocked;
-  status = volume->Unlock(*credential, &unlocked, &why);
-  if (status != Status::kOk) return Fail(status, options.device, why);
-
-  if (options.command == "verify") {
-    std::cout << "unlocked with the " << CredentialKindName(credential->kind()) << "\n";
-    return 0;
-  }
-  return Dump(*unlocked, options);
+  if (options.command == "list") return ListVolumes(options.devices, options.json, std::cout);
+  return RunOnVolume(options);
 }
