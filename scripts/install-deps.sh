@@ -16,7 +16,7 @@ packages=(
   python3 util-linux mount xz-utils openssl
   dosfstools mtools ntfs-3g exfat-fuse exfatprogs fusefat e2fsprogs
   clang libclang-rt-14-dev libc++-14-dev
-  dislocker libbde-utils cryptsetup-bin
+  dislocker libbde-utils cryptsetup-bin fdisk
   scdoc bash-completion systemd
 )
 
