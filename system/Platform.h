@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <optional>
 #include <string>
@@ -41,6 +42,10 @@ std::vector<pid_t> ListProcessIds();
 // The short command name of one process; nullopt when it has gone or cannot
 // be inspected.
 std::optional<std::string> ProcessShortName(pid_t pid);
+
+// When the process started, in seconds since the epoch; nullopt when it has
+// gone or cannot be inspected.
+std::optional<time_t> ProcessStartTime(pid_t pid);
 
 // ---- Child processes --------------------------------------------------
 
@@ -81,6 +86,20 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName);
 // /run/media and /mnt on Linux.
 std::vector<std::string> VolumesFolders();
 
+// A volume that the mounter (zq-mounter) serves, as the mount table shows it.
+struct MounterMount {
+  std::string device;      // the raw device the mounter was given: "/dev/loop3"
+  std::string mountPoint;  // where its files, or its raw file, can be seen
+  bool readOnly;
+};
+
+// Every volume the mounter serves: its FUSE mounts ("raw") and the file
+// systems mounted from a FUSE mount's file in a staging folder, named by
+// the device behind that file.  The staging mounts themselves are left
+// out.  On macOS a file system mounted from an attached disk image is not
+// traced back to its device and is left out too.
+std::vector<MounterMount> MounterMounts();
+
 // ---- Users -----------------------------------------------------------
 
 // The user at the machine (root when nobody is logged in at it): on macOS
@@ -104,6 +123,13 @@ std::string MainBundlePath();
 // Makes MainBundlePath() answer `path` from now on (tests and tools that run
 // outside a bundle).
 void SetMainBundlePath(const std::string& path);
+
+// ---- Logs ---------------------------------------------------------------
+
+// The activity log of the mounter and the explorer, in a folder of root's
+// outside /tmp: /var/log/zq-norvane/activity.log on Linux,
+// "/Library/Logs/Zq Norvane/activity.log" on macOS.
+std::string ActivityLogPath();
 
 // ---- Background work --------------------------------------------------
 

@@ -12,6 +12,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -104,6 +105,24 @@ std::optional<std::string> ProcessShortName(pid_t pid) {
   std::optional<std::string> name = ReadSmallFile("/proc/" + std::to_string(pid) + "/comm");
   if (name && !name->empty() && name->back() == '\n') name->pop_back();
   return name;
+}
+
+// The stat line's field 22 is the start in clock ticks after boot, and
+// /proc/stat's btime the boot in seconds since the epoch.
+std::optional<time_t> ProcessStartTime(pid_t pid) {
+  const std::optional<std::string> stat = ReadSmallFile("/proc/" + std::to_string(pid) + "/stat");
+  const std::optional<std::string> machine = ReadSmallFile("/proc/stat");
+  const size_t nameEnd = stat ? stat->rfind(')') : std::string::npos;
+  const size_t boot = machine ? machine->find("\nbtime ") : std::string::npos;
+  if (nameEnd == std::string::npos || boot == std::string::npos) return std::nullopt;
+  std::istringstream fields(stat->substr(nameEnd + 1));
+  std::string field;
+  for (int number = 3; number < 22 && fields >> field; ++number) {
+  }
+  unsigned long long ticks = 0;
+  if (!(fields >> ticks)) return std::nullopt;
+  const time_t bootTime = static_cast<time_t>(std::stoll(machine->substr(boot + 7)));
+  return bootTime + static_cast<time_t>(ticks / static_cast<unsigned long long>(sysconf(_SC_CLK_TCK)));
 }
 
 int MakePipe(int fds[2]) {
@@ -226,6 +245,46 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   }
   return std::nullopt;
 }
+
+namespace {
+
+// The file behind a loop device, or `source` itself when it is none.
+std::string LoopBackingFile(const std::string& source) {
+  if (source.rfind("/dev/loop", 0) != 0) return source;
+  std::string file = ReadSmallFile("/sys/block/" + source.substr(5) + "/loop/backing_file").value_or(source);
+  if (!file.empty() && file.back() == '\n') file.pop_back();
+  return file;
+}
+
+bool MountedReadOnly(const MountEntry& entry) {
+  return entry.options == "ro" || entry.options.rfind("ro,", 0) == 0;
+}
+
+}  // namespace
+
+// The mounter's FUSE mounts have the type fuse.zq-mounter and the raw
+// device as source; a file system inside the volume is mounted from the
+// file "volume" of such a mount, directly or through a loop device.
+std::vector<MounterMount> MounterMounts() {
+  const std::vector<MountEntry> table = ReadMountTable();
+  std::vector<MounterMount> mounts;
+  std::vector<std::string> staging;
+  for (const MountEntry& inner : table) {
+    const std::string file = LoopBackingFile(inner.source);
+    for (const MountEntry& server : table) {
+      if (server.type != "fuse.zq-mounter" || file != server.mountPoint + "/volume") continue;
+      mounts.push_back({server.source, inner.mountPoint, MountedReadOnly(inner)});
+      staging.push_back(server.mountPoint);
+    }
+  }
+  for (const MountEntry& server : table) {
+    if (server.type == "fuse.zq-mounter" && std::find(staging.begin(), staging.end(), server.mountPoint) == staging.end())
+      mounts.push_back({server.source, server.mountPoint, MountedReadOnly(server)});
+  }
+  return mounts;
+}
+
+std::string ActivityLogPath() { return "/var/log/zq-norvane/activity.log"; }
 
 std::vector<std::string> VolumesFolders() { return {"/media", "/run/media", "/mnt"}; }
 
