@@ -95,8 +95,8 @@ struct MounterMount {
 
 // Every volume the mounter serves: its FUSE mounts ("raw") and the file
 // systems mounted from a FUSE mount's file in a staging folder, named by
-// the device behind that file.  The staging mounts themselves are left
-// out.  On macOS a file system mounted from an attached disk image is not
+// the device behind that file.  The staging mounts themselves, in a
+// folder of the staging root ".../zq-mounter/", are left out.  On macOS a file system mounted from an attached disk image is not
 // traced back to its device and is left out too.
 std::vector<MounterMount> MounterMounts();
 

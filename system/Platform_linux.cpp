@@ -264,7 +264,8 @@ bool MountedReadOnly(const MountEntry& entry) {
 
 // The mounter's FUSE mounts have the type fuse.zq-mounter and the raw
 // device as source; a file system inside the volume is mounted from the
-// file "volume" of such a mount, directly or through a loop device.
+// file "volume" of such a mount, directly or through a loop device.  The
+// staging mounts lie in the mounter's staging root, /run/zq-mounter.
 std::vector<MounterMount> MounterMounts() {
   const std::vector<MountEntry> table = ReadMountTable();
   std::vector<MounterMount> mounts;
@@ -278,7 +279,9 @@ std::vector<MounterMount> MounterMounts() {
     }
   }
   for (const MountEntry& server : table) {
-    if (server.type == "fuse.zq-mounter" && std::find(staging.begin(), staging.end(), server.mountPoint) == staging.end())
+    const bool isStaging = std::find(staging.begin(), staging.end(), server.mountPoint) != staging.end() ||
+                           server.mountPoint.find("/zq-mounter/") != std::string::npos;
+    if (server.type == "fuse.zq-mounter" && !isStaging)
       mounts.push_back({server.source, server.mountPoint, MountedReadOnly(server)});
   }
   return mounts;
