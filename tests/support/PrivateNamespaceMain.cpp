@@ -1,6 +1,6 @@
 // Runs the service tests in namespaces of their own: a private /tmp,
-// /Library, /dev/shm and volumes folders, so that FIFOs, the log, the
-// startup items, the named semaphores and the mount points never meet those
+// /Library, /var/log, /dev/shm and volumes folders, so that FIFOs, the logs,
+// the startup items, the named semaphores and the mount points never meet those
 // of another test or of a service running on the machine, and a private
 // process table, so that the single-copy rule sees only this test's services.
 #include <sched.h>
@@ -32,14 +32,14 @@ int main(int argc, char** argv) {
   const pid_t child = fork();
   if (child == 0) {
     bool made = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    for (const char* folder : {"/media", "/mnt", "/run/media", "/Library"}) {
+    for (const char* folder : {"/media", "/mnt", "/run/media", "/Library", "/var/log"}) {
       mkdir(folder, 0755);  // a folder that cannot be made fails its mount
       made = made && mount("tmpfs", folder, "tmpfs", 0, "mode=0755") == 0;
     }
     if (!made || mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") != 0 ||
         mount("tmpfs", "/dev/shm", "tmpfs", MS_NOSUID | MS_NODEV, "mode=1777") != 0 ||
         mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr) != 0) {
-      std::perror("private /tmp, /Library, /dev/shm, volumes folders and /proc");
+      std::perror("private /tmp, /Library, /var/log, /dev/shm, volumes folders and /proc");
       _exit(1);
     }
     _exit(RUN_ALL_TESTS());

@@ -132,8 +132,8 @@ ZqctlOutcome DescribeStartup(bool on, const StartupItemsState& before, const Sta
   if (after.daemon && after.daemon != before.daemon)
     return {kZqctlSuccess, "startup on: boot-time item and login item written"};
   return {kZqctlSuccess,
-          "startup on: login item written; no boot-time item, as the bundle's service program is not root's alone "
-          "(see /tmp/zqlog.log)"};
+          "startup on: login item written; no boot-time item, as the bundle's service program is missing or not "
+          "root's alone (see /tmp/zqlog.log)"};
 }
 
 std::string AnswerJson(const ZqctlRequest& request, const CCommandDataWrapper<char>* answer,
