@@ -9,12 +9,15 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <tuple>
 
+#include "ActivityLog.h"
 #include "FileContents.h"
 #include "LoopDevice.h"
 #include "MountTable.h"
 #include "MounterHarness.h"
 #include "MounterStatus.h"
+#include "Platform.h"
 #include "ServiceClients.h"
 #include "TaskWrapper.h"
 #include "TempDir.h"
@@ -61,6 +64,23 @@ class MountEndToEndTest : public testing::Test {
   // The mount point's blank is escaped, as a client writes it for the shell.
   int64_t Mount(const LoopDevice& loop, const std::string& credential, const char* options = "raw") {
     return Ask(eCOMMAND_BITLOCKER_MOUNT, loop, "/media/mount\\ point", options, credential);
+  }
+  // Mounts as Mount does, and expects the activity log to gain one line
+  // that tells the answer in the mounter's words and holds no credential.
+  int64_t MountLogged(const LoopDevice& loop, const std::string& credential) {
+    const std::string log = platform::ActivityLogPath();
+    const long long end = ActivityLogEnd(log);
+    const int64_t answer = Mount(loop, credential);
+    const std::vector<Activity> added = ReadActivities(log, end);
+    EXPECT_EQ(added.size(), 1u) << ReadFile(log);
+    for (const Activity& line : added) {
+      EXPECT_EQ(std::tie(line.program, line.device, line.mountPoint, line.status),
+                std::tie("zq-mounter", loop.devicePath(), mountPoint_, answer));
+      EXPECT_EQ(line.result, DescribeMounterStatus(static_cast<int>(answer)));
+      EXPECT_FALSE(line.report.empty());
+    }
+    EXPECT_EQ(ReadFile(log).find(credential), std::string::npos) << "the credential is in the activity log";
+    return answer;
   }
   void ForwardToExplorer(unsigned char byte) {
     CCommandDataWrapper<char> forward = MakeRecord(eCOMMAND_TO_FILE_EXPLORER);
@@ -121,12 +141,13 @@ TEST_F(MountEndToEndTest, DetectionFindsEveryImageAndLeavesAnythingElseAlone) {
 
 // A wrong credential answers the mounter's code and leaves nothing; each
 // right one mounts the volume with the manifest's digest, unseen by others.
+// Every mount leaves one line in the activity log, never the credential.
 TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
   ZQ_REQUIRE_IMAGES(images);
   for (const testimages::Image& image : *images) {
     LoopDevice loop(image.path, 0, true);
     ASSERT_TRUE(loop.valid()) << image.name;
-    EXPECT_EQ(Mount(loop, "it's not the password"), bitlocker::kWrongCredential) << image.name;
+    EXPECT_EQ(MountLogged(loop, "it's not the password"), bitlocker::kWrongCredential) << image.name;
     EXPECT_NE(access(mountPoint_.c_str(), F_OK), 0) << image.name << ": a folder was left behind";
     EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << image.name;
     std::vector<std::pair<const char*, std::string>> credentials = {{"recovery password", image.recoveryPassword}};
@@ -134,7 +155,7 @@ TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
     if (!image.startupKeyPath.empty()) credentials.push_back({"startup key", image.startupKeyPath});
     for (const auto& [kind, credential] : credentials) {
       SCOPED_TRACE(image.name + " with its " + kind);
-      ASSERT_EQ(Mount(loop, credential), bitlocker::kOk);
+      ASSERT_EQ(MountLogged(loop, credential), bitlocker::kOk);
       EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
       EXPECT_FALSE(AnyProcessShows(credential)) << "the credential is on a command line or in an environment";
       const std::string options = TopMountAt(ReadMountTable(), mountPoint_).value_or(MountEntry{}).options;
