@@ -160,6 +160,10 @@ TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
       EXPECT_FALSE(AnyProcessShows(credential)) << "the credential is on a command line or in an environment";
       const std::string options = TopMountAt(ReadMountTable(), mountPoint_).value_or(MountEntry{}).options;
       EXPECT_TRUE(Contains(options, "nosuid") && Contains(options, "nodev")) << options;
+      size_t served = 0;  // mounts of other tests on the machine may show too
+      for (const platform::MounterMount& mount : platform::MounterMounts())
+        served += mount.mountPoint == mountPoint_ && mount.device == loop.devicePath() && mount.readOnly;
+      EXPECT_EQ(served, 1u) << "the mounter's mount is not listed as it is";
       ASSERT_EQ(umount(mountPoint_.c_str()), 0);
       EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << "the mounter still runs after umount";
       EXPECT_NE(access(mountPoint_.c_str(), F_OK), 0) << "the folder the mounter made is still there";

@@ -12,6 +12,7 @@
 #include "CDevLogs.h"
 #include "FileContents.h"
 #include "ServiceTestEnvironment.h"
+#include "TempDir.h"
 
 namespace {
 
@@ -39,6 +40,31 @@ std::string MounterLine(const std::string& mountPoint, int status, const std::st
 
 const std::string kUsageLine =
     "usage: zqctl [--as MainUI|FileExplorer] [--timeout SECONDS] [--json] SUBCOMMAND [ARGS] (see zqctl --help)\n";
+
+// zqctl finds a mount's line by its fields, so no value may forge another
+// field or line, and a log replaced since the request is read from the start.
+TEST(ActivityLogTest, EveryValueReadsBackAsWritten) {
+  const TempDir folder;
+  const std::string log = folder("activity.log");
+  std::vector<Activity> written;
+  for (const std::string& value : {std::string("/media/My Disk"), std::string("a\" status=0 report=\"x"),
+                                   std::string("line\r\n[Zq Norvane]2024-01-01 00:00:00    zq-mounter: status=0"),
+                                   std::string("back\\slash\\"), std::string("\x01\x7f Ünï: =")})
+    written.push_back({"zq-mounter", value, value, 64, value, value, ""});
+  for (const Activity& activity : written) {
+    const std::string message = ActivityMessage(activity);
+    std::string line;
+    CDevLogs::FormatLine(message.data(), message.size(), &line);
+    std::ofstream(log, std::ios::app | std::ios::binary) << line;
+  }
+  const std::vector<Activity> read = ReadActivities(log);
+  ASSERT_EQ(read.size(), written.size());
+  for (size_t i = 0; i < read.size(); ++i)
+    EXPECT_EQ(std::tie(read[i].device, read[i].mountPoint, read[i].status, read[i].result, read[i].report),
+              std::tie(written[i].device, written[i].mountPoint, written[i].status, written[i].result, written[i].report));
+  EXPECT_EQ(ReadActivities(log, ActivityLogEnd(log)).size(), 0u);
+  EXPECT_EQ(ReadActivities(log, ActivityLogEnd(log) + 1).size(), written.size());
+}
 
 class ZqctlTest : public ServiceTestBase {
  protected:
