@@ -109,7 +109,8 @@ ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapp
     case eCOMMAND_BITLOCKER_MOUNT: {
       const std::string where = request.device + " at " + request.mountPoint;
       if (worded.status == kZqctlSuccess) return {worded.status, where + ": " + MountedSentence(seen)};
-      const std::string report = seen.activity ? seen.activity->report : "";
+      std::string report = seen.activity ? seen.activity->report : "";
+      report.erase(report.find_last_not_of(" \n") + 1);  // a driver's output ends its lines
       return {worded.status, "mount of " + where + " failed: " + worded.message + code +
                                  (report.empty() || report == worded.message ? "" : "; the mounter said: " + report)};
     }
