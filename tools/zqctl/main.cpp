@@ -79,6 +79,36 @@ bool Answered(uint32_t type) {
          type == eCOMMAND_BITLOCKER_EXPLORER;
 }
 
+// What an answer is judged against, taken just before the request is sent.
+struct Before {
+  std::vector<std::string> mounted;  // check: where the device is mounted
+  long long activityEnd = 0;         // mount: where the mounter's line will start
+  StartupItemsState items;           // startup
+};
+
+Before TakeBefore(const ZqctlRequest& request) {
+  Before before;
+  if (request.record.type == eCOMMAND_BITLOCKER_CHECK) before.mounted = MountPointsOf(request.device);
+  if (request.record.type == eCOMMAND_BITLOCKER_MOUNT) before.activityEnd = ActivityLogEnd(platform::ActivityLogPath());
+  if (request.record.type == eCOMMAND_SET_STARTUP) before.items = ReadStartupItems();
+  return before;
+}
+
+// What the service did, as the machine shows it after the answer.
+ZqctlObservation Observe(const ZqctlRequest& request, const Before& before) {
+  ZqctlObservation seen;
+  if (request.record.type == eCOMMAND_BITLOCKER_CHECK) {
+    const std::vector<std::string> after = MountPointsOf(request.device);
+    for (const std::string& path : before.mounted)
+      if (std::find(after.begin(), after.end(), path) == after.end()) seen.unmounted.push_back(path);
+  } else if (request.record.type == eCOMMAND_BITLOCKER_MOUNT) {
+    seen.activity = MounterActivity(request.device, request.mountPoint, before.activityEnd);
+    if (const std::optional<platform::MounterMount> mount = MounterMountAt(request.mountPoint))
+      seen.readOnly = mount->readOnly;
+  }
+  return seen;
+}
+
 int Run(const ZqctlRequest& request) {
   ZqctlObservation seen;
   if (const std::optional<ChannelProblem> problem = ChannelRefusal(request.channel)) {
@@ -95,12 +125,7 @@ int Run(const ZqctlRequest& request) {
     for (;;) pause();
   }
 
-  // What the answer will be judged against.
-  const bool check = request.record.type == eCOMMAND_BITLOCKER_CHECK;
-  const std::vector<std::string> mountedBefore = check ? MountPointsOf(request.device) : std::vector<std::string>();
-  const long long activityStart = ActivityLogEnd(platform::ActivityLogPath());
-  const StartupItemsState itemsBefore = ReadStartupItems();
-
+  const Before before = TakeBefore(request);
   CCommandDataWrapper<char> record = request.record;
   CPipeDataWrapper message;
   message.InitializeWithCmdDataWrapper(&record);
@@ -112,7 +137,7 @@ int Run(const ZqctlRequest& request) {
     outcome.status = SendWithoutAnswer(connector, request, message);
     if (outcome.status == kZqctlNoService) outcome.message = "no service: the channel could not be opened";
     if (outcome.status == kZqctlSuccess && record.type == eCOMMAND_SET_STARTUP)
-      outcome = StartupOutcome(request, itemsBefore);
+      outcome = StartupOutcome(request, before.items);
   } else if (!connector->SendMsg_sync(message.getMessage(), kBlockSize, reply, kBlockSize, request.timeout)) {
     outcome = {kZqctlNoService, "no service: the channel could not be opened"};
   } else {
@@ -120,16 +145,7 @@ int Run(const ZqctlRequest& request) {
     if (received.type == 0) {
       outcome = {kZqctlTimeout, "timeout: the service did not answer within " + std::to_string(request.timeout) + " s"};
     } else {
-      if (check) {
-        const std::vector<std::string> mountedAfter = MountPointsOf(request.device);
-        for (const std::string& path : mountedBefore)
-          if (std::find(mountedAfter.begin(), mountedAfter.end(), path) == mountedAfter.end())
-            seen.unmounted.push_back(path);
-      } else if (record.type == eCOMMAND_BITLOCKER_MOUNT) {
-        seen.activity = MounterActivity(request.device, request.mountPoint, activityStart);
-        if (const std::optional<platform::MounterMount> mount = MounterMountAt(request.mountPoint))
-          seen.readOnly = mount->readOnly;
-      }
+      seen = Observe(request, before);
       outcome = DescribeAnswer(request, received, seen);
       answer = &received;
     }
