@@ -18,6 +18,7 @@
 #include "MounterHarness.h"
 #include "MounterStatus.h"
 #include "Platform.h"
+#include "ProgramRun.h"
 #include "ServiceClients.h"
 #include "TaskWrapper.h"
 #include "TempDir.h"
@@ -196,6 +197,30 @@ TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
   EXPECT_EQ(RunAsUser(kConsoleUser, [&] { return FileSha256(volume) == expected ? 0 : 1; }), 0);
   EXPECT_EQ(RunAsUser(kConsoleUser + 1, [&] { return open(volume.c_str(), O_RDONLY) == -1 ? 0 : 1; }), 0)
       << "others may use it";
+}
+
+// zqctl tells the mount in the mounter's words and the mount table's, and
+// what check then unmounted.  It plays FileExplorer: the fixture is MainUI.
+TEST_F(MountEndToEndTest, ZqctlTellsTheMountAndWhatCheckUnmounted) {
+  ZQ_REQUIRE_IMAGES(images);
+  const testimages::Image& image = images->front();
+  LoopDevice loop(image.path, 0, true);
+  ASSERT_TRUE(loop.valid());
+  const std::string name = loop.bsdName();
+  const auto zqctl = [&](const std::vector<std::string>& words, const std::string& input = "") {
+    std::vector<std::string> all = {"--as", "FileExplorer"};
+    all.insert(all.end(), words.begin(), words.end());
+    const ProgramRun run = RunProgram(ZQCTL, all, input);
+    return std::make_pair(run.status, run.output + run.errors);
+  };
+  EXPECT_EQ(zqctl({"mount", name, mountPoint_, "raw"}, "not it\n"),
+            std::make_pair(1, "zqctl: mount of " + name + " at " + mountPoint_ +
+                                  " failed: wrong credential (2); the mounter said: wrong credential: " +
+                                  loop.devicePath() + "\n"));
+  EXPECT_EQ(zqctl({"mount", name, mountPoint_, "raw"}, image.recoveryPassword + "\n"),
+            std::make_pair(0, name + " at " + mountPoint_ + ": mounted read-only\n"));
+  EXPECT_EQ(zqctl({"check", loop.devicePath()}),
+            std::make_pair(0, name + ": BitLocker volume; unmounted it from " + mountPoint_ + "\n"));
 }
 
 // The explorer connects as FileExplorer, ends on 'q' alone, and ends when

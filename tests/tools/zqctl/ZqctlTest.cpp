@@ -6,13 +6,18 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <ctime>
 #include <fstream>
 
 #include "ActivityLog.h"
 #include "CDevLogs.h"
 #include "FileContents.h"
+#include "ClientInputChecks.h"
 #include "ServiceTestEnvironment.h"
+#include "ShellQuoting.h"
 #include "TempDir.h"
+#include "ZqctlInput.h"
 
 namespace {
 
@@ -64,6 +69,24 @@ TEST(ActivityLogTest, EveryValueReadsBackAsWritten) {
               std::tie(written[i].device, written[i].mountPoint, written[i].status, written[i].result, written[i].report));
   EXPECT_EQ(ReadActivities(log, ActivityLogEnd(log)).size(), 0u);
   EXPECT_EQ(ReadActivities(log, ActivityLogEnd(log) + 1).size(), written.size());
+}
+
+// Whatever the user types, the service must take the word zqctl makes as
+// one word that stands for the path, and normalising must not move it.
+TEST(ZqctlInputTest, MountPointsBecomeTheWordTheServiceTakes) {
+  for (const std::string path : {"/media/My Disk", "/media/Ünïcode Disk", "/media/a'b\"c$d`e", "/media/\\ \\",
+                                 "/media/tab\there;*?[x]&|<>(){}!#~"}) {
+    const std::string word = ShellWordOf(path);
+    EXPECT_TRUE(IsSingleShellWord(word)) << word;
+    EXPECT_EQ(ShellWordText(word), path);
+    EXPECT_EQ(AbsolutePath(path + "/./"), path);
+  }
+  ASSERT_EQ(chdir("/media"), 0);
+  EXPECT_EQ(AbsolutePath("./My Disk//"), "/media/My Disk");
+  std::string error;
+  EXPECT_TRUE(CheckMountOptions("raw,ro,uid=0,gid=1000,umask=027,", &error)) << error;
+  for (const char* options : {"rw", "umask=0778", "uid=-1", "gid=", "raw,uid=x"})
+    EXPECT_FALSE(CheckMountOptions(options, &error)) << options;
 }
 
 class ZqctlTest : public ServiceTestBase {
@@ -199,9 +222,13 @@ TEST_F(ZqctlTest, NoServicePermissionAndTimeoutAreTold) {
             Said(5, "zqctl: permission denied: /tmp/zq_btl_1 is open to its owner, uid 0 (the user at the machine), "
                     "and root\n"));
   const Said status = Zqctl("status");
-  EXPECT_EQ(status.first, 0);
-  EXPECT_EQ(status.second.rfind("service: running, pid " + std::to_string(service->pid()) + ", since ", 0), 0u)
-      << status.second;
+  const std::string running = "service: running, pid " + std::to_string(service->pid()) + ", since ";
+  ASSERT_EQ(status.first, 0);
+  ASSERT_EQ(status.second.rfind(running, 0), 0u) << status.second;
+  struct tm since = {};
+  since.tm_isdst = -1;
+  ASSERT_NE(strptime(status.second.c_str() + running.size(), "%Y-%m-%d %H:%M:%S", &since), nullptr);
+  EXPECT_LT(std::abs(difftime(mktime(&since), time(nullptr))), 10.0) << "the service started minutes away";
   kill(service->pid(), SIGSTOP);  // its channel stays open but nobody reads
   EXPECT_EQ(Zqctl("--timeout 2 ping"), Said(4, "zqctl: timeout: the service did not answer within 2 s\n"));
   kill(service->pid(), SIGCONT);
