@@ -86,19 +86,17 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName);
 // /run/media and /mnt on Linux.
 std::vector<std::string> VolumesFolders();
 
-// A volume that the mounter (zq-mounter) serves, as the mount table shows it.
-struct MounterMount {
-  std::string device;      // the raw device the mounter was given: "/dev/loop3"
-  std::string mountPoint;  // where its files, or its raw file, can be seen
+// One mount of the mount table.
+struct VolumeMount {
+  std::string source;      // what the table names: "/dev/loop3", an image file, a driver's name
+  std::string mountPoint;
   bool readOnly;
+  bool mounterServes;      // a FUSE mount of zq-mounter, whose source is the device it was given
 };
 
-// Every volume the mounter serves: its FUSE mounts ("raw") and the file
-// systems mounted from a FUSE mount's file in a staging folder, named by
-// the device behind that file.  The staging mounts themselves, in a
-// folder of the staging root ".../zq-mounter/", are left out.  On macOS a file system mounted from an attached disk image is not
-// traced back to its device and is left out too.
-std::vector<MounterMount> MounterMounts();
+// Every mount: of this process's mount namespace on Linux, of the machine
+// on macOS.
+std::vector<VolumeMount> ListMounts();
 
 // ---- Users -----------------------------------------------------------
 

@@ -194,17 +194,16 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   return path;
 }
 
-// macFUSE names its mounts by the fsname the mounter gives, the raw
-// device; the mounter's staging mounts lie under its staging root.
-std::vector<MounterMount> MounterMounts() {
+// The mounter names its macFUSE mounts by the raw device it was given.
+std::vector<VolumeMount> ListMounts() {
   struct statfs* table = nullptr;
   const int count = getmntinfo(&table, MNT_NOWAIT);
-  std::vector<MounterMount> mounts;
+  std::vector<VolumeMount> mounts;
   for (int i = 0; i < count; ++i) {
-    const std::string type = table[i].f_fstypename, source = table[i].f_mntfromname, at = table[i].f_mntonname;
+    const std::string type = table[i].f_fstypename, source = table[i].f_mntfromname;
     const bool fuse = type == "macfuse" || type == "osxfuse";
-    if (fuse && source.rfind("/dev/", 0) == 0 && at.find("/zq-mounter/") == std::string::npos)
-      mounts.push_back({source, at, (table[i].f_flags & MNT_RDONLY) != 0});
+    mounts.push_back({source, table[i].f_mntonname, (table[i].f_flags & MNT_RDONLY) != 0,
+                      fuse && source.rfind("/dev/", 0) == 0});
   }
   return mounts;
 }

@@ -12,7 +12,6 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <mutex>
@@ -246,43 +245,11 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   return std::nullopt;
 }
 
-namespace {
-
-// The file behind a loop device, or `source` itself when it is none.
-std::string LoopBackingFile(const std::string& source) {
-  if (source.rfind("/dev/loop", 0) != 0) return source;
-  std::string file = ReadSmallFile("/sys/block/" + source.substr(5) + "/loop/backing_file").value_or(source);
-  if (!file.empty() && file.back() == '\n') file.pop_back();
-  return file;
-}
-
-bool MountedReadOnly(const MountEntry& entry) {
-  return entry.options == "ro" || entry.options.rfind("ro,", 0) == 0;
-}
-
-}  // namespace
-
-// The mounter's FUSE mounts have the type fuse.zq-mounter and the raw
-// device as source; a file system inside the volume is mounted from the
-// file "volume" of such a mount, directly or through a loop device.  The
-// staging mounts lie in the mounter's staging root, /run/zq-mounter.
-std::vector<MounterMount> MounterMounts() {
-  const std::vector<MountEntry> table = ReadMountTable();
-  std::vector<MounterMount> mounts;
-  std::vector<std::string> staging;
-  for (const MountEntry& inner : table) {
-    const std::string file = LoopBackingFile(inner.source);
-    for (const MountEntry& server : table) {
-      if (server.type != "fuse.zq-mounter" || file != server.mountPoint + "/volume") continue;
-      mounts.push_back({server.source, inner.mountPoint, MountedReadOnly(inner)});
-      staging.push_back(server.mountPoint);
-    }
-  }
-  for (const MountEntry& server : table) {
-    const bool isStaging = std::find(staging.begin(), staging.end(), server.mountPoint) != staging.end() ||
-                           server.mountPoint.find("/zq-mounter/") != std::string::npos;
-    if (server.type == "fuse.zq-mounter" && !isStaging)
-      mounts.push_back({server.source, server.mountPoint, MountedReadOnly(server)});
+std::vector<VolumeMount> ListMounts() {
+  std::vector<VolumeMount> mounts;
+  for (const MountEntry& entry : ReadMountTable()) {
+    const bool readOnly = entry.options == "ro" || entry.options.rfind("ro,", 0) == 0;
+    mounts.push_back({entry.source, entry.mountPoint, readOnly, entry.type == "fuse.zq-mounter"});
   }
   return mounts;
 }

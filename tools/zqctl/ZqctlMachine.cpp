@@ -3,6 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <map>
+#include <set>
+
 #include "CStartupManager.h"
 #include "DeviceNames.h"
 #include "FifoOwner.h"
@@ -19,6 +22,10 @@ std::string ServiceProgram() {
   const std::string beside = platform::MainBundlePath() + "/Zq Norvane.app/Contents/MacOS/" + kServiceProcessName;
   return access(beside.c_str(), X_OK) == 0 ? "'" + beside + "'" : "BUNDLE/Contents/MacOS/" + std::string(kServiceProcessName);
 }
+
+// The mounter's staging mounts lie in its staging root, /run/zq-mounter
+// (/private/var/run/zq-mounter on macOS).
+bool IsStaging(const std::string& mountPoint) { return mountPoint.find("/zq-mounter/") != std::string::npos; }
 
 std::optional<std::pair<ino_t, long long>> ItemState(const std::string& path) {
   struct stat info;
@@ -57,18 +64,40 @@ std::optional<ChannelProblem> ChannelRefusal(const ClientChannel& channel) {
   return std::nullopt;
 }
 
+std::vector<MounterVolume> MounterVolumes() {
+  const std::vector<platform::VolumeMount> table = platform::ListMounts();
+  std::map<std::string, Activity> newestMount;  // by mount point
+  for (Activity& activity : ReadActivities(platform::ActivityLogPath()))
+    if (activity.program == "zq-mounter" && activity.status == 0) newestMount[activity.mountPoint] = std::move(activity);
+  std::set<std::string> staged;
+  for (const platform::VolumeMount& mount : table)
+    if (mount.mounterServes && IsStaging(mount.mountPoint)) staged.insert(mount.source);
+  std::vector<MounterVolume> volumes;
+  for (const platform::VolumeMount& mount : table) {
+    const auto line = newestMount.find(mount.mountPoint);
+    const bool logged = line != newestMount.end();
+    if (mount.mounterServes && !IsStaging(mount.mountPoint)) {
+      const bool same = logged && line->second.device == mount.source;
+      volumes.push_back({mount.source, mount.mountPoint, mount.readOnly, same ? line->second.time : ""});
+    } else if (!mount.mounterServes && logged && staged.count(line->second.device) != 0) {
+      volumes.push_back({line->second.device, mount.mountPoint, mount.readOnly, line->second.time});
+    }
+  }
+  return volumes;
+}
+
 std::vector<std::string> MountPointsOf(const std::string& name) {
   std::vector<std::string> points;
   if (std::optional<std::string> volume = platform::VolumeMountPath(name)) points.push_back(*volume);
   const std::string raw = RawDevicePath(BlockDevicePath(name).c_str());
-  for (const platform::MounterMount& mount : platform::MounterMounts())
-    if (mount.device == raw) points.push_back(mount.mountPoint);
+  for (const MounterVolume& volume : MounterVolumes())
+    if (volume.device == raw) points.push_back(volume.mountPoint);
   return points;
 }
 
-std::optional<platform::MounterMount> MounterMountAt(const std::string& mountPoint) {
-  for (const platform::MounterMount& mount : platform::MounterMounts())
-    if (mount.mountPoint == mountPoint) return mount;
+std::optional<MounterVolume> MounterVolumeAt(const std::string& mountPoint) {
+  for (const MounterVolume& volume : MounterVolumes())
+    if (volume.mountPoint == mountPoint) return volume;
   return std::nullopt;
 }
 

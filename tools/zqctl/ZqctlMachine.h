@@ -13,7 +13,6 @@
 
 #include "ActivityLog.h"
 #include "ClientChannels.h"
-#include "Platform.h"
 
 // The running service's process, found by its exact short name.
 std::optional<pid_t> ServicePid();
@@ -32,12 +31,27 @@ struct ChannelProblem {
 };
 std::optional<ChannelProblem> ChannelRefusal(const ClientChannel& channel);
 
+// A volume the mounter serves.
+struct MounterVolume {
+  std::string device;      // the device the mounter was given: "/dev/loop3"
+  std::string mountPoint;
+  bool readOnly;
+  std::string since;       // the time of the mounter's activity-log line; empty when there is none
+};
+
+// Every volume the mounter serves: its own FUSE mounts (the option raw),
+// and each file system mounted from the file of one in its staging folder,
+// which the mounter's activity-log line for that mount point traces back
+// to the device, whatever driver mounted it.  Staging mounts themselves
+// are left out.
+std::vector<MounterVolume> MounterVolumes();
+
 // Where anything of /dev/<name> is mounted: the volume itself, and what the
 // mounter serves from it.
 std::vector<std::string> MountPointsOf(const std::string& name);
 
-// The mounter's mount at `mountPoint`, if there is one.
-std::optional<platform::MounterMount> MounterMountAt(const std::string& mountPoint);
+// The mounter's volume at `mountPoint`, if there is one.
+std::optional<MounterVolume> MounterVolumeAt(const std::string& mountPoint);
 
 // The newest line the mounter wrote for /dev/<name> at `mountPoint` in the
 // activity log from byte `offset` on.

@@ -6,7 +6,6 @@
 #include <ctime>
 #include <string>
 
-#include "ActivityLog.h"
 #include "Platform.h"
 #include "ZqctlAnswer.h"
 #include "ZqctlMachine.h"
@@ -26,25 +25,6 @@ std::string UserName(uid_t uid) {
   return user != nullptr ? user->pw_name : "uid " + std::to_string(uid);
 }
 
-struct Volume {
-  platform::MounterMount mount;
-  std::string since;  // the time of the mounter's line for it; empty when not found
-};
-
-std::vector<Volume> MountedVolumes() {
-  const std::vector<Activity> activities = ReadActivities(platform::ActivityLogPath());
-  std::vector<Volume> volumes;
-  for (const platform::MounterMount& mount : platform::MounterMounts()) {
-    Volume volume{mount, ""};
-    for (const Activity& activity : activities)
-      if (activity.program == "zq-mounter" && activity.status == 0 && activity.device == mount.device &&
-          activity.mountPoint == mount.mountPoint)
-        volume.since = activity.time;
-    volumes.push_back(volume);
-  }
-  return volumes;
-}
-
 }  // namespace
 
 int PrintStatus(bool json) {
@@ -52,17 +32,17 @@ int PrintStatus(bool json) {
   const std::optional<time_t> started = pid ? platform::ProcessStartTime(*pid) : std::nullopt;
   const std::string since = started ? LocalTime(*started) : "";
   const uid_t user = platform::ConsoleUser();
-  const std::vector<Volume> volumes = MountedVolumes();
+  const std::vector<MounterVolume> volumes = MounterVolumes();
   if (json) {
     std::string out = "{\"running\":" + std::string(pid ? "true" : "false");
     if (pid) out += ",\"pid\":" + std::to_string(*pid);
     if (!since.empty()) out += ",\"since\":" + JsonString(since);
     out += ",\"user\":{\"uid\":" + std::to_string(user) + ",\"name\":" + JsonString(UserName(user)) + "},\"volumes\":[";
     for (size_t i = 0; i < volumes.size(); ++i) {
-      const Volume& volume = volumes[i];
-      out += std::string(i == 0 ? "" : ",") + "{\"device\":" + JsonString(volume.mount.device) +
-             ",\"mountPoint\":" + JsonString(volume.mount.mountPoint) +
-             ",\"readOnly\":" + (volume.mount.readOnly ? "true" : "false");
+      const MounterVolume& volume = volumes[i];
+      out += std::string(i == 0 ? "" : ",") + "{\"device\":" + JsonString(volume.device) +
+             ",\"mountPoint\":" + JsonString(volume.mountPoint) +
+             ",\"readOnly\":" + (volume.readOnly ? "true" : "false");
       out += (volume.since.empty() ? "" : ",\"since\":" + JsonString(volume.since)) + "}";
     }
     std::printf("%s]}\n", out.c_str());
@@ -73,9 +53,9 @@ int PrintStatus(bool json) {
       std::printf("service: not running (%s)\n", ServiceStartHint().c_str());
     std::printf("serves: %s (uid %u), the user at the machine\n", UserName(user).c_str(), static_cast<unsigned>(user));
     std::printf("volumes mounted by the mounter:%s\n", volumes.empty() ? " none" : "");
-    for (const Volume& volume : volumes)
-      std::printf("  %s at %s: %s%s\n", volume.mount.device.c_str(), volume.mount.mountPoint.c_str(),
-                  volume.mount.readOnly ? "read-only" : "read-write",
+    for (const MounterVolume& volume : volumes)
+      std::printf("  %s at %s: %s%s\n", volume.device.c_str(), volume.mountPoint.c_str(),
+                  volume.readOnly ? "read-only" : "read-write",
                   volume.since.empty() ? "" : (", since " + volume.since).c_str());
   }
   return pid ? kZqctlSuccess : kZqctlNoService;

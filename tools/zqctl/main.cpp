@@ -103,8 +103,8 @@ ZqctlObservation Observe(const ZqctlRequest& request, const Before& before) {
       if (std::find(after.begin(), after.end(), path) == after.end()) seen.unmounted.push_back(path);
   } else if (request.record.type == eCOMMAND_BITLOCKER_MOUNT) {
     seen.activity = MounterActivity(request.device, request.mountPoint, before.activityEnd);
-    if (const std::optional<platform::MounterMount> mount = MounterMountAt(request.mountPoint))
-      seen.readOnly = mount->readOnly;
+    if (const std::optional<MounterVolume> volume = MounterVolumeAt(request.mountPoint))
+      seen.readOnly = volume->readOnly;
   }
   return seen;
 }
