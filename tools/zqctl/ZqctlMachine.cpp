@@ -49,7 +49,7 @@ std::string ServiceStartHint() { return "start it with: sudo " + ServiceProgram(
 std::optional<ChannelProblem> ChannelRefusal(const ClientChannel& channel) {
   const std::optional<pid_t> service = ServicePid();
   if (!service) return ChannelProblem{kZqctlNoService, "the service is not running (" + ServiceStartHint() + ")"};
-  for (const auto& [path, access] : {std::make_pair(channel.toClient, R_OK), std::make_pair(channel.toService, W_OK)}) {
+  for (const auto& [path, mode] : {std::make_pair(channel.toClient, R_OK), std::make_pair(channel.toService, W_OK)}) {
     const std::string refusal = FifoOwnerRefusal(path);
     if (!refusal.empty()) return ChannelProblem{kZqctlPermission, "permission denied: " + refusal};
     struct stat info;
@@ -57,9 +57,10 @@ std::optional<ChannelProblem> ChannelRefusal(const ClientChannel& channel) {
     if (stat(path, &info) != 0)
       return ChannelProblem{kZqctlNoService, "the service (pid " + std::to_string(*service) +
                                                  ") has not made its channel " + path};
-    if (::access(path, access) != 0)
-      return ChannelProblem{kZqctlPermission, "permission denied: " + std::string(path) + " is open to its owner, uid " +
-                                                  std::to_string(info.st_uid) + " (the user at the machine), and root"};
+    if (access(path, mode) != 0)
+      return ChannelProblem{kZqctlPermission, "permission denied: " + std::string(path) + " belongs to uid " +
+                                                  std::to_string(info.st_uid) +
+                                                  "; run zqctl as the user at the machine or as root"};
   }
   return std::nullopt;
 }

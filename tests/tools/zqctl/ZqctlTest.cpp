@@ -219,8 +219,8 @@ TEST_F(ZqctlTest, NoServicePermissionAndTimeoutAreTold) {
   EXPECT_EQ(Zqctl("status").first, 3);
   StartService();
   EXPECT_EQ(Zqctl("ping", "", "setpriv --reuid=4343 --regid=4343 --clear-groups "),
-            Said(5, "zqctl: permission denied: /tmp/zq_btl_1 is open to its owner, uid 0 (the user at the machine), "
-                    "and root\n"));
+            Said(5, "zqctl: permission denied: /tmp/zq_btl_1 belongs to uid 0; run zqctl as the user at the machine "
+                    "or as root\n"));
   const Said status = Zqctl("status");
   const std::string running = "service: running, pid " + std::to_string(service->pid()) + ", since ";
   ASSERT_EQ(status.first, 0);
