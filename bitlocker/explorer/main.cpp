@@ -14,8 +14,8 @@
 // be made.  Each run leaves one line in the activity log (ActivityLog.h):
 // how opening the volume, and then connecting, ended.
 #include <algorithm>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <memory>
 #include <optional>
