@@ -50,11 +50,16 @@ int MakeAnew(const std::string& path) {
 
 }  // namespace
 
-CDevLogs::CDevLogs(const std::string& path) : file_(nullptr), message_{} {
+int OpenOwnLogFile(const std::string& path) {
   int fd = OpenOwnFile(path);
   if (fd < 0) fd = MakeAnew(path);
+  if (fd >= 0) fcntl(fd, F_SETFL, O_APPEND);
+  return fd;
+}
+
+CDevLogs::CDevLogs(const std::string& path) : file_(nullptr), message_{} {
+  const int fd = OpenOwnLogFile(path);
   if (fd >= 0) {
-    fcntl(fd, F_SETFL, O_APPEND);
     file_ = fdopen(fd, "a");
     if (file_ == nullptr) close(fd);
   }
@@ -94,13 +99,17 @@ void CDevLogs::WriteLog(const char* format, ...) {
   std::vsnprintf(message, static_cast<size_t>(length) + 1, format, arguments);
   va_end(arguments);
 
-  line_.assign(kLinePrefix);
-  line_ += CurrentTimeString();
-  line_ += "    ";
-  line_.append(message, static_cast<size_t>(length));
-  line_ += "\r\n";
+  FormatLine(message, static_cast<size_t>(length), &line_);
   std::fwrite(line_.data(), 1, line_.size(), file_);
   std::fflush(file_);
+}
+
+void CDevLogs::FormatLine(const char* message, size_t length, std::string* line) {
+  line->assign(kLinePrefix);
+  *line += CurrentTimeString();
+  *line += "    ";
+  line->append(message, length);
+  *line += "\r\n";
 }
 
 std::string CDevLogs::CurrentTimeString() {

@@ -40,11 +40,21 @@ class CDevLogs {
   // The local time now, as "2024-03-07 09:05:01".
   static std::string CurrentTimeString();
 
+  // Makes *line the log line of a message: prefix, time, blanks, CR LF.
+  static void FormatLine(const char* message, size_t length, std::string* line);
+
  private:
   std::mutex mutex_;  // guards the two buffers and the stream position
   FILE* file_;
   char message_[kMessageBufferSize];
   std::string line_;
 };
+
+// A descriptor appending to the log file at `path`, opened as the log's
+// constructor opens it: a regular file of this process's user with one
+// link is kept; anything else there is taken away and the file made anew,
+// mode 0644.  Never follows a link and never waits.  -1 when it cannot be
+// had.
+int OpenOwnLogFile(const std::string& path);
 
 #endif  // ZQ_SYSTEM_CDEVLOGS_H_

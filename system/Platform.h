@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <functional>
 #include <optional>
 #include <string>
@@ -41,6 +42,10 @@ std::vector<pid_t> ListProcessIds();
 // The short command name of one process; nullopt when it has gone or cannot
 // be inspected.
 std::optional<std::string> ProcessShortName(pid_t pid);
+
+// When the process started, in seconds since the epoch; nullopt when it has
+// gone or cannot be inspected.
+std::optional<time_t> ProcessStartTime(pid_t pid);
 
 // ---- Child processes --------------------------------------------------
 
@@ -80,6 +85,18 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName);
 // The folders below which volumes are mounted: /Volumes on macOS; /media,
 // /run/media and /mnt on Linux.
 std::vector<std::string> VolumesFolders();
+
+// One mount of the mount table.
+struct VolumeMount {
+  std::string source;      // what the table names: "/dev/loop3", an image file, a driver's name
+  std::string mountPoint;
+  bool readOnly;
+  bool mounterServes;      // a FUSE mount of zq-mounter, whose source is the device it was given
+};
+
+// Every mount: of this process's mount namespace on Linux, of the machine
+// on macOS.
+std::vector<VolumeMount> ListMounts();
 
 // ---- Users -----------------------------------------------------------
 
@@ -122,6 +139,13 @@ void EnableBootService(const std::string& rootFolder, const std::string& program
 // Removes the link and the unit that EnableBootService writes, under the
 // same checks of the folders.
 void DisableBootService(const std::string& rootFolder);
+
+// ---- Logs ---------------------------------------------------------------
+
+// The activity log of the mounter and the explorer, in a folder of root's
+// outside /tmp: /var/log/zq-norvane/activity.log on Linux,
+// "/Library/Logs/Zq Norvane/activity.log" on macOS.
+std::string ActivityLogPath();
 
 // ---- Background work --------------------------------------------------
 

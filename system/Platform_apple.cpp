@@ -11,6 +11,7 @@
 #include <stdlib.h>
 #include <sys/disk.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/param.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -107,6 +108,13 @@ std::optional<std::string> ProcessShortName(pid_t pid) {
   return std::string(info.pbi_comm, strnlen(info.pbi_comm, kShortNameLength));
 }
 
+std::optional<time_t> ProcessStartTime(pid_t pid) {
+  proc_bsdinfo info;
+  std::memset(&info, 0, sizeof info);
+  if (proc_pidinfo(pid, PROC_PIDTBSDINFO, 0, &info, sizeof info) <= 0) return std::nullopt;
+  return static_cast<time_t>(info.pbi_start_tvsec);
+}
+
 int MakePipe(int fds[2]) {
   if (pipe(fds) != 0) return errno;
   for (int end = 0; end < 2; ++end) {
@@ -185,6 +193,22 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   if (path.empty()) return std::nullopt;
   return path;
 }
+
+// The mounter names its macFUSE mounts by the raw device it was given.
+std::vector<VolumeMount> ListMounts() {
+  struct statfs* table = nullptr;
+  const int count = getmntinfo(&table, MNT_NOWAIT);
+  std::vector<VolumeMount> mounts;
+  for (int i = 0; i < count; ++i) {
+    const std::string type = table[i].f_fstypename, source = table[i].f_mntfromname;
+    const bool fuse = type == "macfuse" || type == "osxfuse";
+    mounts.push_back({source, table[i].f_mntonname, (table[i].f_flags & MNT_RDONLY) != 0,
+                      fuse && source.rfind("/dev/", 0) == 0});
+  }
+  return mounts;
+}
+
+std::string ActivityLogPath() { return "/Library/Logs/Zq Norvane/activity.log"; }
 
 std::vector<std::string> VolumesFolders() { return {"/Volumes"}; }
 

@@ -106,6 +106,24 @@ std::optional<std::string> ProcessShortName(pid_t pid) {
   return name;
 }
 
+// The stat line's field 22 is the start in clock ticks after boot, and
+// /proc/stat's btime the boot in seconds since the epoch.
+std::optional<time_t> ProcessStartTime(pid_t pid) {
+  const std::optional<std::string> stat = ReadSmallFile("/proc/" + std::to_string(pid) + "/stat");
+  const std::optional<std::string> machine = ReadSmallFile("/proc/stat");
+  const size_t nameEnd = stat ? stat->rfind(')') : std::string::npos;
+  const size_t boot = machine ? machine->find("\nbtime ") : std::string::npos;
+  if (nameEnd == std::string::npos || boot == std::string::npos) return std::nullopt;
+  std::istringstream fields(stat->substr(nameEnd + 1));
+  std::string field;
+  for (int number = 3; number < 22 && fields >> field; ++number) {
+  }
+  unsigned long long ticks = 0;
+  if (!(fields >> ticks)) return std::nullopt;
+  const time_t bootTime = static_cast<time_t>(std::stoll(machine->substr(boot + 7)));
+  return bootTime + static_cast<time_t>(ticks / static_cast<unsigned long long>(sysconf(_SC_CLK_TCK)));
+}
+
 int MakePipe(int fds[2]) {
   if (pipe2(fds, O_CLOEXEC) != 0) return errno;
   for (int end = 0; end < 2; ++end) {
@@ -226,6 +244,17 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   }
   return std::nullopt;
 }
+
+std::vector<VolumeMount> ListMounts() {
+  std::vector<VolumeMount> mounts;
+  for (const MountEntry& entry : ReadMountTable()) {
+    const bool readOnly = entry.options == "ro" || entry.options.rfind("ro,", 0) == 0;
+    mounts.push_back({entry.source, entry.mountPoint, readOnly, entry.type == "fuse.zq-mounter"});
+  }
+  return mounts;
+}
+
+std::string ActivityLogPath() { return "/var/log/zq-norvane/activity.log"; }
 
 std::vector<std::string> VolumesFolders() { return {"/media", "/run/media", "/mnt"}; }
 

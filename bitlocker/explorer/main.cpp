@@ -1,6 +1,7 @@
 // "Zq Norvane Explorer" for Linux, without a window:
 //
 //   "Zq Norvane Explorer" RAW_DEVICE < CREDENTIAL
+//   "Zq Norvane Explorer" -h | --help | --version
 //
 // Opens the BitLocker volume on RAW_DEVICE with the credential that is the
 // first line of its standard input (a password, a recovery password, the
@@ -10,20 +11,24 @@
 // is printed.  It ends on a forwarded command whose byte is 'q', or when
 // the service no longer answers.  Exit statuses: 0 after either end, 2 for
 // a usage error, 3 when the volume does not open, 4 when the FIFOs cannot
-// be made.
+// be made.  Each run leaves one line in the activity log (ActivityLog.h):
+// how opening the volume, and then connecting, ended.
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "ActivityLog.h"
 #include "CBitlockerVolume.h"
 #include "CExplorerClient.h"
 #include "CredentialInput.h"
 #include "Credential.h"
 #include "SectorCipher.h"
 #include "BitlockerStatus.h"
+#include "ProgramVersion.h"
 #include "VolumeReport.h"
 
 namespace {
@@ -36,7 +41,19 @@ constexpr unsigned kAnswerSeconds = 3;
 constexpr unsigned kFirstAnswerSeconds = 10;
 constexpr int kMissedChecksToEnd = 2;
 
+constexpr char kProgramName[] = "Zq Norvane Explorer";
+constexpr char kUsage[] =
+    "usage: \"Zq Norvane Explorer\" RAW_DEVICE < CREDENTIAL\n"
+    "\nOpens the BitLocker volume on RAW_DEVICE with the credential on the first line of\n"
+    "standard input, prints what it is, and prints each command forwarded to it as the\n"
+    "client FileExplorer until the byte 'q' or until the service goes away.\n"
+    "\nExit status: 0 ended, 2 usage, 3 the volume did not open, 4 no channel.\n";
+
 using namespace bitlocker;
+
+void LogRun(const std::string& device, Status status, const std::string& report) {
+  AppendActivity({kProgramName, device, "", status, StatusName(status), report, ""});
+}
 
 bool OpenVolume(const std::string& device, const std::string& credentialText,
                 std::unique_ptr<CBitlockerVolume>* volume, std::unique_ptr<CUnlockedVolume>* unlocked) {
@@ -48,6 +65,7 @@ bool OpenVolume(const std::string& device, const std::string& credentialText,
   }
   if (status == Status::kOk) return true;
   std::fprintf(stderr, "Zq Norvane Explorer: %s: %s: %s\n", device.c_str(), StatusName(status), why.c_str());
+  LogRun(device, status, std::string(StatusName(status)) + ": " + why);
   return false;
 }
 
@@ -69,9 +87,20 @@ void Say(const char* line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::optional<std::string> credential = argc == 2 ? ReadCredential("Credential: ") : std::nullopt;
+  const char* word = argc == 2 ? argv[1] : "";
+  if (std::strcmp(word, "-h") == 0 || std::strcmp(word, "--help") == 0) {
+    std::printf("%s", kUsage);
+    return kExplorerEnded;
+  }
+  if (std::strcmp(word, "--version") == 0) {
+    std::printf("%s %s\n", kProgramName, kProgramVersion);
+    return kExplorerEnded;
+  }
+  std::optional<std::string> credential =
+      argc == 2 && word[0] != '-' ? ReadCredential("Credential: ") : std::nullopt;
   if (!credential) {
-    std::fprintf(stderr, "usage: \"Zq Norvane Explorer\" RAW_DEVICE < CREDENTIAL\n");
+    if (argc == 2 && word[0] == '-') std::fprintf(stderr, "Zq Norvane Explorer: unknown option '%s'\n", word);
+    std::fprintf(stderr, "%s", kUsage);
     return kExplorerUsage;
   }
   const std::string device = argv[1];
@@ -86,13 +115,16 @@ int main(int argc, char** argv) {
   std::string why;
   if (!client.Connect(&why)) {
     std::fprintf(stderr, "Zq Norvane Explorer: %s\n", why.c_str());
+    LogRun(device, Status::kOk, "opened; no channel: " + why);
     return kExplorerNoChannel;
   }
   if (!client.ServiceAnswers(kFirstAnswerSeconds)) {
     Say("the service does not answer");
+    LogRun(device, Status::kOk, "opened; the service does not answer");
     return kExplorerEnded;
   }
   Say("connected to the service as FileExplorer");
+  LogRun(device, Status::kOk, "opened; connected to the service as FileExplorer");
   for (int missed = 0; missed < kMissedChecksToEnd;) {
     if (client.WaitForQuit(kCheckEverySeconds)) {
       Say("quit");

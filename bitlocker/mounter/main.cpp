@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "ActivityLog.h"
 #include "CCallerReport.h"
 #include "CMountSession.h"
 #include "CredentialInput.h"
@@ -61,6 +62,12 @@ bool PrepareMountPoint(std::string* mountPoint, bool* made, std::string* error) 
 int main(int argc, char** argv) {
   MountRequest request;
   std::string error;
+  // Each run leaves one line in the activity log, written before the caller
+  // is told, with what it is told.
+  const auto logRun = [&](int status, const std::string& report) {
+    AppendActivity({"zq-mounter", argc > 1 ? argv[1] : "", argc > 2 ? argv[2] : "", status,
+                    DescribeMounterStatus(status), report.empty() ? DescribeMounterStatus(status) : report, ""});
+  };
   const uid_t consoleUser = platform::ConsoleUser();
   if (ParseMountRequest(std::vector<std::string>(argv + 1, argv + argc), &request, &error) &&
       SettleOwner(consoleUser, PrimaryGroupOf(consoleUser), &request, &error))
@@ -69,6 +76,7 @@ int main(int argc, char** argv) {
   if (error.empty() && !(credential = ReadCredential("Credential: "))) error = "no credential on standard input";
   if (!error.empty()) {
     std::fprintf(stderr, "zq-mounter: %s\n%s", error.c_str(), kUsage);
+    logRun(kMounterUsage, error);
     return kMounterUsage;
   }
 
@@ -77,12 +85,15 @@ int main(int argc, char** argv) {
   const int opened = OpenPackageVolume(request.rawDevice, *credential, &volume);
   WipeCredential(&*credential);
   if (opened != bitlocker::kOk) {
-    caller.Send(opened, std::string(DescribeMounterStatus(opened)) + ": " + request.rawDevice);
+    const std::string report = std::string(DescribeMounterStatus(opened)) + ": " + request.rawDevice;
+    logRun(opened, report);
+    caller.Send(opened, report);
     return opened;
   }
 
   bool madeMountPoint = false;
   if (!PrepareMountPoint(&request.mountPoint, &madeMountPoint, &error)) {
+    logRun(kMounterMountFailed, error);
     caller.Send(kMounterMountFailed, error);
     return kMounterMountFailed;
   }
@@ -90,6 +101,7 @@ int main(int argc, char** argv) {
   CMountSession session(std::move(volume), request, madeMountPoint);
   std::string message;
   const int status = session.Start(&message);
+  logRun(status, message);
   caller.Send(status, message);
   if (status != bitlocker::kOk) return status;
   session.ServeUntilUnmounted();

@@ -9,12 +9,16 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <tuple>
 
+#include "ActivityLog.h"
 #include "FileContents.h"
 #include "LoopDevice.h"
 #include "MountTable.h"
 #include "MounterHarness.h"
 #include "MounterStatus.h"
+#include "Platform.h"
+#include "ProgramRun.h"
 #include "ServiceClients.h"
 #include "TaskWrapper.h"
 #include "TempDir.h"
@@ -25,6 +29,14 @@ namespace {
 constexpr int kAnswerSeconds = 60;
 
 bool Contains(const std::string& text, const char* part) { return text.find(part) != std::string::npos; }
+
+// zqctl's status and all it printed.  It plays FileExplorer: the tests'
+// own client is MainUI.
+std::pair<int, std::string> Zqctl(std::vector<std::string> words, const std::string& input = "") {
+  words.insert(words.begin(), {"--as", "FileExplorer"});
+  const ProgramRun run = RunProgram(ZQCTL, words, input);
+  return {run.status, run.output + run.errors};
+}
 
 class MountEndToEndTest : public testing::Test {
  protected:
@@ -61,6 +73,23 @@ class MountEndToEndTest : public testing::Test {
   // The mount point's blank is escaped, as a client writes it for the shell.
   int64_t Mount(const LoopDevice& loop, const std::string& credential, const char* options = "raw") {
     return Ask(eCOMMAND_BITLOCKER_MOUNT, loop, "/media/mount\\ point", options, credential);
+  }
+  // Mounts as Mount does, and expects the activity log to gain one line
+  // that tells the answer in the mounter's words and holds no credential.
+  int64_t MountLogged(const LoopDevice& loop, const std::string& credential) {
+    const std::string log = platform::ActivityLogPath();
+    const long long end = ActivityLogEnd(log);
+    const int64_t answer = Mount(loop, credential);
+    const std::vector<Activity> added = ReadActivities(log, end);
+    EXPECT_EQ(added.size(), 1u) << ReadFile(log);
+    for (const Activity& line : added) {
+      EXPECT_EQ(std::tie(line.program, line.device, line.mountPoint, line.status),
+                std::tie("zq-mounter", loop.devicePath(), mountPoint_, answer));
+      EXPECT_EQ(line.result, DescribeMounterStatus(static_cast<int>(answer)));
+      EXPECT_FALSE(line.report.empty());
+    }
+    EXPECT_EQ(ReadFile(log).find(credential), std::string::npos) << "the credential is in the activity log";
+    return answer;
   }
   void ForwardToExplorer(unsigned char byte) {
     CCommandDataWrapper<char> forward = MakeRecord(eCOMMAND_TO_FILE_EXPLORER);
@@ -121,12 +150,13 @@ TEST_F(MountEndToEndTest, DetectionFindsEveryImageAndLeavesAnythingElseAlone) {
 
 // A wrong credential answers the mounter's code and leaves nothing; each
 // right one mounts the volume with the manifest's digest, unseen by others.
+// Every mount leaves one line in the activity log, never the credential.
 TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
   ZQ_REQUIRE_IMAGES(images);
   for (const testimages::Image& image : *images) {
     LoopDevice loop(image.path, 0, true);
     ASSERT_TRUE(loop.valid()) << image.name;
-    EXPECT_EQ(Mount(loop, "it's not the password"), bitlocker::kWrongCredential) << image.name;
+    EXPECT_EQ(MountLogged(loop, "it's not the password"), bitlocker::kWrongCredential) << image.name;
     EXPECT_NE(access(mountPoint_.c_str(), F_OK), 0) << image.name << ": a folder was left behind";
     EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << image.name;
     std::vector<std::pair<const char*, std::string>> credentials = {{"recovery password", image.recoveryPassword}};
@@ -134,7 +164,7 @@ TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
     if (!image.startupKeyPath.empty()) credentials.push_back({"startup key", image.startupKeyPath});
     for (const auto& [kind, credential] : credentials) {
       SCOPED_TRACE(image.name + " with its " + kind);
-      ASSERT_EQ(Mount(loop, credential), bitlocker::kOk);
+      ASSERT_EQ(MountLogged(loop, credential), bitlocker::kOk);
       EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
       EXPECT_FALSE(AnyProcessShows(credential)) << "the credential is on a command line or in an environment";
       const std::string options = TopMountAt(ReadMountTable(), mountPoint_).value_or(MountEntry{}).options;
@@ -173,6 +203,27 @@ TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
       << "others may use it";
 }
 
+// zqctl tells the mount in the mounter's words and the mount table's, lists
+// it in its status, and tells what check then unmounted.
+TEST_F(MountEndToEndTest, ZqctlTellsTheMountAndWhatCheckUnmounted) {
+  ZQ_REQUIRE_IMAGES(images);
+  const testimages::Image& image = images->front();
+  LoopDevice loop(image.path, 0, true);
+  ASSERT_TRUE(loop.valid());
+  const std::string name = loop.bsdName();
+  EXPECT_EQ(Zqctl({"mount", name, mountPoint_, "raw"}, "not it\n"),
+            std::make_pair(1, "zqctl: mount of " + name + " at " + mountPoint_ +
+                                  " failed: wrong credential (2); the mounter said: wrong credential: " +
+                                  loop.devicePath() + "\n"));
+  EXPECT_EQ(Zqctl({"mount", name, mountPoint_, "raw"}, image.recoveryPassword + "\n"),
+            std::make_pair(0, name + " at " + mountPoint_ + ": mounted read-only\n"));
+  const std::string status = Zqctl({"status"}).second;
+  EXPECT_NE(status.find("\n  " + loop.devicePath() + " at " + mountPoint_ + ": read-only, since "), std::string::npos)
+      << status;
+  EXPECT_EQ(Zqctl({"check", loop.devicePath()}),
+            std::make_pair(0, name + ": BitLocker volume; unmounted it from " + mountPoint_ + "\n"));
+}
+
 // The explorer connects as FileExplorer, ends on 'q' alone, and ends when
 // the service goes away; a failed open starts none.
 TEST_F(MountEndToEndTest, ExplorerConnectsAndEndsOnQOrWhenTheServiceGoesAway) {
@@ -198,6 +249,27 @@ TEST_F(MountEndToEndTest, ExplorerConnectsAndEndsOnQOrWhenTheServiceGoesAway) {
   EXPECT_TRUE(service_->WaitForExit(10).has_value());
   EXPECT_TRUE(WaitUntilNoProcessWithWord(loop.devicePath(), 30)) << ReadFile(output_);
   EXPECT_TRUE(OutputShows("the service went away", 1)) << ReadFile(output_);
+}
+
+// zqctl's status lists a file system inside a volume by the device the
+// mounter was given, whatever driver mounted it, and not the staging mount.
+TEST(ZqctlStatusTest, ListsAFileSystemInsideByItsDeviceAndNotItsStaging) {
+  const std::string why = ServiceTestsUnavailable() + FuseUnavailable();
+  if (!why.empty()) GTEST_SKIP() << why;
+  if (RunShell("command -v mkfs.fat >/dev/null") != 0) GTEST_SKIP() << "mkfs.fat is not installed";
+  const TempDir root;
+  const std::string macos = root("Plain.app/Contents/MacOS"), image = root("image"), at = "/media/fat point";
+  ASSERT_EQ(RunShell("mkdir -p '" + macos + "' && cp '" ZQ_MOUNTER_FILE "' '" + macos + "/' && cp '" ZQ_PLAIN_LIBRARY_FILE
+                     "' '" + macos + "/libBitLockerWapper.dylib' && truncate -s 48M '" + image + "' && mkfs.fat '" +
+                     image + "' >/dev/null"),
+            0);
+  const ProgramRun run = RunProgram(macos + "/zq-mounter", {image, at, ""}, "plain\n");
+  ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
+  const std::string status = Zqctl({"status"}).second;
+  EXPECT_NE(status.find("\n  " + image + " at " + at + ": read-only, since "), std::string::npos) << status;
+  EXPECT_EQ(status.find(image + " at /run/zq-mounter/"), std::string::npos) << status;
+  ASSERT_EQ(umount(at.c_str()), 0);
+  EXPECT_TRUE(WaitUntilNoProcessWithWord(at, 10));
 }
 
 }  // namespace

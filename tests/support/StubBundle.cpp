@@ -6,6 +6,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "Platform.h"
 #include "ShellQuoting.h"
 
 int RunShell(const std::string& command) {
@@ -34,6 +35,7 @@ StubBundle::StubBundle(const std::string& parent) {
              " && chmod 755 " + SingleQuoted(root_) + " && touch " + SingleQuoted(stubDir_ + "/calls");
   if (RunShell(command) != 0) throw std::runtime_error("failed: " + command);
   setenv("ZQ_STUB_DIR", stubDir_.c_str(), 1);
+  setenv("ZQ_ACTIVITY_LOG", platform::ActivityLogPath().c_str(), 1);
   const char* path = std::getenv("PATH");
   oldPath_ = path ? path : "";
   setenv("PATH", (root_ + "/bin:" + oldPath_).c_str(), 1);
@@ -42,6 +44,7 @@ StubBundle::StubBundle(const std::string& parent) {
 StubBundle::~StubBundle() {
   setenv("PATH", oldPath_.c_str(), 1);
   unsetenv("ZQ_STUB_DIR");
+  unsetenv("ZQ_ACTIVITY_LOG");
   RunShell("rm -rf " + SingleQuoted(root_));
 }
 

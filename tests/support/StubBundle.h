@@ -24,7 +24,8 @@ inline void PrintTo(const StubCall& call, std::ostream* out) {
 class StubBundle {
  public:
   // Makes the bundle under `parent` (a fresh temporary folder when empty),
-  // points ZQ_STUB_DIR at its record and puts its bin folder first on PATH.
+  // points ZQ_STUB_DIR at its record and ZQ_ACTIVITY_LOG at the activity
+  // log, and puts its bin folder first on PATH.
   explicit StubBundle(const std::string& parent = "");
   ~StubBundle();
   StubBundle(const StubBundle&) = delete;

@@ -5,7 +5,8 @@
 # standard input to "$ZQ_STUB_DIR/<program>.input".  What it prints and how
 # it exits come from files in $ZQ_STUB_DIR named after the program and its
 # first argument ("diskutil-unmount.stdout") or the program alone
-# ("zq-mounter.exit").
+# ("zq-mounter.exit").  A line in "<program>.activity" is appended to the
+# activity log ($ZQ_ACTIVITY_LOG) before the answer, as the mounter does.
 name=$(basename "$0")
 dir=${ZQ_STUB_DIR:?}
 printf '%s\0%s\0' "$name" "$#" >>"$dir/calls"
@@ -30,6 +31,7 @@ if count=$(answer "$1" rendezvous); then
   done
 fi
 if delay=$(answer "$1" delay); then sleep "$delay"; fi
+if line=$(answer "$1" activity); then printf '%s\r\n' "$line" >>"${ZQ_ACTIVITY_LOG:?}"; fi
 answer "$1" stdout
 answer "$1" stderr >&2
 status=$(answer "$1" exit) || status=0

@@ -4,9 +4,78 @@
 #include <cstring>
 
 #include "BitlockerStatus.h"
+#include "CBitlockerExplorer.h"
 #include "MounterStatus.h"
 
 namespace {
+
+// What the mount command answers when the mounter could not be started, as
+// a shell would.
+constexpr uint32_t kMounterNotStarted = 127;
+
+// How an answer reads: its exit status and its cause in words; a null
+// cause is the status's own words from MounterStatus.h (mount) or
+// BitlockerStatus.h (explore).  Results not listed are failures.
+struct Wording {
+  COMMAND_TYPE command;
+  uint32_t result;
+  int status;
+  const char* cause;
+};
+
+constexpr Wording kWordings[] = {
+    {eCOMMAND_CHECK_CONNECTION, kResultServiceThere, kZqctlSuccess, "the service is running"},
+    {eCOMMAND_BITLOCKER_CHECK, kResultIsBitlocker, kZqctlSuccess, "BitLocker volume"},
+    {eCOMMAND_BITLOCKER_CHECK, kResultIsNotBitlocker, kZqctlFailure, "not a BitLocker volume"},
+    {eCOMMAND_BITLOCKER_MOUNT, bitlocker::kOk, kZqctlSuccess, nullptr},
+    {eCOMMAND_BITLOCKER_MOUNT, kResultUnmountFailed, kZqctlFailure,
+     "the device could not be unmounted first (something on it is in use)"},
+    {eCOMMAND_BITLOCKER_MOUNT, kMounterNotStarted, kZqctlFailure, "the mounter could not be started"},
+    {eCOMMAND_BITLOCKER_EXPLORER, bitlocker::kOk, kZqctlSuccess, "opened in the explorer"},
+    {eCOMMAND_BITLOCKER_EXPLORER, kResultUnmountFailed, kZqctlFailure,
+     "the device could not be unmounted first (something on it is in use)"},
+    {eCOMMAND_BITLOCKER_EXPLORER, CBitlockerExplorer::kLibraryMissing, kZqctlFailure,
+     "the BitLocker library is missing from the bundle"},
+};
+
+// A refused mount that the mounter never saw was refused by the service,
+// which says why in its own log.
+constexpr char kServiceRefusal[] = "the service refused the request: see /tmp/zqlog.log";
+
+std::string TextOf(const CCommandDataWrapper<char>& answer) {
+  return std::string(answer.reply.text, strnlen(answer.reply.text, sizeof answer.reply.text));
+}
+
+// nullopt for a result the command never answers.
+std::optional<ZqctlOutcome> Worded(COMMAND_TYPE command, uint32_t result, const ZqctlObservation& seen) {
+  for (const Wording& wording : kWordings)
+    if (wording.command == command && wording.result == result && wording.cause != nullptr)
+      return ZqctlOutcome{wording.status, wording.cause};
+  const int status = static_cast<int>(result);
+  if (command == eCOMMAND_BITLOCKER_MOUNT) {
+    if (result == kMounterUsage && !seen.activity) return ZqctlOutcome{kZqctlFailure, kServiceRefusal};
+    return ZqctlOutcome{result == bitlocker::kOk ? kZqctlSuccess : kZqctlFailure, DescribeMounterStatus(status)};
+  }
+  if (command == eCOMMAND_BITLOCKER_EXPLORER && bitlocker::StatusName(status) != nullptr)
+    return ZqctlOutcome{kZqctlFailure, bitlocker::StatusName(status)};
+  return std::nullopt;
+}
+
+// The mounter's sentence for a mount that worked: its own when it says how
+// the volume is mounted, else what the mount table shows.
+std::string MountedSentence(const ZqctlObservation& seen) {
+  if (seen.activity && seen.activity->report.rfind("mounted ", 0) == 0) return seen.activity->report;
+  if (!seen.readOnly) return DescribeMounterStatus(bitlocker::kOk);
+  return *seen.readOnly ? "mounted read-only" : "mounted read-write";
+}
+
+std::string JoinedPaths(const std::vector<std::string>& paths) {
+  std::string joined;
+  for (const std::string& path : paths) joined += (joined.empty() ? "" : ", ") + path;
+  return joined;
+}
+
+}  // namespace
 
 std::string JsonString(const std::string& text) {
   std::string out = "\"";
@@ -25,64 +94,66 @@ std::string JsonString(const std::string& text) {
   return out + "\"";
 }
 
-std::string TextOf(const CCommandDataWrapper<char>& answer) {
-  return std::string(answer.reply.text, strnlen(answer.reply.text, sizeof answer.reply.text));
-}
-
-std::string WithCode(const std::string& text, uint32_t result) { return text + " (" + std::to_string(result) + ")"; }
-
-// What a non-zero result of the mount or explorer command means: the
-// service's own answers, else the mounter's or the library's status.
-std::string FailureReason(uint32_t result, bool mount) {
-  switch (result) {
-    case kResultUnmountFailed: return "the device could not be unmounted first";
-    case 127: return "the program could not be started";
-    case 255: return "the BitLocker library or the shell is missing";
-    default: break;
-  }
-  if (mount && result == kMounterUsage) return "the service refused the request: see /tmp/zqlog.log";
-  const int status = static_cast<int>(result);
-  const char* name = mount ? DescribeMounterStatus(status) : bitlocker::StatusName(status);
-  return name != nullptr ? name : "the program ended with a failure";
-}
-
-}  // namespace
-
-ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapper<char>& answer) {
+ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapper<char>& answer,
+                            const ZqctlObservation& seen) {
   const uint32_t result = answer.reply.result;
-  const std::string& device = request.operands.empty() ? std::string() : request.operands[0];
-  switch (request.record.type) {
-    case eCOMMAND_CHECK_CONNECTION:
-      if (result == kResultServiceThere) return {kZqctlSuccess, "the service is running"};
-      break;
+  const auto command = static_cast<COMMAND_TYPE>(request.record.type);
+  const std::string code = " (" + std::to_string(result) + ")";
+  const std::optional<ZqctlOutcome> found = Worded(command, result, seen);
+  if (!found) return {kZqctlFailure, "unexpected answer" + code};
+  const ZqctlOutcome& worded = *found;
+  switch (command) {
     case eCOMMAND_BITLOCKER_CHECK:
-      if (result == kResultIsBitlocker) return {kZqctlSuccess, TextOf(answer) + ": BitLocker volume"};
-      if (result == kResultIsNotBitlocker) return {kZqctlFailure, TextOf(answer) + ": not a BitLocker volume"};
-      break;
-    case eCOMMAND_BITLOCKER_MOUNT:
-      if (result == 0) return {kZqctlSuccess, device + ": mounted at " + request.operands[1]};
-      return {kZqctlFailure, WithCode("mount failed: " + FailureReason(result, true), result)};
+      return {worded.status, TextOf(answer) + ": " + worded.message +
+                                 (seen.unmounted.empty() ? "" : "; unmounted it from " + JoinedPaths(seen.unmounted))};
+    case eCOMMAND_BITLOCKER_MOUNT: {
+      const std::string where = request.device + " at " + request.mountPoint;
+      if (worded.status == kZqctlSuccess) return {worded.status, where + ": " + MountedSentence(seen)};
+      std::string report = seen.activity ? seen.activity->report : "";
+      report.erase(report.find_last_not_of(" \n") + 1);  // a driver's output ends its lines
+      return {worded.status, "mount of " + where + " failed: " + worded.message + code +
+                                 (report.empty() || report == worded.message ? "" : "; the mounter said: " + report)};
+    }
     case eCOMMAND_BITLOCKER_EXPLORER:
-      if (result == 0) return {kZqctlSuccess, device + ": opened in the explorer"};
-      return {kZqctlFailure, WithCode("explore failed: " + FailureReason(result, false), result)};
+      if (worded.status == kZqctlSuccess) return {worded.status, request.device + ": " + worded.message};
+      return {worded.status, "explore of " + request.device + " failed: " + worded.message + code};
     default:
-      break;
+      return worded;
   }
-  return {kZqctlFailure, WithCode("unexpected answer", result)};
+}
+
+ZqctlOutcome DescribeStartup(bool on, const StartupItemsState& before, const StartupItemsState& after) {
+  if (!on) {
+    if (after.daemon || after.agent) return {kZqctlFailure, "startup off: the startup items are still there"};
+    return {kZqctlSuccess, before.daemon || before.agent ? "startup off: startup items removed"
+                                                         : "startup off: there were no startup items"};
+  }
+  if (!after.agent || after.agent == before.agent)
+    return {kZqctlFailure, "startup on: the startup items did not change: see /tmp/zqlog.log"};
+  if (after.daemon && after.daemon != before.daemon)
+    return {kZqctlSuccess, "startup on: boot-time item and login item written"};
+  return {kZqctlSuccess,
+          "startup on: login item written; no boot-time item, as the bundle's service program is missing or not "
+          "root's alone (see /tmp/zqlog.log)"};
 }
 
 std::string AnswerJson(const ZqctlRequest& request, const CCommandDataWrapper<char>* answer,
-                       const ZqctlOutcome& outcome) {
+                       const ZqctlObservation& seen, const ZqctlOutcome& outcome) {
   std::string json = "{\"subcommand\":" + JsonString(request.subcommand) + ",\"client\":" +
                      JsonString(request.channel.name);
-  if (!request.operands.empty() && request.record.type != eCOMMAND_SET_STARTUP &&
-      request.record.type != eCOMMAND_TO_FILE_EXPLORER && request.record.type != eCOMMAND_TO_MAIN_UI)
-    json += ",\"device\":" + JsonString(request.operands[0]);
+  if (!request.device.empty()) json += ",\"device\":" + JsonString(request.device);
+  if (!request.mountPoint.empty()) json += ",\"mountPoint\":" + JsonString(request.mountPoint);
   if (answer != nullptr)
     json += ",\"result\":" + std::to_string(answer->reply.result) + ",\"text\":" + JsonString(TextOf(*answer));
   json += ",\"ok\":" + std::string(outcome.status == kZqctlSuccess ? "true" : "false") +
-          ",\"status\":" + std::to_string(outcome.status) + ",\"message\":" + JsonString(outcome.message) + "}";
-  return json;
+          ",\"status\":" + std::to_string(outcome.status) + ",\"message\":" + JsonString(outcome.message);
+  if (seen.activity) json += ",\"report\":" + JsonString(seen.activity->report);
+  if (!seen.unmounted.empty()) {
+    std::string paths;
+    for (const std::string& path : seen.unmounted) paths += (paths.empty() ? "" : ",") + JsonString(path);
+    json += ",\"unmounted\":[" + paths + "]";
+  }
+  return json + "}";
 }
 
 std::string DescribeBlock(uint32_t msgId, const CCommandDataWrapper<char>& record, bool json) {

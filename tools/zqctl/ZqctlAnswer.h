@@ -1,11 +1,15 @@
 // How zqctl tells a person (or a program, with --json) what the service
-// answered.
+// answered, and what the answer stood for on the machine.
 #ifndef ZQ_TOOLS_ZQCTL_ZQCTLANSWER_H_
 #define ZQ_TOOLS_ZQCTL_ZQCTLANSWER_H_
 
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "ActivityLog.h"
 #include "CommandData.h"
+#include "ZqctlMachine.h"
 #include "ZqctlRequest.h"
 
 struct ZqctlOutcome {
@@ -13,12 +17,29 @@ struct ZqctlOutcome {
   std::string message;  // one line for a person
 };
 
-// Judges the answer record the service sent to `request`.
-ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapper<char>& answer);
+// What zqctl saw on the machine around a request.
+struct ZqctlObservation {
+  std::optional<Activity> activity;     // mount: the mounter's line for this request
+  std::optional<bool> readOnly;         // mount: how the mount point is mounted now
+  std::vector<std::string> unmounted;   // check: mount points of the device gone since the request
+};
+
+// Judges the answer record the service sent to `request`: the answer code
+// in words (one table; the status words come from MounterStatus.h and
+// BitlockerStatus.h), with the program's own sentence where there is one.
+ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapper<char>& answer,
+                            const ZqctlObservation& seen);
+
+// Judges a startup request by its items before and after: `on` must have
+// written the login item anew, `off` left neither item.
+ZqctlOutcome DescribeStartup(bool on, const StartupItemsState& before, const StartupItemsState& after);
 
 // One JSON object for an answer or an outcome.
 std::string AnswerJson(const ZqctlRequest& request, const CCommandDataWrapper<char>* answer,
-                       const ZqctlOutcome& outcome);
+                       const ZqctlObservation& seen, const ZqctlOutcome& outcome);
+
+// A string as a JSON string.
+std::string JsonString(const std::string& text);
 
 // One line describing a block the service sent unasked (listen).
 std::string DescribeBlock(uint32_t msgId, const CCommandDataWrapper<char>& record, bool json);

@@ -3,41 +3,60 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <sstream>
 
 #include "CPipeDataWrapper.h"
+#include "ZqctlInput.h"
 
 namespace {
 
 struct Subcommand {
   COMMAND_TYPE type;
-  size_t operands;
+  size_t operands;  // at most; at least `required`
+  size_t required;
   const char* synopsis;
   const char* description;
 };
 
 const std::map<std::string, Subcommand>& Subcommands() {
   static const std::map<std::string, Subcommand> table = {
-      {"ping", {eCOMMAND_CHECK_CONNECTION, 0, "ping", "Checks that the service answers."}},
-      {"check", {eCOMMAND_BITLOCKER_CHECK, 1, "check DEVICE",
-                 "Asks whether DEVICE (a name such as disk2s1 or loop3) holds a BitLocker volume;\n"
-                 "a BitLocker volume is unmounted by the service."}},
-      {"mount", {eCOMMAND_BITLOCKER_MOUNT, 3, "mount DEVICE MOUNT_POINT OPTIONS",
-                 "Unmounts DEVICE and starts the mounter on it. MOUNT_POINT lies below /media,\n"
-                 "/run/media or /mnt; write each blank in it as backslash-blank.\n"
-                 "The credential is read from standard input (a no-echo prompt on a terminal)."}},
-      {"explore", {eCOMMAND_BITLOCKER_EXPLORER, 1, "explore DEVICE",
+      {"ping", {eCOMMAND_CHECK_CONNECTION, 0, 0, "ping", "Checks that the service answers."}},
+      {"status", {COMMAND_TYPE(0), 0, 0, "status",
+                  "Tells whether the service runs (its pid and since when), whom it serves, and\n"
+                  "every volume the mounter serves. Sends nothing; exits 3 when the service is not running."}},
+      {"check", {eCOMMAND_BITLOCKER_CHECK, 1, 1, "check DEVICE",
+                 "Asks whether DEVICE (loop3 or /dev/loop3, disk2s1 on macOS) holds a BitLocker\n"
+                 "volume; the service unmounts a BitLocker volume, and zqctl says what it unmounted."}},
+      {"mount", {eCOMMAND_BITLOCKER_MOUNT, 3, 2, "mount DEVICE MOUNT_POINT [OPTIONS]",
+                 "Unmounts DEVICE and starts the mounter on it. MOUNT_POINT is a path below /media,\n"
+                 "/run/media or /mnt (/Volumes on macOS), typed as it is: blanks and any script are\n"
+                 "fine, and a relative path is taken from the current folder. OPTIONS: comma-separated\n"
+                 "raw, ro, uid=N, gid=N, umask=OOO. The credential is read from standard input (a\n"
+                 "no-echo prompt on a terminal). zqctl prints the mounter's own sentence."}},
+      {"explore", {eCOMMAND_BITLOCKER_EXPLORER, 1, 1, "explore DEVICE",
                    "Unmounts DEVICE, opens it with the credential and starts the explorer on it.\n"
                    "The credential is read from standard input (a no-echo prompt on a terminal)."}},
-      {"startup", {eCOMMAND_SET_STARTUP, 1, "startup on BUNDLE | startup off",
+      {"startup", {eCOMMAND_SET_STARTUP, 2, 1, "startup on BUNDLE | startup off",
                    "Writes (on) or removes (off) the items that start the service at boot and\n"
-                   "the main application at login. BUNDLE is the application bundle's path."}},
-      {"to-explorer", {eCOMMAND_TO_FILE_EXPLORER, 1, "to-explorer BYTE",
+                   "the main application at login, and checks that they changed. BUNDLE is the\n"
+                   "application bundle's path."}},
+      {"to-explorer", {eCOMMAND_TO_FILE_EXPLORER, 1, 1, "to-explorer BYTE",
                        "Passes BYTE (0-255, or one character) on to the FileExplorer client."}},
-      {"to-main", {eCOMMAND_TO_MAIN_UI, 1, "to-main BYTE", "Passes BYTE (0-255, or one character) on to the MainUI client."}},
-      {"exit", {eCOMMAND_EXIT, 0, "exit", "Asks the service to end."}},
-      {"listen", {COMMAND_TYPE(0), 0, "listen", "Prints every block the service sends to this client until interrupted."}},
+      {"to-main", {eCOMMAND_TO_MAIN_UI, 1, 1, "to-main BYTE", "Passes BYTE (0-255, or one character) on to the MainUI client."}},
+      {"exit", {eCOMMAND_EXIT, 0, 0, "exit", "Asks the service to end."}},
+      {"listen", {COMMAND_TYPE(0), 0, 0, "listen", "Prints every block the service sends to this client until interrupted."}},
   };
   return table;
+}
+
+constexpr char kUsageLine[] =
+    "usage: zqctl [--as MainUI|FileExplorer] [--timeout SECONDS] [--json] SUBCOMMAND [ARGS]";
+
+// A usage error: what was wrong, then how the command line goes.
+std::string Misused(const std::string& what, const std::string& subcommand = "") {
+  const auto found = Subcommands().find(subcommand);
+  if (found == Subcommands().end()) return what + "\n" + kUsageLine + " (see zqctl --help)";
+  return what + "\nusage: zqctl [OPTIONS] " + found->second.synopsis;
 }
 
 template <size_t N>
@@ -72,19 +91,34 @@ bool FillRecord(const Subcommand& sub, ZqctlRequest* request, std::string* error
   record.type = sub.type;
   record.length = CPipeDataWrapper::GetCommandDataLen(sub.type);
   const std::vector<std::string>& operands = request->operands;
+  std::string word;
   switch (sub.type) {
     case eCOMMAND_BITLOCKER_CHECK:
-      return CopyField(record.check.deviceName, operands[0], "DEVICE", error);
+      return CheckDevice(operands[0], &request->device, error) &&
+             CopyField(record.check.deviceName, request->device, "DEVICE", error);
     case eCOMMAND_BITLOCKER_MOUNT:
       request->needsCredential = true;
-      return CopyField(record.mount.deviceName, operands[0], "DEVICE", error) &&
-             CopyField(record.mount.mountArg2, operands[1], "MOUNT_POINT", error) &&
-             CopyField(record.mount.mountArg3, operands[2], "OPTIONS", error);
+      return CheckDevice(operands[0], &request->device, error) &&
+             CheckMountPoint(operands[1], &request->mountPoint, &word, error) &&
+             (operands.size() < 3 || CheckMountOptions(operands[2], error)) &&
+             CopyField(record.mount.deviceName, request->device, "DEVICE", error) &&
+             CopyField(record.mount.mountArg2, word, "MOUNT_POINT", error) &&
+             CopyField(record.mount.mountArg3, operands.size() < 3 ? "" : operands[2], "OPTIONS", error);
     case eCOMMAND_BITLOCKER_EXPLORER:
       request->needsCredential = true;
-      return CopyField(record.explorer.deviceName, operands[0], "DEVICE", error);
+      return CheckDevice(operands[0], &request->device, error) &&
+             CopyField(record.explorer.deviceName, request->device, "DEVICE", error);
     case eCOMMAND_SET_STARTUP:
-      return true;
+      if (operands[0] == "on" && operands.size() == 2) {
+        record.startup.enable = 1;
+        return CopyField(record.startup.bundlePath, AbsolutePath(operands[1]), "BUNDLE", error);
+      }
+      if (operands[0] == "off" && operands.size() == 1) return true;
+      *error = Misused(operands[0] == "on"    ? "startup on: BUNDLE is missing"
+                       : operands[0] == "off" ? "startup off: unexpected word '" + operands[1] + "'"
+                                              : "startup: '" + operands[0] + "' is neither on nor off",
+                       "startup");
+      return false;
     case eCOMMAND_TO_FILE_EXPLORER:
     case eCOMMAND_TO_MAIN_UI:
       return ParseByte(operands[0], &record.simple.arg, error);
@@ -93,28 +127,28 @@ bool FillRecord(const Subcommand& sub, ZqctlRequest* request, std::string* error
   }
 }
 
-bool ParseStartup(ZqctlRequest* request, std::string* error) {
-  std::vector<std::string>& operands = request->operands;
-  if (operands.size() == 2 && operands[0] == "on") {
-    request->record.startup.enable = 1;
-    return CopyField(request->record.startup.bundlePath, operands[1], "BUNDLE", error);
+// The name of the first operand missing from the synopsis "check DEVICE".
+std::string MissingOperand(const Subcommand& sub, size_t given) {
+  std::istringstream words(sub.synopsis);
+  std::string word;
+  for (size_t i = 0; i <= given + 1 && words >> word; ++i) {
   }
-  if (operands.size() == 1 && operands[0] == "off") return true;
-  *error = "usage: zqctl startup on BUNDLE | zqctl startup off";
-  return false;
+  return word;
 }
 
 }  // namespace
 
 bool ParseZqctlArguments(const std::vector<std::string>& arguments, ZqctlRequest* request, std::string* error) {
   size_t i = 0;
-  for (; i < arguments.size() && arguments[i].rfind("--", 0) == 0; ++i) {
+  for (; i < arguments.size() && arguments[i].size() > 1 && arguments[i][0] == '-'; ++i) {
     const std::string& option = arguments[i];
     const bool hasValue = i + 1 < arguments.size();
     if (option == "--json") {
       request->json = true;
-    } else if (option == "--help") {
+    } else if (option == "-h" || option == "--help") {
       request->help = true;
+    } else if (option == "--version") {
+      request->version = true;
     } else if (option == "--as" && hasValue) {
       const std::string& name = arguments[++i];
       if (name == kMainUIChannel.name) {
@@ -122,7 +156,7 @@ bool ParseZqctlArguments(const std::vector<std::string>& arguments, ZqctlRequest
       } else if (name == kFileExplorerChannel.name) {
         request->channel = kFileExplorerChannel;
       } else {
-        *error = "--as takes MainUI or FileExplorer, not '" + name + "'";
+        *error = Misused("--as takes MainUI or FileExplorer, not '" + name + "'");
         return false;
       }
     } else if (option == "--timeout" && hasValue) {
@@ -130,34 +164,41 @@ bool ParseZqctlArguments(const std::vector<std::string>& arguments, ZqctlRequest
       const std::string& value = arguments[++i];
       const long seconds = std::strtol(value.c_str(), &end, 10);
       if (value.empty() || *end != '\0' || seconds < 1 || seconds > 3600) {
-        *error = "--timeout takes a whole number of seconds from 1 to 3600, not '" + value + "'";
+        *error = Misused("--timeout takes a whole number of seconds from 1 to 3600, not '" + value + "'");
         return false;
       }
       request->timeout = static_cast<unsigned>(seconds);
     } else {
-      *error = "unknown option '" + option + "'";
+      *error = Misused(option == "--as" || option == "--timeout" ? option + " needs a value"
+                                                                 : "unknown option '" + option + "'");
       return false;
     }
   }
   if (i == arguments.size()) {
-    if (request->help) return true;
-    *error = "no subcommand given; see zqctl --help";
+    if (request->help || request->version) return true;
+    *error = Misused("no subcommand given");
     return false;
   }
   request->subcommand = arguments[i];
   request->operands.assign(arguments.begin() + static_cast<long>(i) + 1, arguments.end());
   const auto found = Subcommands().find(request->subcommand);
   if (found == Subcommands().end()) {
-    *error = "unknown subcommand '" + request->subcommand + "'; see zqctl --help";
+    *error = Misused("unknown subcommand '" + request->subcommand + "'");
     return false;
   }
-  if (!request->operands.empty() && request->operands.back() == "--help") request->help = true;
-  if (request->help) return true;
+  const std::vector<std::string>& operands = request->operands;
+  if (!operands.empty() && (operands.back() == "--help" || operands.back() == "-h")) request->help = true;
+  if (request->help || request->version) return true;
   const Subcommand& sub = found->second;
   request->listen = request->subcommand == "listen";
-  if (sub.type == eCOMMAND_SET_STARTUP) return FillRecord(sub, request, error) && ParseStartup(request, error);
-  if (request->operands.size() != sub.operands) {
-    *error = std::string("usage: zqctl ") + sub.synopsis;
+  request->status = request->subcommand == "status";
+  if (operands.size() > sub.operands) {
+    *error = Misused(request->subcommand + ": unexpected word '" + operands[sub.operands] + "'", request->subcommand);
+    return false;
+  }
+  if (operands.size() < sub.required) {
+    *error = Misused(request->subcommand + ": " + MissingOperand(sub, operands.size()) + " is missing",
+                     request->subcommand);
     return false;
   }
   return FillRecord(sub, request, error);
@@ -173,21 +214,22 @@ std::string ZqctlUsage(const std::string& subcommand) {
   const auto found = Subcommands().find(subcommand);
   if (found != Subcommands().end())
     return std::string("usage: zqctl [OPTIONS] ") + found->second.synopsis + "\n\n" + found->second.description + "\n";
-  std::string text =
-      "usage: zqctl [--as MainUI|FileExplorer] [--timeout SECONDS] [--json] SUBCOMMAND [ARGS]\n"
-      "\nTalks to the Zq-NorvaneServices service as one of its client applications.\n\nSubcommands:\n";
+  std::string text = std::string(kUsageLine) +
+      "\n\nTalks to the Zq-NorvaneServices service as one of its client applications.\n\nSubcommands:\n";
   for (const auto& [name, sub] : Subcommands()) text += "  " + std::string(sub.synopsis) + "\n";
   text +=
       "\nOptions:\n"
       "  --as NAME         play the client MainUI (default) or FileExplorer\n"
       "  --timeout SECONDS how long to wait for the service (default 10)\n"
       "  --json            print each answer as one JSON object\n"
-      "  --help            this text; 'zqctl SUBCOMMAND --help' for one subcommand\n"
+      "  -h, --help        this text; 'zqctl SUBCOMMAND --help' for one subcommand\n"
+      "  --version         zqctl's version\n"
       "\nExit status:\n"
       "  0  the service answered and the answer means success\n"
       "  1  the service answered with a failure (not BitLocker, a failed mount, ...)\n"
       "  2  bad command line or input; nothing was sent\n"
-      "  3  no service: its channel could not be opened\n"
-      "  4  timeout: the service did not answer in time\n";
+      "  3  no service: it is not running\n"
+      "  4  timeout: the service did not answer in time\n"
+      "  5  permission denied: the service's channel is not this user's to use\n";
   return text;
 }

@@ -2,6 +2,7 @@
 // users, testers and administrators can drive every command from a shell.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -13,10 +14,13 @@
 #include "CLibPipeConnectionCreator.h"
 #include "CPipeDataWrapper.h"
 #include "CredentialInput.h"
-#include "FifoOwner.h"
+#include "Platform.h"
 #include "PipeFlags.h"
+#include "ProgramVersion.h"
 #include "ZqctlAnswer.h"
+#include "ZqctlMachine.h"
 #include "ZqctlRequest.h"
+#include "ZqctlStatus.h"
 
 namespace {
 
@@ -37,9 +41,10 @@ class BlockPrinter : public IIPCEvent {
   bool json_;
 };
 
-void Report(const ZqctlRequest& request, const CCommandDataWrapper<char>* answer, const ZqctlOutcome& outcome) {
+void Report(const ZqctlRequest& request, const CCommandDataWrapper<char>* answer, const ZqctlObservation& seen,
+            const ZqctlOutcome& outcome) {
   if (request.json) {
-    std::printf("%s\n", AnswerJson(request, answer, outcome).c_str());
+    std::printf("%s\n", AnswerJson(request, answer, seen, outcome).c_str());
   } else if (outcome.status == kZqctlSuccess) {
     std::printf("%s\n", outcome.message.c_str());
   } else {
@@ -57,24 +62,70 @@ int SendWithoutAnswer(IIPCConnector* connector, const ZqctlRequest& request, CPi
   return kZqctlNoService;
 }
 
+// The service writes the startup items at once; they are given two
+// seconds to change.
+ZqctlOutcome StartupOutcome(const ZqctlRequest& request, const StartupItemsState& before) {
+  const bool on = request.record.startup.enable != 0;
+  ZqctlOutcome outcome = DescribeStartup(on, before, ReadStartupItems());
+  for (int tenth = 0; outcome.status != kZqctlSuccess && tenth < 20; ++tenth) {
+    usleep(100 * 1000);
+    outcome = DescribeStartup(on, before, ReadStartupItems());
+  }
+  return outcome;
+}
+
+bool Answered(uint32_t type) {
+  return type == eCOMMAND_CHECK_CONNECTION || type == eCOMMAND_BITLOCKER_CHECK || type == eCOMMAND_BITLOCKER_MOUNT ||
+         type == eCOMMAND_BITLOCKER_EXPLORER;
+}
+
+// What an answer is judged against, taken just before the request is sent.
+struct Before {
+  std::vector<std::string> mounted;  // check: where the device is mounted
+  long long activityEnd = 0;         // mount: where the mounter's line will start
+  StartupItemsState items;           // startup
+};
+
+Before TakeBefore(const ZqctlRequest& request) {
+  Before before;
+  if (request.record.type == eCOMMAND_BITLOCKER_CHECK) before.mounted = MountPointsOf(request.device);
+  if (request.record.type == eCOMMAND_BITLOCKER_MOUNT) before.activityEnd = ActivityLogEnd(platform::ActivityLogPath());
+  if (request.record.type == eCOMMAND_SET_STARTUP) before.items = ReadStartupItems();
+  return before;
+}
+
+// What the service did, as the machine shows it after the answer.
+ZqctlObservation Observe(const ZqctlRequest& request, const Before& before) {
+  ZqctlObservation seen;
+  if (request.record.type == eCOMMAND_BITLOCKER_CHECK) {
+    const std::vector<std::string> after = MountPointsOf(request.device);
+    for (const std::string& path : before.mounted)
+      if (std::find(after.begin(), after.end(), path) == after.end()) seen.unmounted.push_back(path);
+  } else if (request.record.type == eCOMMAND_BITLOCKER_MOUNT) {
+    seen.activity = MounterActivity(request.device, request.mountPoint, before.activityEnd);
+    if (const std::optional<MounterVolume> volume = MounterVolumeAt(request.mountPoint))
+      seen.readOnly = volume->readOnly;
+  }
+  return seen;
+}
+
 int Run(const ZqctlRequest& request) {
-  for (const char* path : {request.channel.toClient, request.channel.toService}) {
-    const std::string refusal = FifoOwnerRefusal(path);
-    if (!refusal.empty()) {
-      Report(request, nullptr, {kZqctlNoService, refusal});
-      return kZqctlNoService;
-    }
+  ZqctlObservation seen;
+  if (const std::optional<ChannelProblem> problem = ChannelRefusal(request.channel)) {
+    Report(request, nullptr, seen, {problem->status, problem->message});
+    return problem->status;
   }
   BlockPrinter printer(request.listen, request.json);
   std::unique_ptr<ILibPipeClient> client(CLibPipeConnectionCreator::createLibPipeClient(&printer));
-  client->addConnector(request.channel.name, request.channel.toClient, kPipeReadFlags | kPipeCreateFlag,
-                       request.channel.toService, kPipeWriteFlags | kPipeCreateFlag);
+  client->addConnector(request.channel.name, request.channel.toClient, kPipeReadFlags, request.channel.toService,
+                       kPipeWriteFlags);
   IIPCConnector* connector = client->getConnector();
 
   if (request.listen) {
     for (;;) pause();
   }
 
+  const Before before = TakeBefore(request);
   CCommandDataWrapper<char> record = request.record;
   CPipeDataWrapper message;
   message.InitializeWithCmdDataWrapper(&record);
@@ -82,11 +133,11 @@ int Run(const ZqctlRequest& request) {
   const CCommandDataWrapper<char>* answer = nullptr;
   unsigned char reply[kBlockSize] = {};
   CCommandDataWrapper<char> received;
-  const bool answered = record.type == eCOMMAND_CHECK_CONNECTION || record.type == eCOMMAND_BITLOCKER_CHECK ||
-                        record.type == eCOMMAND_BITLOCKER_MOUNT || record.type == eCOMMAND_BITLOCKER_EXPLORER;
-  if (!answered) {
+  if (!Answered(record.type)) {
     outcome.status = SendWithoutAnswer(connector, request, message);
     if (outcome.status == kZqctlNoService) outcome.message = "no service: the channel could not be opened";
+    if (outcome.status == kZqctlSuccess && record.type == eCOMMAND_SET_STARTUP)
+      outcome = StartupOutcome(request, before.items);
   } else if (!connector->SendMsg_sync(message.getMessage(), kBlockSize, reply, kBlockSize, request.timeout)) {
     outcome = {kZqctlNoService, "no service: the channel could not be opened"};
   } else {
@@ -94,11 +145,12 @@ int Run(const ZqctlRequest& request) {
     if (received.type == 0) {
       outcome = {kZqctlTimeout, "timeout: the service did not answer within " + std::to_string(request.timeout) + " s"};
     } else {
-      outcome = DescribeAnswer(request, received);
+      seen = Observe(request, before);
+      outcome = DescribeAnswer(request, received, seen);
       answer = &received;
     }
   }
-  Report(request, answer, outcome);
+  Report(request, answer, seen, outcome);
   client->removeConnector();
   return outcome.status;
 }
@@ -116,6 +168,11 @@ int main(int argc, char** argv) {
     std::printf("%s", ZqctlUsage(request.subcommand).c_str());
     return kZqctlSuccess;
   }
+  if (request.version) {
+    std::printf("zqctl %s\n", kProgramVersion);
+    return kZqctlSuccess;
+  }
+  if (request.status) return PrintStatus(request.json);
   if (request.needsCredential) {
     std::optional<std::string> credential = ReadCredential("Credential: ");
     if (!credential) {
