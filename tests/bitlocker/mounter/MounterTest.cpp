@@ -261,6 +261,21 @@ INSTANTIATE_TEST_SUITE_P(
                        "cp \"$FILE\" $d/hello.txt && umount $d && rmdir $d"}),
     [](const auto& info) { return std::string(info.param.name); });
 
+// An NTFS left hibernated, which its driver will only read, is still
+// mounted, read-only, and the report says so.
+TEST_F(MounterTest, AFileSystemItsDriverWillNotWriteIsMountedReadOnly) {
+  if (RunShell("command -v ntfscp >/dev/null") != 0) GTEST_SKIP() << "ntfscp is not installed";
+  std::ofstream(root_("hiberfil.sys"), std::ios::binary) << "hibr" << std::string(8188, '\0');
+  ASSERT_EQ(RunShell("truncate -s 0 " + Quoted(image_) + " && truncate -s 48M " + Quoted(image_) + " && mkntfs -F -f -q " +
+                     Quoted(image_) + " && ntfscp " + Quoted(image_) + " " + Quoted(root_("hiberfil.sys")) +
+                     " hiberfil.sys >/dev/null 2>&1"),
+            0);
+  const ProgramRun run = Mount("");
+  ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
+  EXPECT_EQ(run.errors, "zq-mounter: mounted read-only: the NTFS file system would only mount read-only\n");
+  EXPECT_LT(open((mountPoint_ + "/new.txt").c_str(), O_WRONLY | O_CREAT, 0644), 0) << "the mount is writable";
+}
+
 TEST(MounterCommandLineTest, AnswersHelpAndVersionAndNamesAnUnknownOption) {
   const struct {
     std::vector<std::string> words;
