@@ -266,7 +266,7 @@ TEST(ZqctlStatusTest, ListsAFileSystemInsideByItsDeviceAndNotItsStaging) {
   const ProgramRun run = RunProgram(macos + "/zq-mounter", {image, at, ""}, "plain\n");
   ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
   const std::string status = Zqctl({"status"}).second;
-  EXPECT_NE(status.find("\n  " + image + " at " + at + ": read-only, since "), std::string::npos) << status;
+  EXPECT_NE(status.find("\n  " + image + " at " + at + ": read-write, since "), std::string::npos) << status;
   EXPECT_EQ(status.find(image + " at /run/zq-mounter/"), std::string::npos) << status;
   ASSERT_EQ(umount(at.c_str()), 0);
   EXPECT_TRUE(WaitUntilNoProcessWithWord(at, 10));

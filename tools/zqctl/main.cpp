@@ -62,12 +62,12 @@ int SendWithoutAnswer(IIPCConnector* connector, const ZqctlRequest& request, CPi
   return kZqctlNoService;
 }
 
-// The service writes the startup items at once; they are given two
-// seconds to change.
+// The service writes the startup items as soon as it reads the request;
+// they are given five seconds to change, for a machine under load.
 ZqctlOutcome StartupOutcome(const ZqctlRequest& request, const StartupItemsState& before) {
   const bool on = request.record.startup.enable != 0;
   ZqctlOutcome outcome = DescribeStartup(on, before, ReadStartupItems());
-  for (int tenth = 0; outcome.status != kZqctlSuccess && tenth < 20; ++tenth) {
+  for (int tenth = 0; outcome.status != kZqctlSuccess && tenth < 50; ++tenth) {
     usleep(100 * 1000);
     outcome = DescribeStartup(on, before, ReadStartupItems());
   }
