@@ -91,7 +91,7 @@ TEST(Images, EveryCredentialReadsBackToTheManifestDigestAndReadsAgreeAtAnyOffset
   std::mt19937_64 random(7);
   for (const testimages::Image& image : *images) {
     SCOPED_TRACE(image.name);
-    std::shared_ptr<CFileSource> plain = CFileSource::Open(image.path), blocks = CFileSource::Open(image.path, 4096);
+    std::shared_ptr<CFileSource> plain = CFileSource::Open(image.path), blocks = CFileSource::Open(image.path, Access::kReadOnly, 4096);
     std::unique_ptr<CBitlockerVolume> volume;
     ASSERT_EQ(CBitlockerVolume::Open(blocks, &volume, &imagesWhy), Status::kOk) << imagesWhy;
     EXPECT_EQ(volume->metadata().metadata.volumeId.ToString(), image.volumeGuid);
