@@ -216,7 +216,7 @@ TEST_F(MountEndToEndTest, ZqctlTellsTheMountAndWhatCheckUnmounted) {
                                   " failed: wrong credential (2); the mounter said: wrong credential: " +
                                   loop.devicePath() + "\n"));
   EXPECT_EQ(Zqctl({"mount", name, mountPoint_, "raw"}, image.recoveryPassword + "\n"),
-            std::make_pair(0, name + " at " + mountPoint_ + ": mounted read-only\n"));
+            std::make_pair(0, name + " at " + mountPoint_ + ": mounted read-only: the device is read-only\n"));
   const std::string status = Zqctl({"status"}).second;
   EXPECT_NE(status.find("\n  " + loop.devicePath() + " at " + mountPoint_ + ": read-only, since "), std::string::npos)
       << status;
