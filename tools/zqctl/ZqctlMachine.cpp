@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
+#include <cstdlib>
 #include <map>
 #include <set>
 
@@ -17,10 +19,17 @@ namespace {
 constexpr int kChannelWaitTenths = 20;
 
 // How to start the service: the program of the bundle that lies beside
-// zqctl, where there is one.
+// zqctl (in the build) or beside its folder (installed, zqctl in
+// PREFIX/bin), where there is one.
 std::string ServiceProgram() {
-  const std::string beside = platform::MainBundlePath() + "/Zq Norvane.app/Contents/MacOS/" + kServiceProcessName;
-  return access(beside.c_str(), X_OK) == 0 ? "'" + beside + "'" : "BUNDLE/Contents/MacOS/" + std::string(kServiceProcessName);
+  const std::string inBundle = "/Zq Norvane.app/Contents/MacOS/" + std::string(kServiceProcessName);
+  for (const char* up : {"", "/.."}) {
+    const std::string program = platform::MainBundlePath() + up + inBundle;
+    char resolved[PATH_MAX];
+    if (access(program.c_str(), X_OK) == 0 && realpath(program.c_str(), resolved) != nullptr)
+      return "'" + std::string(resolved) + "'";
+  }
+  return "BUNDLE/Contents/MacOS/" + std::string(kServiceProcessName);
 }
 
 // The mounter's staging mounts lie in its staging root, /run/zq-mounter
