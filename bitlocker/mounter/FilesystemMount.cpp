@@ -46,7 +46,7 @@ std::vector<std::string> ArgumentsFor(const Driver& driver, const std::string& i
   const std::string options = std::string(readOnly ? "ro" : driver.writeOption) + ",nosuid,nodev," +
                               driver.extraOptions + "," + OwnershipOptions(ownership);
   if (driver.type != nullptr) return {"-t", driver.type, "-o", options, image, mountPoint};
-  return {"-o", options, image, mountPoint};
+  return {"-o", options + ",fsname=" + image, image, mountPoint};
 }
 
 std::optional<int> TopMountId(const std::string& mountPoint) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr char kMountProgram[] = "/bin/mount";
+constexpr auto kLetGoTime = std::chrono::seconds(2);
 
 int UnknownDisk(const std::string& name) {
   std::fprintf(stderr, "Unable to find disk for %s\n", name.c_str());
@@ -29,6 +31,21 @@ void RunMount(const std::string& device, const std::string& folder) {
   std::fputs(mount.errorMessage().value_or("").c_str(), stderr);
 }
 
+// Unmounts `mount`; returns 0 once it is gone, or why not.  A mount that
+// the program that made it takes away meanwhile is gone too.  With
+// `mayBeLetGo` a busy mount gets a moment: the driver of a mount stacked on
+// it, unmounted just before, may still hold its file.
+int Unmount(const MountEntry& mount, bool mayBeLetGo) {
+  const auto deadline = std::chrono::steady_clock::now() + kLetGoTime;
+  while (umount2(mount.mountPoint.c_str(), 0) != 0) {
+    const int error = errno;
+    if (error == EINVAL || error == ENOENT || !HasMount(ReadMountTable(), mount.id)) break;
+    if (error != EBUSY || !mayBeLetGo || std::chrono::steady_clock::now() >= deadline) return error;
+    usleep(50 * 1000);
+  }
+  return 0;
+}
+
 }  // namespace
 
 int UnmountDisk(const std::string& name) {
@@ -39,12 +56,14 @@ int UnmountDisk(const std::string& name) {
     std::fprintf(stderr, "%s is already unmounted\n", name.c_str());
     return 0;
   }
+  bool unmountedAny = false;
   for (const MountEntry& mount : mounts) {
-    if (umount2(mount.mountPoint.c_str(), 0) != 0 && errno != EINVAL) {
+    if (const int error = Unmount(mount, unmountedAny)) {
       std::fprintf(stderr, "Unmount of %s failed: %s: %s\n", name.c_str(), mount.mountPoint.c_str(),
-                   std::strerror(errno));
+                   std::strerror(error));
       return 1;
     }
+    unmountedAny = true;
   }
   std::printf("Unmount of %s successful\n", name.c_str());
   return 0;

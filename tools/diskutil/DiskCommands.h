@@ -1,8 +1,9 @@
 // The two commands of diskutil.  Each prints what the service judges it by
 // and returns the exit status.
 //
-//   unmount NAME   every file system mounted from the device NAME, or the
-//                  one mounted at the folder NAME, is unmounted.  Prints
+//   unmount NAME   every file system mounted from the device NAME, after
+//                  those mounted from files on them, or the one mounted at
+//                  the folder NAME, is unmounted.  Prints
 //                  "Unmount of NAME successful" on standard output when
 //                  something was unmounted, "NAME is already unmounted" on
 //                  standard error when nothing was mounted.

@@ -23,10 +23,12 @@ struct DiskTarget {
 // folder.
 std::optional<DiskTarget> ResolveDiskName(const std::string& name);
 
-// The mounts that `target` stands for, newest first: for a device every
-// file system mounted from it (by device number, or naming it as its
-// source, as FUSE mounts of it do); for a mount point the mount visible
-// there.
+// The mounts that `target` stands for, in the order they can be unmounted:
+// for a device every file system mounted from it (by device number, or
+// naming it as its source, as FUSE mounts of it do), newest first, after
+// those stacked on them, mounted from a file in one of them (naming its
+// path as their source, or through a loop device); for a mount point the
+// mount visible there.
 std::vector<MountEntry> MountsOf(const DiskTarget& target, const std::vector<MountEntry>& table);
 
 #endif  // ZQ_TOOLS_DISKUTIL_DISKTARGET_H_

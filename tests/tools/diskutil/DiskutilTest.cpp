@@ -10,6 +10,7 @@
 #include "LoopDevice.h"
 #include "MounterHarness.h"
 #include "ProgramRun.h"
+#include "ServiceTestEnvironment.h"
 #include "StubBundle.h"
 #include "TempDir.h"
 
@@ -90,5 +91,47 @@ TEST_F(DiskutilTest, MountPutsAFileSystemUnderMediaAndABlankDiskNowhere) {
   EXPECT_FALSE(Contains(nothing.output, "mounted")) << nothing.output;
   EXPECT_NE(access(("/media/" + blank.bsdName()).c_str(), F_OK), 0) << "the folder it made is left";
 }
+
+// A file system inside a volume that the real mounter serves from a plain
+// bundle: its driver's mount stands on a file in the staging mount of the
+// device, which is busy until that mount is gone.
+struct StackedCase {
+  const char *name, *mkfs, *options, *driver;
+};
+
+void PrintTo(const StackedCase& param, std::ostream* out) { *out << param.name; }
+
+class DiskutilStackedTest : public ::testing::TestWithParam<StackedCase> {};
+
+TEST_P(DiskutilStackedTest, UnmountTakesTheFileSystemAndThenTheStagingMountDown) {
+  const auto [name, mkfs, options, driver] = GetParam();
+  const std::string why = ServiceTestsUnavailable() + FuseUnavailable() + LoopDevicesUnavailable();
+  if (!why.empty()) GTEST_SKIP() << why;
+  if (RunShell(std::string("command -v ") + mkfs + " >/dev/null && command -v " + driver + " >/dev/null") != 0)
+    GTEST_SKIP() << mkfs << " or " << driver << " is not installed";
+  TempDir root;
+  const std::string macos = root("Plain.app/Contents/MacOS"), image = root("volume"), mountPoint = "/mnt/zq-stacked";
+  ASSERT_EQ(RunShell("mkdir -p '" + macos + "' " + mountPoint + " && cp '" ZQ_MOUNTER_FILE "' '" + macos +
+                     "/zq-mounter' && cp '" ZQ_PLAIN_LIBRARY_FILE "' '" + macos +
+                     "/libBitLockerWapper.dylib' && truncate -s 48M '" + image + "' && " + mkfs + " " + options + " '" +
+                     image + "' >/dev/null 2>&1"),
+            0);
+  LoopDevice loop(image);
+  ASSERT_TRUE(loop.valid());
+  const ProgramRun mounted = RunProgram(macos + "/zq-mounter", {loop.devicePath(), mountPoint, ""}, "plain\n");
+  ASSERT_EQ(mounted.status, 0) << mounted.errors;
+  const ProgramRun run = Diskutil("unmount", loop.bsdName());
+  EXPECT_EQ(run.status, 0) << run.errors;
+  EXPECT_TRUE(Contains(run.output, "successful")) << run.output << run.errors;
+  EXPECT_FALSE(MountedAt(mountPoint));
+  EXPECT_TRUE(MountPointsOfSource(loop.devicePath()).empty()) << "the staging mount is left";
+  ForceUnmount(mountPoint);
+}
+
+INSTANTIATE_TEST_SUITE_P(Drivers, DiskutilStackedTest,
+                         ::testing::Values(StackedCase{"FAT", "mkfs.fat", "", "fusefat"},
+                                           StackedCase{"exFAT", "mkfs.exfat", "", "mount.exfat-fuse"},
+                                           StackedCase{"NTFS", "mkntfs", "-F -f -q", "ntfs-3g"}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
