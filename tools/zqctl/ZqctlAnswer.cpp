@@ -5,6 +5,7 @@
 
 #include "BitlockerStatus.h"
 #include "CBitlockerExplorer.h"
+#include "JsonWriter.h"
 #include "MounterStatus.h"
 
 namespace {
@@ -77,23 +78,6 @@ std::string JoinedPaths(const std::vector<std::string>& paths) {
 
 }  // namespace
 
-std::string JsonString(const std::string& text) {
-  std::string out = "\"";
-  for (unsigned char c : text) {
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += static_cast<char>(c);
-    } else if (c < 0x20) {
-      char escaped[8];
-      std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-      out += escaped;
-    } else {
-      out += static_cast<char>(c);
-    }
-  }
-  return out + "\"";
-}
-
 ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapper<char>& answer,
                             const ZqctlObservation& seen) {
   const uint32_t result = answer.reply.result;
@@ -139,18 +123,18 @@ ZqctlOutcome DescribeStartup(bool on, const StartupItemsState& before, const Sta
 
 std::string AnswerJson(const ZqctlRequest& request, const CCommandDataWrapper<char>* answer,
                        const ZqctlObservation& seen, const ZqctlOutcome& outcome) {
-  std::string json = "{\"subcommand\":" + JsonString(request.subcommand) + ",\"client\":" +
-                     JsonString(request.channel.name);
-  if (!request.device.empty()) json += ",\"device\":" + JsonString(request.device);
-  if (!request.mountPoint.empty()) json += ",\"mountPoint\":" + JsonString(request.mountPoint);
+  std::string json = "{\"subcommand\":" + JsonQuoted(request.subcommand) + ",\"client\":" +
+                     JsonQuoted(request.channel.name);
+  if (!request.device.empty()) json += ",\"device\":" + JsonQuoted(request.device);
+  if (!request.mountPoint.empty()) json += ",\"mountPoint\":" + JsonQuoted(request.mountPoint);
   if (answer != nullptr)
-    json += ",\"result\":" + std::to_string(answer->reply.result) + ",\"text\":" + JsonString(TextOf(*answer));
+    json += ",\"result\":" + std::to_string(answer->reply.result) + ",\"text\":" + JsonQuoted(TextOf(*answer));
   json += ",\"ok\":" + std::string(outcome.status == kZqctlSuccess ? "true" : "false") +
-          ",\"status\":" + std::to_string(outcome.status) + ",\"message\":" + JsonString(outcome.message);
-  if (seen.activity) json += ",\"report\":" + JsonString(seen.activity->report);
+          ",\"status\":" + std::to_string(outcome.status) + ",\"message\":" + JsonQuoted(outcome.message);
+  if (seen.activity) json += ",\"report\":" + JsonQuoted(seen.activity->report);
   if (!seen.unmounted.empty()) {
     std::string paths;
-    for (const std::string& path : seen.unmounted) paths += (paths.empty() ? "" : ",") + JsonString(path);
+    for (const std::string& path : seen.unmounted) paths += (paths.empty() ? "" : ",") + JsonQuoted(path);
     json += ",\"unmounted\":[" + paths + "]";
   }
   return json + "}";
@@ -176,7 +160,7 @@ std::string DescribeBlock(uint32_t msgId, const CCommandDataWrapper<char>& recor
   }
   if (json) {
     std::string out = "{\"id\":" + std::to_string(msgId) + ",\"type\":" + std::to_string(record.type) +
-                      ",\"kind\":" + JsonString(kind);
+                      ",\"kind\":" + JsonQuoted(kind);
     if (!detail.empty()) out += ",\"value\":" + detail;
     return out + "}";
   }

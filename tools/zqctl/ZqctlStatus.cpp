@@ -6,6 +6,7 @@
 #include <ctime>
 #include <string>
 
+#include "JsonWriter.h"
 #include "Platform.h"
 #include "ZqctlAnswer.h"
 #include "ZqctlMachine.h"
@@ -36,14 +37,14 @@ int PrintStatus(bool json) {
   if (json) {
     std::string out = "{\"running\":" + std::string(pid ? "true" : "false");
     if (pid) out += ",\"pid\":" + std::to_string(*pid);
-    if (!since.empty()) out += ",\"since\":" + JsonString(since);
-    out += ",\"user\":{\"uid\":" + std::to_string(user) + ",\"name\":" + JsonString(UserName(user)) + "},\"volumes\":[";
+    if (!since.empty()) out += ",\"since\":" + JsonQuoted(since);
+    out += ",\"user\":{\"uid\":" + std::to_string(user) + ",\"name\":" + JsonQuoted(UserName(user)) + "},\"volumes\":[";
     for (size_t i = 0; i < volumes.size(); ++i) {
       const MounterVolume& volume = volumes[i];
-      out += std::string(i == 0 ? "" : ",") + "{\"device\":" + JsonString(volume.device) +
-             ",\"mountPoint\":" + JsonString(volume.mountPoint) +
+      out += std::string(i == 0 ? "" : ",") + "{\"device\":" + JsonQuoted(volume.device) +
+             ",\"mountPoint\":" + JsonQuoted(volume.mountPoint) +
              ",\"readOnly\":" + (volume.readOnly ? "true" : "false");
-      out += (volume.since.empty() ? "" : ",\"since\":" + JsonString(volume.since)) + "}";
+      out += (volume.since.empty() ? "" : ",\"since\":" + JsonQuoted(volume.since)) + "}";
     }
     std::printf("%s]}\n", out.c_str());
   } else {

@@ -1,8 +1,8 @@
 // Writes JSON text to a stream as it is built: objects, arrays, strings,
 // numbers and booleans, on one line.  The caller nests the calls
 // properly; the writer places the commas.
-#ifndef ZQ_BITLOCKER_TOOL_JSONWRITER_H_
-#define ZQ_BITLOCKER_TOOL_JSONWRITER_H_
+#ifndef ZQ_SYSTEM_JSONWRITER_H_
+#define ZQ_SYSTEM_JSONWRITER_H_
 
 #include <cstdint>
 #include <ostream>
@@ -38,4 +38,4 @@ class JsonWriter {
 // output always parses.
 std::string JsonQuoted(const std::string& text);
 
-#endif  // ZQ_BITLOCKER_TOOL_JSONWRITER_H_
+#endif  // ZQ_SYSTEM_JSONWRITER_H_
