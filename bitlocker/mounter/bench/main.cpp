@@ -4,10 +4,13 @@
 //
 // usage: zq-mounter-bench [--passes N] [--mounter PATH] IMAGE < credential
 // The first line of standard input is the password, recovery password or
-// .BEK path; the reference readers take it on their command line, so use a
-// test credential.  Each pass mounts afresh and reads the whole file once,
-// so that no pass reads from the page cache of an earlier one.
+// .BEK path; the mounter reads it on its standard input, the reference
+// readers take it on their command line, so use a test credential.  Each
+// pass mounts afresh below /mnt, where the mounter may mount, and reads the
+// whole file once, so that no pass reads from the page cache of an earlier
+// one.
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -33,11 +36,17 @@ struct Reader {
   std::string name;
   std::vector<std::string> argv;  // "MOUNT" stands for the mount point
   std::string fileName;           // the unlocked volume's file in the mount
+  std::string input;              // written to its standard input
 };
 
-bool Run(const std::vector<std::string>& argv) {
+bool Run(const std::vector<std::string>& argv, const std::string& input = "") {
+  int ends[2];
+  if (pipe(ends) != 0) return false;
   const pid_t child = fork();
   if (child == 0) {
+    dup2(ends[0], STDIN_FILENO);
+    close(ends[0]);
+    close(ends[1]);
     dup2(STDERR_FILENO, STDOUT_FILENO);
     std::vector<char*> args;
     for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
@@ -45,8 +54,12 @@ bool Run(const std::vector<std::string>& argv) {
     execvp(args[0], args.data());
     _exit(127);
   }
+  close(ends[0]);
+  const bool written = input.empty() || write(ends[1], input.data(), input.size()) == static_cast<ssize_t>(input.size());
+  close(ends[1]);
   int status = 0;
-  return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  return child > 0 && waitpid(child, &status, 0) == child && written && WIFEXITED(status) &&
+         WEXITSTATUS(status) == 0;
 }
 
 bool Installed(const std::string& program) {
@@ -61,14 +74,14 @@ void Unmount(const std::string& mountPoint) {
 
 // One pass: mount, read the whole file once, unmount.
 std::optional<double> Pass(const Reader& reader) {
-  char pattern[] = "/tmp/zq-mounter-bench-XXXXXX";
+  char pattern[] = "/mnt/zq-mounter-bench-XXXXXX";
   if (mkdtemp(pattern) == nullptr) return std::nullopt;
   const std::string mountPoint = pattern;
   std::vector<std::string> argv = reader.argv;
   for (std::string& arg : argv)
     if (arg == "MOUNT") arg = mountPoint;
   std::optional<double> figure;
-  if (Run(argv)) {
+  if (Run(argv, reader.input)) {
     const std::string file = mountPoint + "/" + reader.fileName;
     const int fd = open(file.c_str(), O_RDONLY);
     struct stat info;
@@ -92,15 +105,17 @@ std::vector<Reader> Readers(const std::string& mounter, const std::string& image
   const std::string dislockerOption = recovery ? "-p" : keyFile ? "-f" : "-u";
   const std::string bdemountOption = recovery ? "-r" : keyFile ? "-s" : "-p";
   return {
-      {"zq-mounter", {mounter, image, "MOUNT", "raw", credential}, "volume"},
-      {"dislocker", {"dislocker", "-V", image, dislockerOption + credential, "--", "MOUNT"}, "dislocker-file"},
-      {"bdemount", {"bdemount", bdemountOption, credential, image, "MOUNT"}, "bde1"},
+      {"zq-mounter", {mounter, image, "MOUNT", "raw"}, "volume", credential + "\n"},
+      {"dislocker", {"dislocker", "-V", image, dislockerOption + credential, "--", "MOUNT"}, "dislocker-file", ""},
+      {"bdemount", {"bdemount", bdemountOption, credential, image, "MOUNT"}, "bde1", ""},
   };
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  // A reader that ends before taking its input must not end the benchmark.
+  signal(SIGPIPE, SIG_IGN);
   int passes = 3;
   std::string mounter = ZQ_MOUNTER_FILE;
   std::string image;
