@@ -191,12 +191,6 @@ class ReadWriteTest : public ::testing::Test {
     rmdir(mountFolder_.c_str());
   }
 
-  // A writable sparse copy of `image`.
-  std::string Copy(const Image& image) {
-    const std::string copy = root_(image.name + ".img");
-    return RunShell("cp --sparse=always " + Quoted(image.path) + " " + Quoted(copy)) == 0 ? copy : "";
-  }
-
   // zq-mounter serving `device` read-write at mountPoint_ with `options`.
   bool Mount(const LoopDevice& device, const Image& image, const std::string& options) {
     const ProgramRun run =
@@ -204,6 +198,28 @@ class ReadWriteTest : public ::testing::Test {
     EXPECT_EQ(run.status, 0) << run.errors;
     EXPECT_NE(run.errors.find("mounted read-write"), std::string::npos) << run.errors;
     return run.status == 0 && MountedAt(mountPoint_);
+  }
+
+  // A writable sparse copy of `image`.
+  std::string Copy(const Image& image) {
+    const std::string copy = root_(image.name + ".img");
+    EXPECT_EQ(RunShell("cp --sparse=always " + Quoted(image.path) + " " + Quoted(copy)), 0);
+    return copy;
+  }
+
+  // Serves a copy of `image` through the raw file, hands the file open for
+  // writing to `use`, and unmounts; returns the copy.
+  std::string WithRawFile(const Image& image, const std::function<void(int fd, uint64_t size)>& use) {
+    const std::string copy = Copy(image);
+    LoopDevice loop(copy);
+    if (!loop.valid() || !Mount(loop, image, "raw")) return copy;
+    const int fd = open(volume_.c_str(), O_RDWR);
+    struct stat info;
+    EXPECT_TRUE(fd >= 0 && fstat(fd, &info) == 0) << std::strerror(errno);
+    if (fd >= 0) use(fd, static_cast<uint64_t>(info.st_size));
+    if (fd >= 0) close(fd);
+    Unmount();
+    return copy;
   }
 
   // Unmounts as a user would, and waits for the mounter to have ended.
@@ -228,23 +244,14 @@ const std::vector<Write> kAwkwardWrites = {
 TEST_F(ReadWriteTest, RawWritesAtAwkwardPlacesReadBackThroughEveryReader) {
   for (const Image& image : *images_) {
     SCOPED_TRACE(image.name);
-    const std::string copy = Copy(image);
-    {
-      LoopDevice loop(copy);
-      ASSERT_TRUE(loop.valid() && Mount(loop, image, "raw"));
-      const int fd = open(volume_.c_str(), O_RDWR);
-      struct stat info;
-      ASSERT_TRUE(fd >= 0 && fstat(fd, &info) == 0) << std::strerror(errno);
+    const std::string copy = WithRawFile(image, [](int fd, uint64_t size) {
       for (const Write& write : kAwkwardWrites) {
-        const uint64_t at = Start(write, info.st_size);
         std::vector<uint8_t> bytes(write.length);
-        Apply({write}, info.st_size, at, bytes.data(), bytes.size());
-        EXPECT_EQ(pwrite(fd, bytes.data(), bytes.size(), at), static_cast<ssize_t>(bytes.size()))
-            << "at " << at << ": " << std::strerror(errno);
+        Apply({write}, size, Start(write, size), bytes.data(), bytes.size());
+        EXPECT_EQ(pwrite(fd, bytes.data(), bytes.size(), Start(write, size)), static_cast<ssize_t>(bytes.size()))
+            << "at " << Start(write, size) << ": " << std::strerror(errno);
       }
-      close(fd);
-      ASSERT_TRUE(Unmount());
-    }
+    });
     ExpectEveryReaderSees(image, copy, Unchanged(image, kAwkwardWrites));
   }
 }
@@ -268,14 +275,9 @@ std::vector<std::pair<uint64_t, uint64_t>> BitlockerAreas(const std::string& pat
 TEST_F(ReadWriteTest, WritesTouchingBitlockerAreasFailWithEioAndChangeNothing) {
   for (const Image& image : *images_) {
     SCOPED_TRACE(image.name);
-    const std::string copy = Copy(image);
-    const auto areas = BitlockerAreas(copy);
+    const auto areas = BitlockerAreas(image.path);
     ASSERT_EQ(areas.size(), 4u) << "three metadata copies and the kept boot sectors";
-    {
-      LoopDevice loop(copy);
-      ASSERT_TRUE(loop.valid() && Mount(loop, image, "raw"));
-      const int fd = open(volume_.c_str(), O_RDWR);
-      ASSERT_GE(fd, 0) << std::strerror(errno);
+    const std::string copy = WithRawFile(image, [&areas](int fd, uint64_t) {
       const std::vector<uint8_t> zeros(512), bytes(512, 0x5a);
       for (const auto& [offset, length] : areas) {
         std::vector<uint8_t> seen(512, 0xee);
@@ -287,9 +289,7 @@ TEST_F(ReadWriteTest, WritesTouchingBitlockerAreasFailWithEioAndChangeNothing) {
           EXPECT_EQ(errno, EIO) << "at " << at;
         }
       }
-      close(fd);
-      ASSERT_TRUE(Unmount());
-    }
+    });
     ExpectEveryReaderSees(image, copy, Unchanged(image));
   }
 }
@@ -305,21 +305,16 @@ TEST_F(ReadWriteTest, FsyncedWritesSurviveTheMounterBeingKilled) {
   std::string why;
   const Image* image = testimages::FindImage("bitlk-aes-xts-128", &why);
   if (image == nullptr) GTEST_SKIP() << why;
-  const std::string copy = Copy(*image);
   std::atomic<uint64_t> confirmed{0};
-  {
-    LoopDevice loop(copy);
-    ASSERT_TRUE(loop.valid() && Mount(loop, *image, "raw"));
+  const std::string copy = WithRawFile(*image, [&](int fd, uint64_t) {
     std::atomic<bool> ended{false};
     std::thread writer([&] {
-      const int fd = open(volume_.c_str(), O_WRONLY);
       std::vector<uint8_t> bytes(kMiB);
-      for (uint64_t n = 0; fd >= 0; confirmed = ++n) {
+      for (uint64_t n = 0;; confirmed = ++n) {
         const Write write = SlotWrite(n);
         Apply({write}, 0, write.offset, bytes.data(), kMiB);
         if (pwrite(fd, bytes.data(), kMiB, write.offset) != static_cast<ssize_t>(kMiB) || fsync(fd) != 0) break;
       }
-      if (fd >= 0) close(fd);
       ended = true;
     });
     while (!ended && confirmed < 3 * kSlots) usleep(1000);
@@ -328,9 +323,7 @@ TEST_F(ReadWriteTest, FsyncedWritesSurviveTheMounterBeingKilled) {
     for (int pid : servers) kill(pid, SIGKILL);
     writer.join();
     EXPECT_GE(confirmed, 3 * kSlots) << "the writes failed before the kill";
-    ForceUnmount(mountPoint_);
-    ASSERT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 30));
-  }
+  });
   std::vector<Write> durable;
   for (uint64_t n = confirmed > kSlots ? confirmed - kSlots : 0; n < confirmed; ++n) durable.push_back(SlotWrite(n));
   ExpectEveryReaderSees(*image, copy, Unchanged(*image, durable), SlotWrite(confirmed).offset / kMiB);
