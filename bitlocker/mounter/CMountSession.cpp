@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -46,8 +47,16 @@ void CMountSession::BlockStopSignals() {
 }
 
 int CMountSession::Start(std::string* message) {
+  const char* volumeReadOnly = volume_->ReadOnlyReason();
+  readOnlyReason_ = request_.readOnly ? kAskedReadOnly : volumeReadOnly != nullptr ? volumeReadOnly : "";
   const int status = request_.raw ? StartRaw(message) : StartFilesystem(message);
-  if (status != bitlocker::kOk) TakeDown();
+  if (status != bitlocker::kOk) {
+    TakeDown();
+  } else if (readOnlyReason_.empty()) {
+    *message = "mounted read-write";
+  } else {
+    *message = "mounted read-only: " + readOnlyReason_;
+  }
   return status;
 }
 
@@ -76,7 +85,8 @@ int CMountSession::StartRaw(std::string* message) {
   options.allowOther = true;
   options.uid = request_.uid;
   options.gid = request_.gid;
-  options.fileMode = 0444 & ~request_.umask;
+  options.writable = readOnlyReason_.empty();
+  options.fileMode = (options.writable ? 0666 : 0444) & ~request_.umask;
   if (!MountServer(request_.mountPoint, options, message)) return kMounterMountFailed;
   mountPointMountId_ = serverMountId_;
   return bitlocker::kOk;
@@ -105,17 +115,28 @@ int CMountSession::StartFilesystem(std::string* message) {
   stagingFolder_ = resolved;
   CVolumeFuseServer::Options options;
   options.sourceName = request_.rawDevice;
-  options.fileMode = 0400;
+  options.writable = readOnlyReason_.empty();
+  options.fileMode = options.writable ? 0600 : 0400;
   if (!MountServer(stagingFolder_, options, message)) return kMounterMountFailed;
 
   const Ownership ownership{request_.uid, request_.gid, request_.umask};
   const std::string image = stagingFolder_ + "/" + CVolumeFuseServer::kFileName;
   std::string driversSaid;
-  mountPointMountId_ = MountFilesystem(type, image, request_.mountPoint, ownership, &driversSaid);
+  mountPointMountId_ =
+      MountFilesystem(type, image, request_.mountPoint, ownership, !options.writable, &driversSaid);
+  // A file system its driver will not write (one left unclean, say) is
+  // still worth reading.
+  if (mountPointMountId_ < 0 && options.writable) {
+    std::string readOnlySaid;
+    mountPointMountId_ = MountFilesystem(type, image, request_.mountPoint, ownership, true, &readOnlySaid);
+  }
   if (mountPointMountId_ < 0) {
     *message = std::string("the ") + FilesystemName(type) + " file system could not be mounted:\n" + driversSaid;
     return kMounterMountFailed;
   }
+  struct statvfs mounted;
+  if (options.writable && statvfs(request_.mountPoint.c_str(), &mounted) == 0 && (mounted.f_flag & ST_RDONLY))
+    readOnlyReason_ = std::string("the ") + FilesystemName(type) + " file system would only mount read-only";
   return bitlocker::kOk;
 }
 
@@ -137,6 +158,7 @@ void CMountSession::TakeDown() {
   // file open any more, and with it the serving threads.
   if (server_) DetachIfOurs(server_->mountPoint(), serverMountId_);
   if (serving_.joinable()) serving_.join();
+  if (server_) server_->FlushWrites();
   server_.reset();
   for (int& end : servingEnded_) {
     if (end >= 0) close(end);

@@ -29,8 +29,12 @@ class CMountSession {
   CMountSession(const CMountSession&) = delete;
   CMountSession& operator=(const CMountSession&) = delete;
 
-  // Makes the mount.  Returns a MounterStatus and, on failure, says why in
-  // *message; nothing is left mounted then.
+  // Makes the mount, read-write unless the request asks for "ro" or the
+  // volume can only be read.  Returns a MounterStatus and says in *message
+  // what came of it: on success exactly "mounted read-write" or "mounted
+  // read-only: " and why (kAskedReadOnly, the volume's ReadOnlyReason, or
+  // that the file system inside would only mount read-only); on failure
+  // why not, and nothing is left mounted then.
   int Start(std::string* message);
 
   // Blocks until MOUNT_POINT has been unmounted, the FUSE connection has
@@ -40,6 +44,8 @@ class CMountSession {
   void ServeUntilUnmounted();
 
   static void BlockStopSignals();
+
+  static constexpr const char kAskedReadOnly[] = "asked for with ro";
 
  private:
   int StartRaw(std::string* message);
@@ -51,6 +57,7 @@ class CMountSession {
 
   std::unique_ptr<IVolume> volume_;
   MountRequest request_;
+  std::string readOnlyReason_;  // empty while the mount is read-write
   // The folder the session made, to be removed when it ends: only that
   // folder, not one made anew at the same path in the meantime.
   bool removeMountPoint_;

@@ -13,8 +13,8 @@ namespace {
 
 constexpr fuse_ino_t kFolderInode = FUSE_ROOT_ID;
 constexpr fuse_ino_t kFileInode = 2;
-// The volume never changes while it is served: the kernel may keep names
-// and attributes for as long as it likes.
+// Names and attributes never change while the volume is served: the kernel
+// may keep them for as long as it likes.
 constexpr double kCacheSeconds = 86400;
 // Largest read the kernel sends with FUSE_MAX_PAGES (256 pages).
 constexpr unsigned kLargestRead = 1024 * 1024;
@@ -28,8 +28,11 @@ void ReplyAttributes(fuse_req_t request, fuse_ino_t inode) {
   fuse_reply_attr(request, &attributes, kCacheSeconds);
 }
 
+// No writeback cache is asked for: the kernel sends each write here as it
+// happens, and hears that it is done once it is on the device.
 void Init(void*, fuse_conn_info* connection) {
   connection->max_readahead = kLargestRead;
+  connection->max_write = kLargestRead;
 }
 
 void Lookup(fuse_req_t request, fuse_ino_t parent, const char* name) {
@@ -75,11 +78,38 @@ void ReadDir(fuse_req_t request, fuse_ino_t inode, size_t size, off_t offset, fu
   fuse_reply_buf(request, buffer.data(), used);
 }
 
+// The size cannot change, so neither can a truncating open; owner and mode
+// are the mount's.  Times are not kept: the volume has none of its own.
+void SetAttr(fuse_req_t request, fuse_ino_t inode, struct stat* wanted, int changes, fuse_file_info*) {
+  if (inode != kFolderInode && inode != kFileInode) {
+    fuse_reply_err(request, ENOENT);
+    return;
+  }
+  const struct stat now = ServerOf(request)->Attributes(inode);
+  if (((changes & FUSE_SET_ATTR_SIZE) && wanted->st_size != now.st_size) ||
+      ((changes & FUSE_SET_ATTR_MODE) && (wanted->st_mode & 07777) != (now.st_mode & 07777)) ||
+      ((changes & FUSE_SET_ATTR_UID) && wanted->st_uid != now.st_uid) ||
+      ((changes & FUSE_SET_ATTR_GID) && wanted->st_gid != now.st_gid)) {
+    fuse_reply_err(request, EPERM);
+    return;
+  }
+  fuse_reply_attr(request, &now, kCacheSeconds);
+}
+
+// The kernel keeps what it read of the file across opens (keep_cache).
+// That is safe while the volume is served: the device is the volume's
+// alone (the library opened it, and a mounted file system or a held loop
+// device keeps others out), and every write to the volume comes through
+// this one inode, where the kernel updates its pages as it sends the
+// write here.
 void Open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* file) {
+  CVolumeFuseServer* server = ServerOf(request);
   if (inode != kFileInode) {
     fuse_reply_err(request, inode == kFolderInode ? EISDIR : ENOENT);
-  } else if ((file->flags & O_ACCMODE) != O_RDONLY) {
+  } else if ((file->flags & O_ACCMODE) != O_RDONLY && !server->writable()) {
     fuse_reply_err(request, EROFS);
+  } else if ((file->flags & O_TRUNC) && server->volume()->Size() != 0) {
+    fuse_reply_err(request, EPERM);
   } else {
     file->keep_cache = 1;
     fuse_reply_open(request, file);
@@ -105,6 +135,25 @@ void Read(fuse_req_t request, fuse_ino_t, size_t size, off_t offset, fuse_file_i
   fuse_reply_buf(request, buffer.data(), done);
 }
 
+void Write(fuse_req_t request, fuse_ino_t, const char* data, size_t size, off_t offset, fuse_file_info*) {
+  const ssize_t wrote = ServerOf(request)->Write(static_cast<uint64_t>(offset), data, size);
+  if (wrote < 0) {
+    fuse_reply_err(request, static_cast<int>(-wrote));
+  } else {
+    fuse_reply_write(request, static_cast<size_t>(wrote));
+  }
+}
+
+// close() (flush), fsync and the last close (release) each make what was
+// written durable, and fail when the device cannot.
+void Flush(fuse_req_t request, fuse_ino_t, fuse_file_info*) {
+  fuse_reply_err(request, ServerOf(request)->FlushWrites());
+}
+
+void Fsync(fuse_req_t request, fuse_ino_t, int, fuse_file_info*) {
+  fuse_reply_err(request, ServerOf(request)->FlushWrites());
+}
+
 void StatFs(fuse_req_t request, fuse_ino_t) {
   struct statvfs info{};
   info.f_bsize = 4096;
@@ -121,8 +170,14 @@ const fuse_lowlevel_ops kOperations = [] {
   operations.lookup = Lookup;
   operations.getattr = GetAttr;
   operations.readdir = ReadDir;
+  operations.setattr = SetAttr;
   operations.open = Open;
   operations.read = Read;
+  operations.write = Write;
+  operations.flush = Flush;
+  operations.release = Flush;
+  operations.fsync = Fsync;
+  operations.fsyncdir = Fsync;
   operations.statfs = StatFs;
   return operations;
 }();
@@ -166,9 +221,36 @@ struct stat CVolumeFuseServer::Attributes(uint64_t inode) const {
   return attributes;
 }
 
+ssize_t CVolumeFuseServer::Write(uint64_t offset, const char* data, size_t size) {
+  if (!options_.writable) return -EROFS;
+  size_t done = 0;
+  while (done < size) {
+    const ssize_t wrote = volume_->Write(offset + done, data + done, size - done);
+    if (wrote <= 0) {
+      if (done != 0) break;
+      return wrote == 0 ? -ENOSPC : -(errno != 0 ? errno : EIO);
+    }
+    done += static_cast<size_t>(wrote);
+    unflushed_ = true;
+  }
+  return static_cast<ssize_t>(done);
+}
+
+int CVolumeFuseServer::FlushWrites() {
+  // A flush that finds nothing to do still waits for one under way, whose
+  // writes may include the caller's.
+  std::lock_guard<std::mutex> lock(flushing_);
+  if (!unflushed_.exchange(false)) return 0;
+  if (volume_->Flush() == 0) return 0;
+  const int error = errno != 0 ? errno : EIO;
+  unflushed_ = true;
+  return error;
+}
+
 bool CVolumeFuseServer::Mount(const std::string& mountPoint, std::string* error) {
-  std::string mountOptions =
-      "ro,nosuid,nodev,default_permissions,subtype=zq-mounter,fsname=" + OptionValue(options_.sourceName);
+  std::string mountOptions = std::string(options_.writable ? "rw" : "ro") +
+                             ",nosuid,nodev,default_permissions,subtype=zq-mounter,fsname=" +
+                             OptionValue(options_.sourceName);
   if (options_.allowOther) mountOptions += ",allow_other";
   fuse_ = MountFuse(mountPoint, mountOptions, kOperations, this, error);
   if (fuse_ == nullptr) return false;

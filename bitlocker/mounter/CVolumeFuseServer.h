@@ -1,17 +1,21 @@
-// Serves an unlocked volume through FUSE as a folder that holds one
-// read-only file, "volume", whose bytes are the volume's.
+// Serves an unlocked volume through FUSE as a folder that holds one file,
+// "volume", whose bytes are the volume's, read-only or read-write.
 //
 // Requests are served on several threads at once; each read is decrypted
-// straight into the buffer that goes back to the kernel.  Nothing is ever
-// written.
+// straight into the buffer that goes back to the kernel.  Each write goes
+// through the volume to the device before the kernel hears that it is
+// done, and nothing is cached here, so what a writer was told is written
+// survives the server's death; flush, fsync and release make it durable.
+// The file's size is the volume's and never changes.
 #ifndef ZQ_BITLOCKER_MOUNTER_CVOLUMEFUSESERVER_H_
 #define ZQ_BITLOCKER_MOUNTER_CVOLUMEFUSESERVER_H_
 
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstdint>
-
+#include <mutex>
 #include <string>
 
 #include "IVolume.h"
@@ -28,6 +32,7 @@ class CVolumeFuseServer {
     uid_t uid = 0;
     gid_t gid = 0;
     mode_t fileMode = 0444;    // permission bits of the file
+    bool writable = false;     // mount read-write; the volume must be writable
   };
 
   // `volume` must outlive the server.
@@ -53,10 +58,25 @@ class CVolumeFuseServer {
   // the file (2).  Used by the request handlers.
   struct stat Attributes(uint64_t inode) const;
   IVolume* volume() const { return volume_; }
+  bool writable() const { return options_.writable; }
+
+  // Writes `size` bytes at `offset` through the volume.  Returns the count
+  // written, short only where the volume ends, or -ENOSPC when `offset` lies
+  // at or past its end, or minus the volume's error number.
+  ssize_t Write(uint64_t offset, const char* data, size_t size);
+
+  // Makes every write so far durable on the device (IVolume::Flush); at
+  // once when nothing was written since the last time.  Returns 0 or an
+  // error number.
+  int FlushWrites();
 
  private:
   IVolume* volume_;
   Options options_;
+  std::mutex flushing_;
+  // Set after each write, before it is acknowledged; taken back, under
+  // flushing_, just before the volume is flushed.
+  std::atomic<bool> unflushed_{false};
   std::string mountPoint_;
   FuseMount* fuse_ = nullptr;
 };

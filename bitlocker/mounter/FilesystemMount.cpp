@@ -12,17 +12,19 @@ namespace {
 struct Driver {
   const char* program;        // started with its arguments below
   const char* type;           // for mount(8), or null for a FUSE program of its own
-  const char* extraOptions;   // besides ro, nosuid, nodev and the ownership
+  const char* writeOption;    // what asks the driver to write; "ro" asks it not to
+  const char* extraOptions;   // besides those, nosuid, nodev and the ownership
 };
 
+// A loop device that mount(8) makes is read-write unless "ro" is given.
 std::vector<Driver> DriversFor(FilesystemType type) {
   switch (type) {
     case FilesystemType::kNtfs:
-      return {{"/bin/mount", "ntfs3", "loop"}, {"/bin/mount", "ntfs-3g", "allow_other"}};
+      return {{"/bin/mount", "ntfs3", "rw", "loop"}, {"/bin/mount", "ntfs-3g", "rw", "allow_other"}};
     case FilesystemType::kExfat:
-      return {{"/bin/mount", "exfat", "loop"}, {"/bin/mount", "exfat-fuse", "loop,allow_other"}};
+      return {{"/bin/mount", "exfat", "rw", "loop"}, {"/bin/mount", "exfat-fuse", "rw", "loop,allow_other"}};
     case FilesystemType::kFat:
-      return {{"/bin/mount", "vfat", "loop"}, {"/usr/bin/fusefat", nullptr, "allow_other"}};
+      return {{"/bin/mount", "vfat", "rw", "loop"}, {"/usr/bin/fusefat", nullptr, "rw+", "allow_other"}};
     case FilesystemType::kUnknown: break;
   }
   return {};
@@ -35,9 +37,10 @@ std::string OwnershipOptions(const Ownership& ownership) {
 }
 
 std::vector<std::string> ArgumentsFor(const Driver& driver, const std::string& image, const std::string& mountPoint,
-                                      const Ownership& ownership) {
+                                      const Ownership& ownership, bool readOnly) {
   // Set-uid bits and device nodes on the volume must grant nothing here.
-  const std::string options = std::string("ro,nosuid,nodev,") + driver.extraOptions + "," + OwnershipOptions(ownership);
+  const std::string options = std::string(readOnly ? "ro" : driver.writeOption) + ",nosuid,nodev," +
+                              driver.extraOptions + "," + OwnershipOptions(ownership);
   if (driver.type != nullptr) return {"-t", driver.type, "-o", options, image, mountPoint};
   return {"-o", options, image, mountPoint};
 }
@@ -51,12 +54,12 @@ std::optional<int> TopMountId(const std::string& mountPoint) {
 }  // namespace
 
 int MountFilesystem(FilesystemType type, const std::string& image, const std::string& mountPoint,
-                    const Ownership& ownership, std::string* error) {
+                    const Ownership& ownership, bool readOnly, std::string* error) {
   error->clear();
   const std::optional<int> before = TopMountId(mountPoint);
   for (const Driver& driver : DriversFor(type)) {
     const TaskWrapper run =
-        TaskWrapper::runTaskAtLaunchPath(driver.program, ArgumentsFor(driver, image, mountPoint, ownership));
+        TaskWrapper::runTaskAtLaunchPath(driver.program, ArgumentsFor(driver, image, mountPoint, ownership, readOnly));
     // Judged by the mount table: some drivers say nothing and some exit 0
     // on failure.
     const std::optional<int> after = TopMountId(mountPoint);

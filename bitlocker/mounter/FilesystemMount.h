@@ -1,5 +1,5 @@
-// Mounts the file system held in an image file read-only, with what the
-// system provides.  On Linux (FilesystemMount.cpp): the kernel's driver
+// Mounts the file system held in an image file, read-only or read-write,
+// with what the system provides.  On Linux (FilesystemMount.cpp): the kernel's driver
 // through a loop device that clears itself when the file system is
 // unmounted, or else the FUSE driver that reads the file (ntfs-3g and
 // fusefat directly, exfat-fuse, which as root wants a block device, through
@@ -21,10 +21,11 @@ struct Ownership {
 };
 
 // Tries each driver for `type` in turn until one has mounted `image` at
-// `mountPoint`.  Returns the mount's id in the mount table, or -1 with what
-// each driver said in *error.
+// `mountPoint`, read-only when `readOnly` says so and otherwise read-write.
+// Returns the mount's id in the mount table, or -1 with what each driver
+// said in *error.
 int MountFilesystem(FilesystemType type, const std::string& image, const std::string& mountPoint,
-                    const Ownership& ownership, std::string* error);
+                    const Ownership& ownership, bool readOnly, std::string* error);
 
 // Lets go of what MountFilesystem set up to read `image`, once the file
 // system is unmounted.

@@ -1,9 +1,10 @@
-// The volume's file becomes a disk through hdiutil, read-only and without
-// a mount, and diskutil mounts that disk at the mount point, so that
-// macOS's own drivers read NTFS, exFAT and FAT.
+// The volume's file becomes a disk through hdiutil, without a mount, and
+// diskutil mounts that disk at the mount point, so that macOS's own drivers
+// read NTFS, exFAT and FAT; a read-only mount is read-only at both steps.
 #include <map>
 #include <mutex>
 #include <sstream>
+#include <vector>
 
 #include "FilesystemMount.h"
 #include "MountSystem.h"
@@ -36,16 +37,20 @@ void Detach(const std::string& disk) { TaskWrapper::runTaskAtLaunchPath("/usr/bi
 // diskutil's mount takes no owner or permission bits, so `ownership` is
 // what the file system driver gives; Apple documents no option for it.
 int MountFilesystem(FilesystemType type, const std::string& image, const std::string& mountPoint,
-                    const Ownership&, std::string* error) {
-  const TaskWrapper attach = TaskWrapper::runTaskAtLaunchPath(
-      "/usr/bin/hdiutil", {"attach", "-imagekey", "diskimage-class=CRawDiskImage", "-nomount", "-readonly", image});
+                    const Ownership&, bool readOnly, std::string* error) {
+  std::vector<std::string> attachArguments = {"attach", "-imagekey", "diskimage-class=CRawDiskImage", "-nomount"};
+  if (readOnly) attachArguments.push_back("-readonly");
+  attachArguments.push_back(image);
+  const TaskWrapper attach = TaskWrapper::runTaskAtLaunchPath("/usr/bin/hdiutil", attachArguments);
   const std::string disk = WholeDisk(attach.response().value_or(""));
   if (attach.terminationStatus() != 0 || disk.empty()) {
     *error = "hdiutil attach: " + Said(attach);
     return -1;
   }
-  const TaskWrapper mount =
-      TaskWrapper::runTaskAtLaunchPath("/usr/sbin/diskutil", {"mount", "readOnly", "-mountPoint", mountPoint, disk});
+  std::vector<std::string> mountArguments = {"mount"};
+  if (readOnly) mountArguments.push_back("readOnly");
+  mountArguments.insert(mountArguments.end(), {"-mountPoint", mountPoint, disk});
+  const TaskWrapper mount = TaskWrapper::runTaskAtLaunchPath("/usr/sbin/diskutil", mountArguments);
   const int mountId = MountIdAt(mountPoint);
   if (mount.terminationStatus() != 0 || mountId < 0) {
     *error = "diskutil mount of the " + std::string(FilesystemName(type)) + " file system: " + Said(mount);
@@ -54,8 +59,8 @@ int MountFilesystem(FilesystemType type, const std::string& image, const std::st
   }
   // diskutil takes no mount flags; mount(8)'s -u changes those of a mount
   // in place, so set-uid bits and device nodes on the volume grant nothing.
-  const TaskWrapper restrict =
-      TaskWrapper::runTaskAtLaunchPath("/sbin/mount", {"-u", "-o", "nosuid,nodev,rdonly", mountPoint});
+  const TaskWrapper restrict = TaskWrapper::runTaskAtLaunchPath(
+      "/sbin/mount", {"-u", "-o", readOnly ? "nosuid,nodev,rdonly" : "nosuid,nodev", mountPoint});
   if (restrict.terminationStatus() != 0) {
     *error = "mount -u -o nosuid,nodev: " + Said(restrict);
     Detach(disk);

@@ -22,6 +22,8 @@ bool ApplyOption(const std::string& option, MountRequest* request, std::string* 
   unsigned long number = 0;
   if (option == "raw") {
     request->raw = true;
+  } else if (option == "ro") {
+    request->readOnly = true;
   } else if (key == "uid" && ParseNumber(value, 10, 0xFFFFFFFEul, &number)) {
     request->uid = static_cast<uid_t>(number);
     request->uidGiven = true;

@@ -9,6 +9,8 @@
 // OPTIONS is a comma-separated list, possibly empty:
 //   raw         serve the unlocked volume as the one file MOUNT_POINT/volume
 //               instead of mounting the file system inside it
+//   ro          mount read-only even where the volume could be written
+//               (without it, the mount is read-write wherever it can be)
 //   uid=N       owner of what is served: root (0) or the user at the machine,
 //               who is the default
 //   gid=N       group of what is served: root's (0) or that user's group,
@@ -27,6 +29,7 @@ struct MountRequest {
   std::string rawDevice;
   std::string mountPoint;
   bool raw = false;
+  bool readOnly = false;
   uid_t uid = 0;
   gid_t gid = 0;
   bool uidGiven = false;

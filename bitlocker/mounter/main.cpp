@@ -1,11 +1,21 @@
-// zq-mounter: unlocks a BitLocker volume and mounts it read-only through
-// FUSE, then returns to its caller while a background process serves it.
-// The mount point must be one that MountPoint.h allows; a missing one is
-// made once the volume has unlocked, and removed again at the end.
+// zq-mounter: unlocks a BitLocker volume and mounts it through FUSE, then
+// returns to its caller while a background process serves it.  The mount
+// is read-write wherever the volume can be written, unless OPTIONS hold
+// "ro".  The mount point must be one that MountPoint.h allows; a missing
+// one is made once the volume has unlocked, and removed again at the end.
 //
 //   zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS < CREDENTIAL
+//   zq-mounter -h | --help | --version
 //
-// The exit status is one of MounterStatus.h.  `umount MOUNT_POINT` ends
+// The exit status is one of MounterStatus.h.  On success, which is status
+// 0 either way, the line on standard error says which mount it got:
+//
+//   zq-mounter: mounted read-write
+//   zq-mounter: mounted read-only: REASON
+//
+// REASON is "asked for with ro", what the volume says keeps it from being
+// written ("the device is read-only", ...), or "the NTFS (exFAT, FAT) file
+// system would only mount read-only".  `umount MOUNT_POINT` ends
 // everything the mount made, the background process included.
 #include <sys/stat.h>
 #include <unistd.h>
@@ -29,12 +39,16 @@
 #include "PackageVolume.h"
 #include "Platform.h"
 #include "PrimaryGroup.h"
+#include "ProgramVersion.h"
 
 namespace {
 
 constexpr char kUsage[] =
     "usage: zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS < CREDENTIAL\n"
-    "  OPTIONS: comma-separated; raw, uid=N, gid=N, umask=OOO (default: the user at the machine's alone)\n";
+    "       zq-mounter -h | --help | --version\n"
+    "  OPTIONS: comma-separated; raw, ro, uid=N, gid=N, umask=OOO\n"
+    "           (default: read-write where the volume can be written, the user at the machine's alone)\n"
+    "  On success it says \"mounted read-write\" or \"mounted read-only: REASON\" and exits 0.\n";
 
 // Makes the mount point when it is missing, for the user at the machine
 // alone, and turns it into the path the mount table will show.  *made
@@ -59,12 +73,26 @@ bool PrepareMountPoint(std::string* mountPoint, bool* made, std::string* error) 
 }  // namespace
 
 int main(int argc, char** argv) {
+  const std::string first = argc > 1 ? argv[1] : "";
+  if (first == "-h" || first == "--help") {
+    std::fputs(kUsage, stdout);
+    return 0;
+  }
+  if (first == "--version") {
+    std::printf("zq-mounter %s\n", kProgramVersion);
+    return 0;
+  }
   MountRequest request;
   std::string error;
   const uid_t consoleUser = platform::ConsoleUser();
-  if (ParseMountRequest(std::vector<std::string>(argv + 1, argv + argc), &request, &error) &&
-      SettleOwner(consoleUser, PrimaryGroupOf(consoleUser), &request, &error))
+  // Only the first word is named back when it is not understood: a later
+  // one may be a credential given by mistake.
+  if (first.rfind('-', 0) == 0) {
+    error = "unknown option \"" + first + "\"";
+  } else if (ParseMountRequest(std::vector<std::string>(argv + 1, argv + argc), &request, &error) &&
+             SettleOwner(consoleUser, PrimaryGroupOf(consoleUser), &request, &error)) {
     error = MountPointRefusal(request.mountPoint, consoleUser, MountedFolder::kRefused);
+  }
   std::optional<std::string> credential;
   if (error.empty() && !(credential = ReadCredential("Credential: "))) error = "no credential on standard input";
   if (!error.empty()) {

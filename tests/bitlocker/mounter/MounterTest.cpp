@@ -19,6 +19,7 @@
 #include "MounterHarness.h"
 #include "MounterStatus.h"
 #include "ProgramRun.h"
+#include "ProgramVersion.h"
 #include "StubBundle.h"
 #include "TempDir.h"
 
@@ -62,24 +63,108 @@ class MounterTest : public ::testing::Test {
   std::string mountFolder_ = "/mnt/zq-mounter-test-" + std::to_string(getpid()), mountPoint_ = mountFolder_ + "/mount point";
 };
 
-// The mode that the options ask for, of a file served read-only and whole
-// up to its odd end, until the stop signal takes the mount down.  Ownership,
-// umount and the user's rights are the service's end-to-end tests' part.
-TEST_F(MounterTest, RawServesTheWholeFileReadOnlyWithTheModeAskedForUntilStopped) {
+// Every write lands in the file exactly, up to the volume's end and never
+// past it, whatever its offset and length against sectors, pages and
+// FUSE's requests; the size never changes; the mode that the options ask
+// for, with the write bits, until the stop signal takes the mount down.
+// Ownership, umount and the user's rights are the service's end-to-end
+// tests' part.
+TEST_F(MounterTest, RawWritesLandInTheFileExactlyAndNeverGrowIt) {
   const ProgramRun run = Mount("raw,uid=0,gid=0,umask=022");
   ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
+  EXPECT_EQ(run.errors, "zq-mounter: mounted read-write\n");
+  const std::string file = mountPoint_ + "/volume";
   struct stat info;
-  ASSERT_EQ(stat((mountPoint_ + "/volume").c_str(), &info), 0);
-  EXPECT_EQ(info.st_size, static_cast<off_t>(kImageSize));
-  EXPECT_EQ(info.st_mode & 07777, 0444u);
-  EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), FileSha256(image_));
-  EXPECT_LT(open((mountPoint_ + "/volume").c_str(), O_WRONLY), 0);
-  EXPECT_LT(open((mountPoint_ + "/other").c_str(), O_RDONLY), 0);
+  ASSERT_EQ(stat(file.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0644u);
+  EXPECT_EQ(FileSha256(file), FileSha256(image_));
+  EXPECT_LT(open((mountPoint_ + "/other").c_str(), O_RDWR | O_CREAT, 0644), 0);
+
+  std::string expected = ReadFile(image_);
+  const int fd = open(file.c_str(), O_RDWR);
+  ASSERT_GE(fd, 0) << std::strerror(errno);
+  constexpr size_t kEnd = kImageSize;
+  const struct {
+    size_t offset, length;
+    ssize_t written;  // -1: fails with ENOSPC
+  } writes[] = {
+      {0, 1, 1},                                     // the first byte
+      {511, 2, 2},                                   // across a sector
+      {4095, 3, 3},                                  // across a page
+      {3 * 4096 - 100, 2 * 4096 + 17, 2 * 4096 + 17},  // pages at both ends in part
+      {1024 * 1024 - 7, 1024 * 1024 + 9, 1024 * 1024 + 9},  // more than one request
+      {kEnd - 1, 1, 1},                              // the last byte
+      {kEnd - 10, 20, 10},                           // across the end: what fits
+      {kEnd, 1, -1},                                 // at the end
+      {kEnd + 4096, 5, -1},                          // past it
+  };
+  std::mt19937 random(7);
+  for (const auto& write : writes) {
+    SCOPED_TRACE(std::to_string(write.offset) + "+" + std::to_string(write.length));
+    std::string bytes(write.length, '\0');
+    for (char& byte : bytes) byte = static_cast<char>(random());
+    errno = 0;
+    EXPECT_EQ(pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(write.offset)), write.written);
+    if (write.written < 0) {
+      EXPECT_EQ(errno, ENOSPC);
+    } else {
+      expected.replace(write.offset, static_cast<size_t>(write.written), bytes, 0, write.written);
+    }
+  }
+  EXPECT_EQ(fsync(fd), 0) << std::strerror(errno);
+  EXPECT_NE(ftruncate(fd, 4096), 0) << "the size changed";
+  EXPECT_EQ(errno, EPERM);
+  EXPECT_EQ(close(fd), 0);
+  EXPECT_LT(open(file.c_str(), O_WRONLY | O_TRUNC), 0) << "a truncating open";
+  EXPECT_EQ(ReadFile(file), expected) << "read back through the mount";
+
   const std::vector<int> servers = LiveProcessesWithWord(mountPoint_);
   ASSERT_EQ(servers.size(), 1u);
   kill(servers[0], SIGTERM);
   EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
   EXPECT_FALSE(MountedAt(mountPoint_));
+  EXPECT_EQ(ReadFile(image_), expected) << "the file itself";
+}
+
+// Read-only mounts refuse every write with the mount's own error, say why
+// they are read-only, and keep the read-only mode.
+TEST_F(MounterTest, ReadOnlyMountsSayWhyAndRefuseWrites) {
+  // The image again, through a read-only bind mount: a device that can
+  // only be read.
+  struct ReadOnlyView {
+    std::string at;
+    ~ReadOnlyView() { umount2(at.c_str(), MNT_DETACH); }
+  } readOnly{root_("read-only image")};
+  std::ofstream(readOnly.at).close();
+  ASSERT_EQ(RunShell("mount --bind " + Quoted(image_) + " " + Quoted(readOnly.at) + " && mount -o remount,bind,ro " +
+                     Quoted(readOnly.at)),
+            0);
+  const std::string digest = FileSha256(image_);
+  const struct {
+    const char* what;
+    std::string device, options, report;
+  } mounts[] = {
+      {"asked for", image_, "raw,ro,umask=027", "zq-mounter: mounted read-only: asked for with ro\n"},
+      {"a read-only device", readOnly.at, "raw,umask=027",
+       "zq-mounter: mounted read-only: the device is read-only\n"},
+  };
+  for (const auto& mount : mounts) {
+    SCOPED_TRACE(mount.what);
+    const ProgramRun run = RunProgram(mounter_, {mount.device, mountPoint_, mount.options}, "plain\n");
+    ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
+    EXPECT_EQ(run.errors, mount.report);
+    const std::string file = mountPoint_ + "/volume";
+    struct stat info;
+    ASSERT_EQ(stat(file.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 07777, 0440u);
+    errno = 0;
+    EXPECT_LT(open(file.c_str(), O_WRONLY), 0);
+    EXPECT_TRUE(errno == EROFS || errno == EACCES) << std::strerror(errno);
+    EXPECT_EQ(FileSha256(file), digest);
+    ASSERT_EQ(umount(mountPoint_.c_str()), 0) << std::strerror(errno);
+    EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
+  }
+  EXPECT_EQ(FileSha256(image_), digest);
 }
 
 // Besides these, the service's end-to-end tests refuse a wrong credential, a
@@ -128,7 +213,9 @@ void PrintTo(const FilesystemCase& param, std::ostream* out) { *out << param.nam
 
 class MounterFilesystemTest : public MounterTest, public ::testing::WithParamInterface<FilesystemCase> {};
 
-TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
+// Written read-write, what was written is in the image once unmounted, as
+// a read-only mount that refuses writes then shows.
+TEST_P(MounterFilesystemTest, InnerFileSystemIsWrittenReadWriteAndReleased) {
   const auto [name, tool, make] = GetParam();
   if (RunShell(std::string("command -v ") + tool + " >/dev/null") != 0) GTEST_SKIP() << tool << " is not installed";
   const std::string text = std::string("hello from ") + name + "\n";
@@ -136,16 +223,17 @@ TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
   ASSERT_EQ(RunShell("IMAGE=" + Quoted(image_) + " FILE=" + Quoted(root_("hello.txt")) +
                      "; truncate -s 0 \"$IMAGE\" && truncate -s 48M \"$IMAGE\" && (" + make + ") >/dev/null 2>&1"),
             0);
-  const ProgramRun run = Mount("umask=077");
+  ProgramRun run = Mount("umask=077");
   ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
+  EXPECT_EQ(run.errors, "zq-mounter: mounted read-write\n");
   EXPECT_EQ(ReadFile(mountPoint_ + "/hello.txt"), text);
-  EXPECT_LT(open((mountPoint_ + "/new.txt").c_str(), O_WRONLY | O_CREAT, 0644), 0) << "the mount is writable";
+  std::ofstream(mountPoint_ + "/new.txt") << text << text;
   const std::vector<std::string> staging = MountPointsOfSource(image_);
   ASSERT_EQ(staging.size(), 1u) << "one staging mount of the raw volume";
   for (const std::string& at : {mountPoint_, staging[0]}) {
     const std::optional<MountEntry> mount = TopMountAt(ReadMountTable(), at);
     ASSERT_TRUE(mount) << at;
-    EXPECT_NE(mount->options.find("nosuid,nodev"), std::string::npos) << at << ": " << mount->options;
+    EXPECT_NE(mount->options.find("rw,nosuid,nodev"), std::string::npos) << at << ": " << mount->options;
   }
   // Unmounted as a user would, the mounter and the driver it started go, with their mounts.
   ASSERT_EQ(umount(mountPoint_.c_str()), 0) << std::strerror(errno);
@@ -154,6 +242,13 @@ TEST_P(MounterFilesystemTest, InnerFileSystemIsMountedReadOnlyAndReleased) {
   EXPECT_TRUE(MountPointsOfSource(image_).empty()) << "the staging mount is left";
   EXPECT_TRUE(LoopDevicesBackedBy(staging[0]).empty()) << "a loop device is left";
   EXPECT_NE(access(staging[0].c_str(), F_OK), 0) << "the staging folder is left";
+
+  run = Mount("ro");
+  ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
+  EXPECT_EQ(run.errors, "zq-mounter: mounted read-only: asked for with ro\n");
+  EXPECT_EQ(ReadFile(mountPoint_ + "/new.txt"), text + text);
+  EXPECT_LT(open((mountPoint_ + "/other.txt").c_str(), O_WRONLY | O_CREAT, 0644), 0) << "the mount is writable";
+  EXPECT_EQ(errno, EROFS);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -166,15 +261,37 @@ INSTANTIATE_TEST_SUITE_P(
                        "cp \"$FILE\" $d/hello.txt && umount $d && rmdir $d"}),
     [](const auto& info) { return std::string(info.param.name); });
 
+TEST(MounterCommandLineTest, AnswersHelpAndVersionAndNamesAnUnknownOption) {
+  const struct {
+    std::vector<std::string> words;
+    int status;
+    std::string outputStart, errorsStart;
+  } runs[] = {
+      {{"-h"}, 0, "usage: zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS", ""},
+      {{"--help"}, 0, "usage: zq-mounter RAW_DEVICE MOUNT_POINT OPTIONS", ""},
+      {{"--version"}, 0, std::string("zq-mounter ") + kProgramVersion + "\n", ""},
+      {{"-x", "/mnt/a", "raw"}, kMounterUsage, "", "zq-mounter: unknown option \"-x\"\nusage: "},
+  };
+  for (const auto& expected : runs) {
+    SCOPED_TRACE(expected.words[0]);
+    const ProgramRun run = RunProgram(ZQ_MOUNTER_FILE, expected.words);
+    EXPECT_EQ(run.status, expected.status);
+    EXPECT_EQ(run.output.rfind(expected.outputStart, 0), 0u) << run.output;
+    EXPECT_EQ(run.errors.rfind(expected.errorsStart, 0), 0u) << run.errors;
+  }
+}
+
 TEST(MountRequestTest, ReadsTheThreeWordsAndEachOption) {
   MountRequest request;
   std::string error;
-  ASSERT_TRUE(ParseMountRequest({"/dev/loop3", "/media/a b", ",raw,,uid=501,gid=20,umask=027,"}, &request, &error))
+  ASSERT_TRUE(ParseMountRequest({"/dev/loop3", "/media/a b", ",raw,,ro,uid=501,gid=20,umask=027,"}, &request, &error))
       << error;
-  EXPECT_TRUE(request.rawDevice == "/dev/loop3" && request.mountPoint == "/media/a b" && request.raw);
+  EXPECT_TRUE(request.rawDevice == "/dev/loop3" && request.mountPoint == "/media/a b" && request.raw &&
+              request.readOnly);
   EXPECT_TRUE(request.uid == 501 && request.gid == 20 && request.umask == 027);
   ASSERT_TRUE(ParseMountRequest({"/dev/loop3", "/m", ""}, &request, &error)) << error;
-  EXPECT_TRUE(!request.raw && request.uid == 0) << "by default the raw volume is not served, and root owns what is";
+  EXPECT_TRUE(!request.raw && !request.readOnly && request.uid == 0)
+      << "by default the raw volume is not served, the mount may write, and root owns what is";
   EXPECT_EQ(request.umask, 077u) << "by default what is served is the owner's alone";
 }
 
@@ -185,6 +302,7 @@ TEST(MountRequestTest, RefusesWhatWouldBeMisread) {
            {"/dev/loop3", "", "raw"},
            {"/dev/loop3", "/m", "RAW"},
            {"/dev/loop3", "/m", "raw=1"},
+           {"/dev/loop3", "/m", "ro=1"},
            {"/dev/loop3", "/m", "uid="},
            {"/dev/loop3", "/m", "uid=-1"},
            {"/dev/loop3", "/m", "uid=4294967295"},
