@@ -235,12 +235,19 @@ class ReadWriteTest : public ::testing::Test {
   std::string mountPoint_ = mountFolder_ + "/volume point", volume_ = mountPoint_ + "/volume";
 };
 
-// The first sector, across sector and 4 KiB boundaries, across the end of
-// the boot sectors that BitLocker keeps elsewhere, one write over another,
-// the last sectors.
-const std::vector<Write> kAwkwardWrites = {
-    {0, 700, 1},    {511, 2, 2},       {4095, 4099, 3},    {8190, 5, 4},  {static_cast<int64_t>(kMiB) + 123, 300001, 5},
-    {kMiB + 200000, 777, 6}, {-static_cast<int64_t>(kMiB) - 4097, 3, 7}, {-1000, 600, 8}, {-512, 512, 9}};
+// The first sector (its boot code: bdemount reads the volume's size in the
+// rest), across sector and 4 KiB boundaries, across the end of the boot
+// sectors that BitLocker keeps elsewhere, one write over another, the last
+// sectors.
+const std::vector<Write> kAwkwardWrites = {{100, 300, 1},
+                                           {1023, 2, 2},
+                                           {4095, 4099, 3},
+                                           {8190, 5, 4},
+                                           {static_cast<int64_t>(kMiB) + 123, 300001, 5},
+                                           {kMiB + 200000, 777, 6},
+                                           {-static_cast<int64_t>(kMiB) - 4097, 3, 7},
+                                           {-1000, 600, 8},
+                                           {-512, 512, 9}};
 
 TEST_F(ReadWriteTest, RawWritesAtAwkwardPlacesReadBackThroughEveryReader) {
   for (const Image& image : *images_) {
@@ -333,6 +340,9 @@ TEST_F(ReadWriteTest, FsyncedWritesSurviveTheMounterBeingKilled) {
 // A file system made through the raw file, on an XTS and a CBC-Elephant
 // volume: a tool that must be installed, a command that formats "$VOLUME",
 // and whether its driver makes names beyond ASCII (fusefat does not).
+// The formatting tools know nothing of BitLocker's own areas, which Windows
+// keeps as reserved files: a file system that spreads over the volume, as
+// NTFS does, is made only over the $SECTORS before the first area.
 struct FilesystemCase {
   const char *name, *image, *tool, *format;
   bool utf8Names;
@@ -377,7 +387,11 @@ TEST_P(ReadWriteFilesystemTest, FilesCopiedInReadBackAfterMountingAgain) {
   {
     LoopDevice loop(copy);
     ASSERT_TRUE(loop.valid() && Mount(loop, *image, "raw"));
-    ASSERT_EQ(RunShell("PATH=$PATH:/usr/sbin:/sbin VOLUME=" + Quoted(volume_) + "; " + format + " >/dev/null"), 0);
+    const auto areas = BitlockerAreas(image->path);
+    const std::string sectors = std::to_string(std::min_element(areas.begin(), areas.end())->first / 512);
+    ASSERT_EQ(RunShell("PATH=$PATH:/usr/sbin:/sbin VOLUME=" + Quoted(volume_) + " SECTORS=" + sectors + "; " + format +
+                       " >/dev/null"),
+              0);
     ASSERT_TRUE(Unmount());
     ASSERT_TRUE(Mount(loop, *image, ""));
     EXPECT_EQ(RunShell("cp -R " + Quoted(tree.path()) + "/. " + Quoted(mountPoint_)), 0);
@@ -398,10 +412,10 @@ TEST_P(ReadWriteFilesystemTest, FilesCopiedInReadBackAfterMountingAgain) {
 INSTANTIATE_TEST_SUITE_P(
     Formats, ReadWriteFilesystemTest,
     ::testing::Values(
-        FilesystemCase{"NTFS", "bitlk-aes-xts-128", "mkntfs", "mkntfs -F -Q -q \"$VOLUME\"", true},
+        FilesystemCase{"NTFS", "bitlk-aes-xts-128", "mkntfs", "mkntfs -F -Q -q \"$VOLUME\" $SECTORS", true},
         FilesystemCase{"exFAT", "bitlk-aes-xts-128", "mkfs.exfat", "mkfs.exfat \"$VOLUME\"", true},
         FilesystemCase{"FAT", "bitlk-aes-cbc-elephant-128", "mkfs.vfat", "mkfs.vfat \"$VOLUME\"", false},
-        FilesystemCase{"NTFS_Elephant", "bitlk-aes-cbc-elephant-128", "mkntfs", "mkntfs -F -Q -q \"$VOLUME\"", true}),
+        FilesystemCase{"NTFS_Elephant", "bitlk-aes-cbc-elephant-128", "mkntfs", "mkntfs -F -Q -q \"$VOLUME\" $SECTORS", true}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
