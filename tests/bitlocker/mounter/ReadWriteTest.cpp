@@ -130,8 +130,9 @@ class ReferenceMount {
   ReferenceMount(const std::string& reader, const Image& image, const std::string& path) {
     const std::string at = Quoted(folder_.path());
     const bool dislocker = reader == "dislocker";
-    mounted_ = RunShell(dislocker ? "dislocker -r -V " + Quoted(path) + " -p" + image.recoveryPassword + " -- " + at
-                                  : "bdemount -r " + image.recoveryPassword + " " + Quoted(path) + " " + at + " >/dev/null") == 0;
+    mounted_ = RunShell((dislocker ? "dislocker -r -V " + Quoted(path) + " -p" + image.recoveryPassword + " -- " + at
+                                   : "bdemount -r " + image.recoveryPassword + " " + Quoted(path) + " " + at) +
+                        " >/dev/null") == 0;
     file_ = mounted_ ? folder_(dislocker ? "dislocker-file" : "bde1") : "";
   }
   ~ReferenceMount() {
@@ -145,16 +146,15 @@ class ReferenceMount {
   std::string file_;
 };
 
-const char* const kReferenceReaders[] = {"dislocker", "bdemount"};
-
 // Every reader sees `expected` in the unlocked volume in `path`, but for
 // MiB `unknown`, which a write cut short may have left either way.
-void ExpectEveryReaderSees(const Image& image, const std::string& path, const Digests& expected, size_t unknown = -1) {
+void ExpectEveryReaderSees(const Image& image, const std::string& path, const Digests& expected,
+                           size_t unknown = SIZE_MAX) {
   std::vector<std::pair<std::string, Digests>> seen;
   for (const Credential& credential : CredentialsOf(image))
     seen.emplace_back(std::string("the engine with a ") + CredentialKindName(credential.kind()),
                       EngineDigests(path, credential));
-  for (const char* reader : kReferenceReaders) {
+  for (const char* reader : {"dislocker", "bdemount"}) {
     const ReferenceMount mount(reader, image, path);
     seen.emplace_back(reader, mount.file().empty() ? Digests() : FileDigests(mount.file()));
   }
@@ -169,7 +169,8 @@ void ExpectEveryReaderSees(const Image& image, const std::string& path, const Di
   }
 }
 
-Digests Unchanged(const Image& image, const std::vector<Write>& writes = {}) {
+// The image as Windows left it, with `writes` laid over it.
+Digests Original(const Image& image, const std::vector<Write>& writes = {}) {
   return EngineDigests(image.path, Credential::RecoveryPassword(image.recoveryPassword), writes);
 }
 
@@ -239,15 +240,9 @@ class ReadWriteTest : public ::testing::Test {
 // rest), across sector and 4 KiB boundaries, across the end of the boot
 // sectors that BitLocker keeps elsewhere, one write over another, the last
 // sectors.
-const std::vector<Write> kAwkwardWrites = {{100, 300, 1},
-                                           {1023, 2, 2},
-                                           {4095, 4099, 3},
-                                           {8190, 5, 4},
-                                           {static_cast<int64_t>(kMiB) + 123, 300001, 5},
-                                           {kMiB + 200000, 777, 6},
-                                           {-static_cast<int64_t>(kMiB) - 4097, 3, 7},
-                                           {-1000, 600, 8},
-                                           {-512, 512, 9}};
+const std::vector<Write> kAwkwardWrites = {{100, 300, 1},     {1023, 2, 2},     {4095, 4099, 3},
+                                           {8190, 5, 4},      {1048699, 300001, 5}, {1248576, 777, 6},
+                                           {-1052673, 3, 7}, {-1000, 600, 8},  {-512, 512, 9}};
 
 TEST_F(ReadWriteTest, RawWritesAtAwkwardPlacesReadBackThroughEveryReader) {
   for (const Image& image : *images_) {
@@ -260,7 +255,7 @@ TEST_F(ReadWriteTest, RawWritesAtAwkwardPlacesReadBackThroughEveryReader) {
             << "at " << Start(write, size) << ": " << std::strerror(errno);
       }
     });
-    ExpectEveryReaderSees(image, copy, Unchanged(image, kAwkwardWrites));
+    ExpectEveryReaderSees(image, copy, Original(image, kAwkwardWrites));
   }
 }
 
@@ -298,7 +293,7 @@ TEST_F(ReadWriteTest, WritesTouchingBitlockerAreasFailWithEioAndChangeNothing) {
         }
       }
     });
-    ExpectEveryReaderSees(image, copy, Unchanged(image));
+    ExpectEveryReaderSees(image, copy, Original(image));
   }
 }
 
@@ -334,7 +329,7 @@ TEST_F(ReadWriteTest, FsyncedWritesSurviveTheMounterBeingKilled) {
   });
   std::vector<Write> durable;
   for (uint64_t n = confirmed > kSlots ? confirmed - kSlots : 0; n < confirmed; ++n) durable.push_back(SlotWrite(n));
-  ExpectEveryReaderSees(*image, copy, Unchanged(*image, durable), SlotWrite(confirmed).offset / kMiB);
+  ExpectEveryReaderSees(*image, copy, Original(*image, durable), SlotWrite(confirmed).offset / kMiB);
 }
 
 // A file system made through the raw file, on an XTS and a CBC-Elephant
