@@ -1,6 +1,8 @@
 // zq-bitlocker-bench: how fast the engine reads a whole unlocked volume,
 // beside the AES limit of this machine (openssl speed) and the reference
-// readers in the distribution (dislocker and bdemount, through FUSE).
+// readers in the distribution (dislocker and bdemount, through FUSE); then
+// how fast its cipher for the volume decrypts and encrypts in memory,
+// beside openssl speed both ways.
 //
 // usage: zq-bitlocker-bench [--passes N] IMAGE < credential
 // The first line of standard input is the password, recovery password or
@@ -18,6 +20,7 @@
 
 #include "CBitlockerVolume.h"
 #include "CFuseMount.h"
+#include "CipherThroughput.h"
 #include "OpensslSpeed.h"
 #include "SectorCipher.h"
 #include "Throughput.h"
@@ -141,6 +144,32 @@ void PrintFigures(const std::vector<Figure>& figures, double engine) {
   }
 }
 
+std::string MegabytesText(std::optional<double> megabytesPerSecond) {
+  return megabytesPerSecond ? std::to_string(static_cast<long long>(*megabytesPerSecond)) : "-";
+}
+
+// Writing encrypts what reading decrypts: the two directions side by side.
+void PrintCipherFigures(uint16_t method, uint32_t sectorSize, unsigned cores) {
+  std::string cipher = OpensslCipher(method);
+  std::string blocks = std::to_string(sectorSize) + "-byte blocks";
+  std::string title = "in memory, " + std::to_string(sectorSize) + "-byte sectors";
+  std::printf("\n%-44s %12s %12s\n", title.c_str(), "decrypt MB/s", "encrypt MB/s");
+  for (unsigned lanes : {1u, cores}) {
+    std::string threads = std::to_string(lanes) + (lanes == 1 ? " thread" : " threads");
+    std::printf("%-44s %12s %12s\n", ("engine, " + threads).c_str(),
+                MegabytesText(MeasureCipherThroughput(method, sectorSize, lanes, false)).c_str(),
+                MegabytesText(MeasureCipherThroughput(method, sectorSize, lanes, true)).c_str());
+  }
+  for (unsigned processes : {1u, cores}) {
+    std::string label = "openssl speed -evp " + cipher + ", " + std::to_string(processes) +
+                        (processes == 1 ? " process" : " processes");
+    std::printf("%-44s %12s %12s   (%s)\n", label.c_str(),
+                MegabytesText(OpensslSpeed(cipher, true, sectorSize, processes)).c_str(),
+                MegabytesText(OpensslSpeed(cipher, false, sectorSize, processes)).c_str(),
+                blocks.c_str());
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -200,5 +229,6 @@ int main(int argc, char** argv) {
       ReferenceFigure("bdemount", BdemountCommand(image, credential), "bde1", size),
   };
   PrintFigures(figures, *engine);
+  PrintCipherFigures(method, sectorSize, cores);
   return 0;
 }

@@ -48,17 +48,19 @@ Status CheckStoredHeaderInClear(const IByteSource& source, const VolumeLayout& l
 }  // namespace
 
 Status CBitlockerVolume::Open(const std::string& path, std::unique_ptr<CBitlockerVolume>* volume,
-                              std::string* why) {
-  std::shared_ptr<const IByteSource> source = CFileSource::Open(path);
+                              std::string* why, Access access) {
+  std::shared_ptr<CFileSource> source = CFileSource::Open(path, access);
   if (!source) {
     *why = "cannot open " + path + ": " + std::strerror(errno);
     return Status::kIoError;
   }
-  return Open(std::move(source), volume, why);
+  Access granted = source->writable() ? Access::kReadWrite : Access::kReadOnly;
+  return Open(std::move(source), volume, why, granted);
 }
 
 Status CBitlockerVolume::Open(std::shared_ptr<const IByteSource> source,
-                              std::unique_ptr<CBitlockerVolume>* volume, std::string* why) {
+                              std::unique_ptr<CBitlockerVolume>* volume, std::string* why,
+                              Access access) {
   uint8_t sector[VolumeHeader::kSize];
   if (!ReadHeaderSector(*source, sector)) {
     if (errno == 0) {
@@ -85,6 +87,7 @@ Status CBitlockerVolume::Open(std::shared_ptr<const IByteSource> source,
   }
   std::unique_ptr<CBitlockerVolume> opened(new CBitlockerVolume());
   opened->source_ = std::move(source);
+  opened->writable_ = access == Access::kReadWrite;
   opened->header_ = *header;
   opened->copies_ = std::move(copies);
   *volume = std::move(opened);
@@ -114,7 +117,7 @@ Status CBitlockerVolume::Unlock(const Credential& credential,
   }
 
   if (lanes == 0) lanes = std::max(1u, std::min(kMaxLanes, std::thread::hardware_concurrency()));
-  auto volume = CUnlockedVolume::Make(source_, std::move(layout), fullVolumeKey, lanes);
+  auto volume = CUnlockedVolume::Make(source_, std::move(layout), fullVolumeKey, lanes, writable_);
   if (!volume) {
     *why = "the data is encrypted with " + EncryptionMethodName(fullVolumeKey.method) +
            ", which this engine does not decrypt";

@@ -18,11 +18,16 @@ namespace bitlocker {
 class CBitlockerVolume {
  public:
   // Opens `path` and reads the volume header and every metadata copy.
-  // Returns kOk with *volume set, or the reason in *why.
+  // Returns kOk with *volume set, or the reason in *why.  The volume is
+  // opened for reading only unless `access` asks for writing; then it is
+  // opened for writing where the device allows it, and its unlocked volume
+  // says when it does not.
   static Status Open(const std::string& path, std::unique_ptr<CBitlockerVolume>* volume,
-                     std::string* why);
+                     std::string* why, Access access = Access::kReadOnly);
+  // The same on a source, which is written only with Access::kReadWrite.
   static Status Open(std::shared_ptr<const IByteSource> source,
-                     std::unique_ptr<CBitlockerVolume>* volume, std::string* why);
+                     std::unique_ptr<CBitlockerVolume>* volume, std::string* why,
+                     Access access = Access::kReadOnly);
 
   // Whether `path` carries a BitLocker volume header, of any kind; needs no
   // credential.
@@ -43,6 +48,7 @@ class CBitlockerVolume {
   CBitlockerVolume() = default;
 
   std::shared_ptr<const IByteSource> source_;
+  bool writable_ = false;
   VolumeHeader header_;
   MetadataCopies copies_;
 };

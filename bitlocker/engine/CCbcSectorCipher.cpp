@@ -30,9 +30,10 @@ std::unique_ptr<CCbcSectorCipher> CCbcSectorCipher::Make(const CSecureBuffer& ke
   std::unique_ptr<CCbcSectorCipher> cipher(new CCbcSectorCipher());
   cipher->sectorSize_ = sectorSize;
   cipher->batchSectors_ = std::max<size_t>(1, kBatchBytes / sectorSize);
-  cipher->ivCipher_ = MakeEvpCipherContext(AesEcb(key.size()), key.data(), true);
+  cipher->encryptWidth_ = std::clamp<size_t>(kInterleaveBytes / sectorSize, 8, 32);
+  cipher->ecb_ = MakeEvpCipherContext(AesEcb(key.size()), key.data(), true);
   cipher->cbc_ = MakeEvpCipherContext(CbcFor(key.size()), key.data(), false);
-  if (!cipher->ivCipher_ || !cipher->cbc_) return nullptr;
+  if (!cipher->ecb_ || !cipher->cbc_) return nullptr;
   if (!tweakKey.empty()) {
     if (!ValidKeySize(tweakKey.size())) return nullptr;
     cipher->tweakCipher_ = MakeEvpCipherContext(AesEcb(tweakKey.size()), tweakKey.data(), true);
@@ -55,17 +56,35 @@ bool CCbcSectorCipher::Decrypt(uint64_t offset, uint8_t* data, size_t count) {
   return true;
 }
 
+bool CCbcSectorCipher::Encrypt(uint64_t offset, uint8_t* data, size_t count) {
+  while (count > 0) {
+    size_t batch = std::min(count, batchSectors_);
+    if (!EncryptBatch(offset, data, batch)) return false;
+    offset += static_cast<uint64_t>(batch) * sectorSize_;
+    data += batch * sectorSize_;
+    count -= batch;
+  }
+  return true;
+}
+
+bool CCbcSectorCipher::MakeIvs(uint64_t offset, size_t count) {
+  uint8_t* ivs = ivs_.data();
+  for (size_t k = 0; k < count; ++k) {
+    StoreLe128(offset + static_cast<uint64_t>(k) * sectorSize_, ivs + k * kAesBlock);
+  }
+  return EncryptInPlace(ecb_.get(), ivs, count * kAesBlock);
+}
+
 // The batch is decrypted as one CBC stream, which chains each sector to the
 // last cipher block of the one before; the first block of every later
 // sector is then corrected to its own IV.
 bool CCbcSectorCipher::DecryptBatch(uint64_t offset, uint8_t* data, size_t count) {
   uint8_t* ivs = ivs_.data();
   uint8_t* last = lastBlocks_.data();
-  for (size_t k = 0; k < count; ++k) {
-    StoreLe128(offset + static_cast<uint64_t>(k) * sectorSize_, ivs + k * kAesBlock);
-    if (k + 1 < count) std::memcpy(last + k * kAesBlock, data + (k + 1) * sectorSize_ - kAesBlock, kAesBlock);
+  for (size_t k = 0; k + 1 < count; ++k) {
+    std::memcpy(last + k * kAesBlock, data + (k + 1) * sectorSize_ - kAesBlock, kAesBlock);
   }
-  if (!EncryptInPlace(ivCipher_.get(), ivs, count * kAesBlock)) return false;
+  if (!MakeIvs(offset, count)) return false;
 
   int length = 0;
   if (EVP_DecryptInit_ex(cbc_.get(), nullptr, nullptr, nullptr, ivs) != 1 ||
@@ -80,7 +99,31 @@ bool CCbcSectorCipher::DecryptBatch(uint64_t offset, uint8_t* data, size_t count
   return !tweakCipher_ || UndoDiffuser(offset, data, count);
 }
 
-bool CCbcSectorCipher::UndoDiffuser(uint64_t offset, uint8_t* data, size_t count) {
+// Each sector's chaining block starts as its IV; every step XORs the next
+// block of each sector of a group into its chaining block and encrypts them
+// all in one call, which leaves each sector's cipher block as its next
+// chaining block.
+bool CCbcSectorCipher::EncryptBatch(uint64_t offset, uint8_t* data, size_t count) {
+  if (tweakCipher_ && !ApplyDiffuser(offset, data, count)) return false;
+  if (!MakeIvs(offset, count)) return false;
+  for (size_t group = 0; group < count; group += encryptWidth_) {
+    size_t n = std::min(encryptWidth_, count - group);
+    uint8_t* chains = ivs_.data() + group * kAesBlock;
+    uint8_t* sectors = data + group * sectorSize_;
+    for (size_t at = 0; at < sectorSize_; at += kAesBlock) {
+      for (size_t k = 0; k < n; ++k) {
+        XorBlock(chains + k * kAesBlock, sectors + k * sectorSize_ + at);
+      }
+      if (!EncryptInPlace(ecb_.get(), chains, n * kAesBlock)) return false;
+      for (size_t k = 0; k < n; ++k) {
+        std::memcpy(sectors + k * sectorSize_ + at, chains + k * kAesBlock, kAesBlock);
+      }
+    }
+  }
+  return true;
+}
+
+bool CCbcSectorCipher::MakeSectorKeys(uint64_t offset, size_t count) {
   uint8_t* keys = sectorKeys_.data();
   for (size_t k = 0; k < count; ++k) {
     uint8_t* sectorKey = keys + k * kSectorKeySize;
@@ -88,15 +131,33 @@ bool CCbcSectorCipher::UndoDiffuser(uint64_t offset, uint8_t* data, size_t count
     std::memcpy(sectorKey + kAesBlock, sectorKey, kAesBlock);
     sectorKey[kAesBlock + 15] = 0x80;
   }
-  if (!EncryptInPlace(tweakCipher_.get(), keys, count * kSectorKeySize)) return false;
+  return EncryptInPlace(tweakCipher_.get(), keys, count * kSectorKeySize);
+}
+
+bool CCbcSectorCipher::UndoDiffuser(uint64_t offset, uint8_t* data, size_t count) {
+  if (!MakeSectorKeys(offset, count)) return false;
   for (size_t k = 0; k < count; ++k) {
     uint8_t* sector = data + k * sectorSize_;
-    const uint8_t* sectorKey = keys + k * kSectorKeySize;
+    const uint8_t* sectorKey = sectorKeys_.data() + k * kSectorKeySize;
     DiffuserBDecrypt(sector, sectorSize_);
     DiffuserADecrypt(sector, sectorSize_);
     for (size_t at = 0; at < sectorSize_; at += kSectorKeySize) {
       XorBlocks(sector + at, sectorKey, std::min<size_t>(kSectorKeySize, sectorSize_ - at));
     }
+  }
+  return true;
+}
+
+bool CCbcSectorCipher::ApplyDiffuser(uint64_t offset, uint8_t* data, size_t count) {
+  if (!MakeSectorKeys(offset, count)) return false;
+  for (size_t k = 0; k < count; ++k) {
+    uint8_t* sector = data + k * sectorSize_;
+    const uint8_t* sectorKey = sectorKeys_.data() + k * kSectorKeySize;
+    for (size_t at = 0; at < sectorSize_; at += kSectorKeySize) {
+      XorBlocks(sector + at, sectorKey, std::min<size_t>(kSectorKeySize, sectorSize_ - at));
+    }
+    DiffuserAEncrypt(sector, sectorSize_);
+    DiffuserBEncrypt(sector, sectorSize_);
   }
   return true;
 }

@@ -19,8 +19,11 @@ constexpr size_t kBlockWindow = 1024 * 1024;
 
 }  // namespace
 
-std::unique_ptr<CFileSource> CFileSource::Open(const std::string& path, uint32_t alignment) {
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+std::unique_ptr<CFileSource> CFileSource::Open(const std::string& path, Access access,
+                                               uint32_t alignment) {
+  int fd = access == Access::kReadWrite ? ::open(path.c_str(), O_RDWR | O_CLOEXEC) : -1;
+  bool writable = fd >= 0;
+  if (!writable) fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return nullptr;
   struct stat st;
   std::optional<DeviceGeometry> geometry;
@@ -43,8 +46,9 @@ std::unique_ptr<CFileSource> CFileSource::Open(const std::string& path, uint32_t
     errno = saved ? saved : EINVAL;
     return nullptr;
   }
+  writable = writable && !geometry->readOnly;
   return std::unique_ptr<CFileSource>(
-      new CFileSource(fd, geometry->size, alignment ? alignment : needed));
+      new CFileSource(fd, geometry->size, alignment ? alignment : needed, writable));
 }
 
 CFileSource::~CFileSource() { ::close(fd_); }
@@ -71,6 +75,37 @@ bool CFileSource::ReadExactly(uint64_t offset, uint8_t* out, size_t length) cons
     length -= static_cast<size_t>(got);
   }
   return true;
+}
+
+bool CFileSource::WriteAt(uint64_t offset, const void* buffer, size_t length) const {
+  if (offset % alignment_ != 0 || length % alignment_ != 0) {
+    errno = EINVAL;
+    return false;
+  }
+  auto* in = static_cast<const uint8_t*>(buffer);
+  while (length > 0) {
+    ssize_t put = ::pwrite(fd_, in, length, static_cast<off_t>(offset));
+    if (put < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    if (put == 0) {
+      errno = EIO;
+      return false;
+    }
+    in += put;
+    offset += static_cast<uint64_t>(put);
+    length -= static_cast<size_t>(put);
+  }
+  return true;
+}
+
+bool CFileSource::Sync() const {
+#if defined(__APPLE__)
+  return ::fsync(fd_) == 0;
+#else
+  return ::fdatasync(fd_) == 0;
+#endif
 }
 
 bool CFileSource::ReadThroughBlocks(uint64_t offset, uint8_t* out, size_t length) const {

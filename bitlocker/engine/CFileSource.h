@@ -1,5 +1,5 @@
 // An IByteSource over a block device, a raw (character) disk device or a
-// regular file, opened read-only.
+// regular file, opened read-only or read-write.
 #ifndef ZQ_BITLOCKER_ENGINE_CFILESOURCE_H_
 #define ZQ_BITLOCKER_ENGINE_CFILESOURCE_H_
 
@@ -13,10 +13,15 @@ namespace bitlocker {
 class CFileSource : public IByteSource {
  public:
   // Opens `path`; returns null with errno set when it cannot be opened or
-  // its size cannot be learnt.  Raw disk devices only take reads of whole
-  // blocks, so reads there go through whole blocks; `alignment`, when not
-  // zero, imposes that block size on any file (tests).
-  static std::unique_ptr<CFileSource> Open(const std::string& path, uint32_t alignment = 0);
+  // its size cannot be learnt.  With Access::kReadWrite it is opened for
+  // writing where it can be, and for reading only where it cannot; see
+  // writable().  Raw disk devices only take reads and writes of whole
+  // blocks, so reads there go through whole blocks and other writes are
+  // refused; `alignment`, when not zero, imposes that block size on any
+  // file (tests).
+  static std::unique_ptr<CFileSource> Open(const std::string& path,
+                                           Access access = Access::kReadOnly,
+                                           uint32_t alignment = 0);
   ~CFileSource() override;
 
   CFileSource(const CFileSource&) = delete;
@@ -24,10 +29,14 @@ class CFileSource : public IByteSource {
 
   uint64_t Size() const override { return size_; }
   bool ReadAt(uint64_t offset, void* buffer, size_t length) const override;
+  bool WriteAt(uint64_t offset, const void* buffer, size_t length) const override;
+  bool Sync() const override;
+
+  bool writable() const { return writable_; }
 
  private:
-  CFileSource(int fd, uint64_t size, uint32_t alignment)
-      : fd_(fd), size_(size), alignment_(alignment) {}
+  CFileSource(int fd, uint64_t size, uint32_t alignment, bool writable)
+      : fd_(fd), size_(size), alignment_(alignment), writable_(writable) {}
 
   bool ReadExactly(uint64_t offset, uint8_t* out, size_t length) const;
   bool ReadThroughBlocks(uint64_t offset, uint8_t* out, size_t length) const;
@@ -35,6 +44,7 @@ class CFileSource : public IByteSource {
   int fd_;
   uint64_t size_;
   uint32_t alignment_;  // 1: any offset and length
+  bool writable_;
 };
 
 }  // namespace bitlocker

@@ -1,15 +1,17 @@
 // An unlocked BitLocker volume: reads at any offset return the decrypted
-// volume.  Large reads are split into pieces that every core decrypts.
+// volume, writes are encrypted onto the device.  Large reads and writes are
+// split into pieces that every core works on.
 #ifndef ZQ_BITLOCKER_ENGINE_CUNLOCKEDVOLUME_H_
 #define ZQ_BITLOCKER_ENGINE_CUNLOCKEDVOLUME_H_
 
-#include <cerrno>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <vector>
 
 #include "IVolume.h"
 #include "AesCcm.h"
+#include "CRangeLock.h"
 #include "CSecureBuffer.h"
 #include "CWorkerPool.h"
 #include "IByteSource.h"
@@ -20,47 +22,63 @@ namespace bitlocker {
 
 class CUnlockedVolume : public IVolume {
  public:
-  // Makes the volume with one cipher per worker; null when the method is
-  // not one the engine decrypts.  The key is not kept: the ciphers hold
-  // their key schedules, wiped when the volume is destroyed.
+  // Makes the volume with its ciphers; null when the method is not one the
+  // engine decrypts.  The key is not kept: the ciphers hold their key
+  // schedules, wiped when the volume is destroyed.  The volume is written
+  // only when `source` was opened for writing.
   static std::unique_ptr<CUnlockedVolume> Make(std::shared_ptr<const IByteSource> source,
                                                VolumeLayout layout,
                                                const UnwrappedKey& fullVolumeKey,
-                                               unsigned lanes);
+                                               unsigned lanes, bool sourceWritable);
 
   uint64_t Size() const override { return layout_.size(); }
 
-  // Thread-safe; concurrent reads take turns, each using every core.
+  // Reads and writes are thread-safe.  Those of different sectors run side
+  // by side, those of the same sector take turns; large ones share the
+  // workers, taking turns with each other.
   ssize_t Read(uint64_t offset, void* buffer, size_t length) override;
-
-  const char* ReadOnlyReason() const override { return "the engine does not write yet"; }
-  ssize_t Write(uint64_t, const void*, size_t) override {
-    errno = EROFS;
-    return -1;
-  }
-  int Flush() override { return 0; }
+  const char* ReadOnlyReason() const override { return readOnlyReason_; }
+  ssize_t Write(uint64_t offset, const void* buffer, size_t length) override;
+  int Flush() override;
 
   const VolumeLayout& layout() const { return layout_; }
   uint16_t method() const { return method_; }
 
  private:
-  // Bytes each worker takes at a time from a large read.
+  // Bytes each worker takes at a time from a large read or write; anything
+  // up to this size is done on the caller's thread alone.
   static constexpr size_t kPieceSize = 256 * 1024;
+  // Bytes a large write encrypts before writing them.
+  static constexpr size_t kWriteChunk = 16 * kPieceSize;
+
+  class SpareCipher;
+  // Decrypts (ProduceRange) or encrypts (StoreRange) whole sectors.
+  using SectorWork = bool (CUnlockedVolume::*)(uint64_t offset, uint8_t* bytes, size_t length,
+                                               ISectorCipher& cipher);
 
   CUnlockedVolume(std::shared_ptr<const IByteSource> source, VolumeLayout layout,
                   uint16_t method, unsigned lanes);
 
-  // Reads whole sectors; `offset` and `length` are multiples of the sector size.
+  // `offset` and `length` are multiples of the sector size.
   bool ReadSectors(uint64_t offset, uint8_t* out, size_t length);
+  bool WriteSectors(uint64_t offset, uint8_t* in, size_t length);
+  bool OverSectors(uint64_t offset, uint8_t* bytes, size_t length, SectorWork work);
   bool ProduceRange(uint64_t offset, uint8_t* out, size_t length, ISectorCipher& cipher);
+  // Encrypts `in` in place where the layout says so and writes it.
+  bool StoreRange(uint64_t offset, uint8_t* in, size_t length, ISectorCipher& cipher);
 
   std::shared_ptr<const IByteSource> source_;
   VolumeLayout layout_;
   uint16_t method_;
-  std::mutex readMutex_;
+  const char* readOnlyReason_ = nullptr;
+  CRangeLock sectorLocks_;  // in sectors
+  std::mutex poolMutex_;    // for the pool and its lanes' ciphers
   CWorkerPool pool_;
   std::vector<std::unique_ptr<ISectorCipher>> ciphers_;  // one per lane
-  std::vector<uint8_t> bounce_;                          // one sector, for unaligned ends
+  // Ciphers for work done on the caller's thread, one per concurrent caller.
+  std::mutex spareMutex_;
+  std::condition_variable spareReturned_;
+  std::vector<std::unique_ptr<ISectorCipher>> spares_;
 };
 
 }  // namespace bitlocker

@@ -60,26 +60,36 @@ std::unique_ptr<CXtsSectorCipher> CXtsSectorCipher::Make(const CSecureBuffer& ke
   std::unique_ptr<CXtsSectorCipher> cipher(new CXtsSectorCipher());
   cipher->sectorSize_ = sectorSize;
   if (sectorSize >= kOpensslXtsMinSectorSize) {
-    cipher->xts_ = MakeEvpCipherContext(half == 16 ? EVP_aes_128_xts() : EVP_aes_256_xts(),
-                                        key.data(), false);
-    if (!cipher->xts_) return nullptr;
+    const EVP_CIPHER* xts = half == 16 ? EVP_aes_128_xts() : EVP_aes_256_xts();
+    cipher->decryption_.xts = MakeEvpCipherContext(xts, key.data(), false);
+    cipher->encryption_.xts = MakeEvpCipherContext(xts, key.data(), true);
+    if (!cipher->decryption_.xts || !cipher->encryption_.xts) return nullptr;
     return cipher;
   }
   cipher->chunkSectors_ = std::max<size_t>(1, kChunkBytes / sectorSize);
-  cipher->data_ = MakeEvpCipherContext(AesEcb(half), key.data(), false);
+  cipher->decryption_.data = MakeEvpCipherContext(AesEcb(half), key.data(), false);
+  cipher->encryption_.data = MakeEvpCipherContext(AesEcb(half), key.data(), true);
   cipher->tweak_ = MakeEvpCipherContext(AesEcb(half), key.data() + half, true);
-  if (!cipher->data_ || !cipher->tweak_) return nullptr;
+  if (!cipher->decryption_.data || !cipher->encryption_.data || !cipher->tweak_) return nullptr;
   cipher->sectorTweaks_ = CSecureBuffer(cipher->chunkSectors_ * kAesBlock);
   cipher->blockTweaks_ = CSecureBuffer(cipher->chunkSectors_ * sectorSize);
   return cipher;
 }
 
 bool CXtsSectorCipher::Decrypt(uint64_t offset, uint8_t* data, size_t count) {
+  return Apply(decryption_, offset, data, count);
+}
+
+bool CXtsSectorCipher::Encrypt(uint64_t offset, uint8_t* data, size_t count) {
+  return Apply(encryption_, offset, data, count);
+}
+
+bool CXtsSectorCipher::Apply(Direction& direction, uint64_t offset, uint8_t* data, size_t count) {
   uint64_t sector = offset / sectorSize_;
-  if (xts_) return DecryptWithOpensslXts(sector, data, count);
+  if (direction.xts) return ApplyOpensslXts(direction.xts.get(), sector, data, count);
   while (count > 0) {
     size_t chunk = std::min(count, chunkSectors_);
-    if (!DecryptChunk(sector, data, chunk)) return false;
+    if (!ApplyToChunk(direction.data.get(), sector, data, chunk)) return false;
     sector += chunk;
     data += chunk * sectorSize_;
     count -= chunk;
@@ -87,24 +97,26 @@ bool CXtsSectorCipher::Decrypt(uint64_t offset, uint8_t* data, size_t count) {
   return true;
 }
 
-bool CXtsSectorCipher::DecryptWithOpensslXts(uint64_t sector, uint8_t* data, size_t count) {
+bool CXtsSectorCipher::ApplyOpensslXts(EVP_CIPHER_CTX* xts, uint64_t sector, uint8_t* data,
+                                       size_t count) {
   uint8_t tweak[kAesBlock];
   for (size_t k = 0; k < count; ++k, ++sector, data += sectorSize_) {
     StoreLe128(sector, tweak);
     int length = 0;
-    if (EVP_DecryptInit_ex(xts_.get(), nullptr, nullptr, nullptr, tweak) != 1 ||
-        EVP_DecryptUpdate(xts_.get(), data, &length, data, static_cast<int>(sectorSize_)) != 1) {
+    if (EVP_CipherInit_ex(xts, nullptr, nullptr, nullptr, tweak, -1) != 1 ||
+        EVP_CipherUpdate(xts, data, &length, data, static_cast<int>(sectorSize_)) != 1) {
       return false;
     }
   }
   return true;
 }
 
-// Each block is XORed with its tweak, decrypted, and XORed again.  The
-// first pass keeps the tweaks it computes for the last.  The tweaks of a
-// sector form a chain, each waiting on the one before, so two sectors'
-// chains are walked side by side for the processor to overlap them.
-bool CXtsSectorCipher::DecryptChunk(uint64_t sector, uint8_t* data, size_t count) {
+// Each block is XORed with its tweak, decrypted or encrypted, and XORed
+// again.  The first pass keeps the tweaks it computes for the last.  The
+// tweaks of a sector form a chain, each waiting on the one before, so two
+// sectors' chains are walked side by side for the processor to overlap them.
+bool CXtsSectorCipher::ApplyToChunk(EVP_CIPHER_CTX* data, uint64_t sector, uint8_t* bytes,
+                                    size_t count) {
   uint8_t* sectorTweaks = sectorTweaks_.data();
   for (size_t k = 0; k < count; ++k) StoreLe128(sector + k, sectorTweaks + k * kAesBlock);
   int length = 0;
@@ -121,18 +133,18 @@ bool CXtsSectorCipher::DecryptChunk(uint64_t sector, uint8_t* data, size_t count
     TweakHalves first = LoadTweak(sectorTweaks + k * kAesBlock);
     TweakHalves second = LoadTweak(sectorTweaks + (k + 1) * kAesBlock);
     for (size_t at = k * sectorSize; at < (k + 1) * sectorSize; at += kAesBlock) {
-      ApplyTweak(first, data + at, blockTweaks + at);
-      ApplyTweak(second, data + at + sectorSize, blockTweaks + at + sectorSize);
+      ApplyTweak(first, bytes + at, blockTweaks + at);
+      ApplyTweak(second, bytes + at + sectorSize, blockTweaks + at + sectorSize);
     }
   }
   if (k < count) {
     TweakHalves last = LoadTweak(sectorTweaks + k * kAesBlock);
     for (size_t at = k * sectorSize; at < size; at += kAesBlock) {
-      ApplyTweak(last, data + at, blockTweaks + at);
+      ApplyTweak(last, bytes + at, blockTweaks + at);
     }
   }
-  if (EVP_DecryptUpdate(data_.get(), data, &length, data, static_cast<int>(size)) != 1) return false;
-  XorBlocks(data, blockTweaks, size);
+  if (EVP_CipherUpdate(data, bytes, &length, bytes, static_cast<int>(size)) != 1) return false;
+  XorBlocks(bytes, blockTweaks, size);
   return true;
 }
 

@@ -1,4 +1,5 @@
-// The size and block size of a disk device: the questions about devices
+// The size and block size of a disk device, and whether it takes writes:
+// the questions about devices
 // whose answers differ between operating systems.  One implementation file
 // per platform.
 #ifndef ZQ_BITLOCKER_ENGINE_DEVICEGEOMETRY_H_
@@ -12,6 +13,7 @@ namespace bitlocker {
 struct DeviceGeometry {
   uint64_t size = 0;        // bytes
   uint32_t blockSize = 512;  // the logical block size
+  bool readOnly = false;     // set read-only, though it may open for writing
 };
 
 // The geometry of the disk device open on `fd`; nullopt with errno set when

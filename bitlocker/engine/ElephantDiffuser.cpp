@@ -71,12 +71,27 @@ void DiffuserADecrypt(uint8_t* sector, size_t size) {
   StoreWords(d, n, sector);
 }
 
+// Encryption runs backwards and reads words before the one it changes,
+// which this cycle has not touched yet except where the sector wraps round
+// at its start; above that, the four words of a round are computed together
+// from words not yet changed.
 void DiffuserAEncrypt(uint8_t* sector, size_t size) {
   uint32_t d[kMaxWords];
   size_t n = size / 4;
   LoadWords(sector, n, d);
   for (size_t cycle = 0; cycle < kCyclesA; ++cycle) {
-    for (size_t i = n; i-- > 0;) d[i] -= MixA(d, n, i);
+    size_t i = n - 4;
+    for (; i >= 8; i -= 4) {
+      uint32_t w0 = d[i] - (d[i - 2] ^ RotateLeft(d[i - 5], kRotationsA[0]));
+      uint32_t w1 = d[i + 1] - (d[i - 1] ^ RotateLeft(d[i - 4], kRotationsA[1]));
+      uint32_t w2 = d[i + 2] - (d[i] ^ RotateLeft(d[i - 3], kRotationsA[2]));
+      uint32_t w3 = d[i + 3] - (d[i + 1] ^ RotateLeft(d[i - 2], kRotationsA[3]));
+      d[i] = w0;
+      d[i + 1] = w1;
+      d[i + 2] = w2;
+      d[i + 3] = w3;
+    }
+    for (i += 4; i-- > 0;) d[i] -= MixA(d, n, i);
   }
   StoreWords(d, n, sector);
 }
@@ -102,12 +117,31 @@ void DiffuserBDecrypt(uint8_t* sector, size_t size) {
   StoreWords(d, n, sector);
 }
 
+// Encryption's counterpart of diffuser A's decryption: running backwards,
+// each new word depends on the new word two places after, so the five words
+// after the round being computed are carried in registers.
 void DiffuserBEncrypt(uint8_t* sector, size_t size) {
   uint32_t d[kMaxWords];
   size_t n = size / 4;
   LoadWords(sector, n, d);
+  uint32_t next4 = d[0], next5 = d[1], next6 = d[2], next7 = d[3], next8 = d[4];
   for (size_t cycle = 0; cycle < kCyclesB; ++cycle) {
-    for (size_t i = n; i-- > 0;) d[i] -= MixB(d, n, i);
+    for (size_t i = n; i > 0;) {
+      i -= 4;
+      uint32_t w3 = d[i + 3] - (next5 ^ RotateLeft(next8, kRotationsB[3]));
+      uint32_t w2 = d[i + 2] - (next4 ^ RotateLeft(next7, kRotationsB[2]));
+      uint32_t w1 = d[i + 1] - (w3 ^ RotateLeft(next6, kRotationsB[1]));
+      uint32_t w0 = d[i] - (w2 ^ RotateLeft(next5, kRotationsB[0]));
+      d[i] = w0;
+      d[i + 1] = w1;
+      d[i + 2] = w2;
+      d[i + 3] = w3;
+      next8 = next4;
+      next7 = w3;
+      next6 = w2;
+      next5 = w1;
+      next4 = w0;
+    }
   }
   StoreWords(d, n, sector);
 }

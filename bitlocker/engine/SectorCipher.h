@@ -1,4 +1,5 @@
-// Decryption of a volume's sectors with its full volume encryption key.
+// Decryption and encryption of a volume's sectors with its full volume
+// encryption key.
 // One cipher object holds its own OpenSSL contexts and is used by one
 // thread at a time; a volume makes one per worker.
 #ifndef ZQ_BITLOCKER_ENGINE_SECTORCIPHER_H_
@@ -32,6 +33,9 @@ class ISectorCipher {
   // Decrypts `count` whole sectors in place; the first lies at byte
   // `offset` of the volume.  False when the cipher library fails.
   virtual bool Decrypt(uint64_t offset, uint8_t* data, size_t count) = 0;
+
+  // Encrypts `count` whole sectors in place, the inverse of Decrypt.
+  virtual bool Encrypt(uint64_t offset, uint8_t* data, size_t count) = 0;
 };
 
 // A cipher for `method` with the key bytes of the full volume encryption key

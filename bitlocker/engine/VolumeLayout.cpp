@@ -37,6 +37,22 @@ Extent StoredHeaderOf(const FveMetadataBlock& block, uint32_t sectorSize) {
 
 std::string Number(uint64_t value) { return std::to_string(value); }
 
+// Only a volume encrypted throughout, with no conversion under way or due,
+// is written: elsewhere Windows may be moving the boundary between the
+// encrypted and the plain part, or the metadata may not say where
+// encrypt-on-write has put sectors.
+const char* ReadOnlyReason(const VolumeHeader& header, const Conversion& conversion,
+                           uint64_t size) {
+  if (header.identifier == HeaderIdentifier::kEncryptOnWrite && !conversion.complete) {
+    return "encrypt-on-write volume not fully written";
+  }
+  if (!conversion.complete || conversion.nextState != kStateEncrypted ||
+      conversion.encryptedSize < size) {
+    return "partially encrypted volume";
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 Status VolumeLayout::Build(const VolumeHeader& header, const FveMetadataBlock& metadata,
@@ -53,6 +69,7 @@ Status VolumeLayout::Build(const VolumeHeader& header, const FveMetadataBlock& m
       return Status::kUnsupported;
     }
     result.vista_ = true;
+    result.readOnlyReason_ = "Vista-era volume";
     result.mftMirrorCluster_ = metadata.volumeHeaderOffset;
     result.encryptedSize_ = result.size_;
     metadataArea = kMetadataAreaVista;
@@ -61,6 +78,7 @@ Status VolumeLayout::Build(const VolumeHeader& header, const FveMetadataBlock& m
     Status status = ReadConversion(header, metadata, result.size_, &conversion, why);
     if (status != Status::kOk) return status;
     result.encryptedSize_ = conversion.encryptedSize;
+    result.readOnlyReason_ = ReadOnlyReason(header, conversion, result.size_);
     result.storedHeader_ = StoredHeaderOf(metadata, result.sectorSize_);
     const Extent& stored = result.storedHeader_;
     if (stored.length == 0 || stored.length % result.sectorSize_ != 0 ||
@@ -125,6 +143,16 @@ LayoutRun VolumeLayout::RunAt(uint64_t offset, uint64_t length) const {
   uint64_t runLength = end - offset;
   if (source >= encryptedSize_) return {LayoutRun::Action::kCopy, source, runLength};
   return {LayoutRun::Action::kDecrypt, source, std::min(runLength, encryptedSize_ - source)};
+}
+
+bool VolumeLayout::Writable(uint64_t offset, uint64_t length) const {
+  uint64_t end = std::min(offset + length, size_);
+  while (offset < end) {
+    LayoutRun run = RunAt(offset, end - offset);
+    if (run.length == 0 || !run.writable()) return false;
+    offset += run.length;
+  }
+  return true;
 }
 
 }  // namespace bitlocker

@@ -34,6 +34,10 @@ struct LayoutRun {
   Action action = Action::kZero;
   uint64_t sourceOffset = 0;  // where the bytes lie on the device (kCopy, kDecrypt)
   uint64_t length = 0;
+
+  // kCopy runs are written in the clear and kDecrypt runs encrypted, at
+  // sourceOffset; the others never.
+  bool writable() const { return action == Action::kCopy || action == Action::kDecrypt; }
 };
 
 class VolumeLayout {
@@ -51,14 +55,22 @@ class VolumeLayout {
   const std::vector<Extent>& hidden() const { return hidden_; }
   uint64_t mftMirrorCluster() const { return mftMirrorCluster_; }
 
+  // Null when the volume may be written; otherwise why it may only be read.
+  const char* readOnlyReason() const { return readOnlyReason_; }
+
   // The run that starts at `offset` (below size()), at most `length` long.
   LayoutRun RunAt(uint64_t offset, uint64_t length) const;
+
+  // Whether every run of [offset, offset + length), within size(), is
+  // writable.
+  bool Writable(uint64_t offset, uint64_t length) const;
 
  private:
   uint64_t size_ = 0;
   uint32_t sectorSize_ = 512;
   uint64_t encryptedSize_ = 0;
   bool vista_ = false;
+  const char* readOnlyReason_ = nullptr;
   uint64_t mftMirrorCluster_ = 0;
   // The first storedHeader_.length bytes of the volume are read from
   // storedHeader_.offset (Windows 7 and To Go).

@@ -13,7 +13,8 @@ namespace {
 int OpenDevice(const char* rawDevice, const char* credential, IVolume** volume) {
   std::string why;
   std::unique_ptr<bitlocker::CBitlockerVolume> locked;
-  bitlocker::Status status = bitlocker::CBitlockerVolume::Open(rawDevice, &locked, &why);
+  bitlocker::Status status =
+      bitlocker::CBitlockerVolume::Open(rawDevice, &locked, &why, bitlocker::Access::kReadWrite);
   if (status != bitlocker::Status::kOk) return status;
 
   std::unique_ptr<bitlocker::CUnlockedVolume> unlocked;

@@ -87,6 +87,11 @@ int CMountSession::StartRaw(std::string* message) {
   options.gid = request_.gid;
   options.writable = readOnlyReason_.empty();
   options.fileMode = (options.writable ? 0666 : 0444) & ~request_.umask;
+  // Readers of the raw volume mostly stream through it in large reads
+  // (imaging, hashing, a loop device with a cache of its own), which the
+  // page cache only slows down; file-system drivers read the same places
+  // again and again, and keep the cache.
+  options.directIo = true;
   if (!MountServer(request_.mountPoint, options, message)) return kMounterMountFailed;
   mountPointMountId_ = serverMountId_;
   return bitlocker::kOk;

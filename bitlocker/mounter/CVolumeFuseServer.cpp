@@ -96,12 +96,13 @@ void SetAttr(fuse_req_t request, fuse_ino_t inode, struct stat* wanted, int chan
   fuse_reply_attr(request, &now, kCacheSeconds);
 }
 
-// The kernel keeps what it read of the file across opens (keep_cache).
-// That is safe while the volume is served: the device is the volume's
-// alone (the library opened it, and a mounted file system or a held loop
-// device keeps others out), and every write to the volume comes through
-// this one inode, where the kernel updates its pages as it sends the
-// write here.
+// With the page cache the kernel keeps what it read of the file across
+// opens (keep_cache).  That is safe while the volume is served: the device
+// is the volume's alone (the library opened it, and a mounted file system
+// or a held loop device keeps others out), and every write to the volume
+// comes through this one inode, where the kernel updates its pages as it
+// sends the write here.  Without it (direct_io) each read goes from the
+// buffer it was decrypted into straight to the reader's.
 void Open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* file) {
   CVolumeFuseServer* server = ServerOf(request);
   if (inode != kFileInode) {
@@ -111,7 +112,11 @@ void Open(fuse_req_t request, fuse_ino_t inode, fuse_file_info* file) {
   } else if ((file->flags & O_TRUNC) && server->volume()->Size() != 0) {
     fuse_reply_err(request, EPERM);
   } else {
-    file->keep_cache = 1;
+    if (server->directIo()) {
+      file->direct_io = 1;
+    } else {
+      file->keep_cache = 1;
+    }
     fuse_reply_open(request, file);
   }
 }

@@ -33,6 +33,9 @@ class CVolumeFuseServer {
     gid_t gid = 0;
     mode_t fileMode = 0444;    // permission bits of the file
     bool writable = false;     // mount read-write; the volume must be writable
+    // Reads and writes pass the kernel's page cache by: each read is one
+    // copy cheaper, nothing is read ahead or kept.
+    bool directIo = false;
   };
 
   // `volume` must outlive the server.
@@ -59,6 +62,7 @@ class CVolumeFuseServer {
   struct stat Attributes(uint64_t inode) const;
   IVolume* volume() const { return volume_; }
   bool writable() const { return options_.writable; }
+  bool directIo() const { return options_.directIo; }
 
   // Writes `size` bytes at `offset` through the volume.  Returns the count
   // written, short only where the volume ends, or -ENOSPC when `offset` lies

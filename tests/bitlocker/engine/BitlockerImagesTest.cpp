@@ -5,7 +5,12 @@
 // on the images: a clear key protector added, metadata copies damaged,
 // encryption left part way, and the encrypt-on-write volume of
 // ../shared/bitlocker-eow.tar.xz, opened and then refused once its fields
-// say what the engine must not read.
+// say what the engine must not read.  Last, writes, on sparse copies of the
+// images: every byte written back as it reads gives the image again, byte
+// for byte, so the engine encrypts as Windows does, for every cipher and
+// layout; writes of any size land where reads find them, never on
+// BitLocker's own sectors; writers of one sector keep each other's bytes.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -13,13 +18,16 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <thread>
 
 #include "Bytes.h"
 #include "CBitlockerVolume.h"
 #include "CFileSource.h"
 #include "FileContents.h"
 #include "KeyProtector.h"
+#include "LoopDevice.h"
 #include "TaskWrapper.h"
+#include "TempDir.h"
 #include "TestImages.h"
 
 using namespace bitlocker;
@@ -31,9 +39,9 @@ using Bytes = std::vector<uint8_t>;
 // Opens and unlocks the volume on `source`: kOk, or the first failure with
 // the reason in *why.
 Status OpenAndUnlock(std::shared_ptr<const IByteSource> source, const Credential& credential, std::string* why,
-                     std::unique_ptr<CUnlockedVolume>* unlocked) {
+                     std::unique_ptr<CUnlockedVolume>* unlocked, Access access = Access::kReadOnly) {
   std::unique_ptr<CBitlockerVolume> volume;
-  const Status status = CBitlockerVolume::Open(std::move(source), &volume, why);
+  const Status status = CBitlockerVolume::Open(std::move(source), &volume, why, access);
   return status != Status::kOk ? status : volume->Unlock(credential, unlocked, why);
 }
 
@@ -91,7 +99,7 @@ TEST(Images, EveryCredentialReadsBackToTheManifestDigestAndReadsAgreeAtAnyOffset
   std::mt19937_64 random(7);
   for (const testimages::Image& image : *images) {
     SCOPED_TRACE(image.name);
-    std::shared_ptr<CFileSource> plain = CFileSource::Open(image.path), blocks = CFileSource::Open(image.path, 4096);
+    std::shared_ptr<CFileSource> plain = CFileSource::Open(image.path), blocks = CFileSource::Open(image.path, Access::kReadOnly, 4096);
     std::unique_ptr<CBitlockerVolume> volume;
     ASSERT_EQ(CBitlockerVolume::Open(blocks, &volume, &imagesWhy), Status::kOk) << imagesWhy;
     EXPECT_EQ(volume->metadata().metadata.volumeId.ToString(), image.volumeGuid);
@@ -185,9 +193,9 @@ class PatchedImageTest : public ::testing::Test {
     return LoadLe64(bytes);
   }
   // Opens the patched image afresh and unlocks it into unlocked_.
-  Status Unlock(const Credential& credential) {
+  Status Unlock(const Credential& credential, Access access = Access::kReadOnly) {
     unlocked_.reset();
-    return OpenAndUnlock(source_, credential, &why_, &unlocked_);
+    return OpenAndUnlock(source_, credential, &why_, &unlocked_, access);
   }
   // The whole unlocked volume, or nothing.
   Bytes ReadUnlocked(const Credential& credential) {
@@ -257,7 +265,11 @@ TEST_F(PatchedImageTest, APartlyEncryptedVolumeShowsItsPlainPartAsItIs) {
   const uint64_t encrypted = 40 * 1024 * 1024 + 512;
   PatchEveryCopy(12, {2, 0});  // converting
   PatchEveryCopy(16, Le(encrypted, 8));
-  ASSERT_EQ(Unlock(Credential::Password(image_->password)), Status::kOk) << why_;
+  ASSERT_EQ(Unlock(Credential::Password(image_->password), Access::kReadWrite), Status::kOk) << why_;
+  EXPECT_STREQ(unlocked_->ReadOnlyReason(), "partially encrypted volume");
+  errno = 0;
+  EXPECT_EQ(unlocked_->Write(0, raw.data(), 512), -1);
+  EXPECT_EQ(errno, EROFS);
   const Bytes partial = ReadWholeVolume(*unlocked_);
   ASSERT_EQ(partial.size(), full.size());
   EXPECT_EQ(0, std::memcmp(partial.data(), full.data(), encrypted));
@@ -291,6 +303,17 @@ TEST_F(EncryptOnWriteTest, OpensWithEachCredentialToAnNtfsVolumeOfItsSize) {
   for (uint64_t at = stored.length; at < offsets_[0]; at += 512) {
     ASSERT_NE(std::memcmp(bytes.data() + at, raw.data() + at, 512), 0) << "sector " << at << " shown as it lies";
   }
+}
+
+// Complete, it may be written; part way, with no record of where
+// encrypt-on-write put sectors (which it would refuse), only read.
+TEST_F(EncryptOnWriteTest, MayBeWrittenOnlyOnceComplete) {
+  ASSERT_EQ(Unlock(Credential::Password(image_->password), Access::kReadWrite), Status::kOk) << why_;
+  EXPECT_EQ(unlocked_->ReadOnlyReason(), nullptr);
+  source_->Patch(200, Bytes(16, 0));  // the header's encrypt-on-write information offsets
+  PatchEveryCopy(12, {kStatePaused, 0});
+  ASSERT_EQ(Unlock(Credential::Password(image_->password), Access::kReadWrite), Status::kOk) << why_;
+  EXPECT_STREQ(unlocked_->ReadOnlyReason(), "encrypt-on-write volume not fully written");
 }
 
 TEST_F(EncryptOnWriteTest, RefusesWhatItCannotReadWithTheReason) {
@@ -366,6 +389,150 @@ TEST(Images, CryptsetupReadsEveryVolumesMetadataAsTheEngineDoes) {
       ASSERT_NE(from, std::string::npos) << "cryptsetup does not say \"" << line << "\" there:\n" << dump;
     }
   }
+}
+
+std::string CopyImage(const testimages::Image& image, const TempDir& dir) {
+  const std::string copy = dir("copy.img");
+  EXPECT_EQ(RunShell("cp --sparse=always '" + image.path + "' '" + copy + "'"), 0);
+  return copy;
+}
+
+std::unique_ptr<CUnlockedVolume> Unlock(const std::string& path, const Credential& credential,
+                                        Access access = Access::kReadWrite) {
+  std::unique_ptr<CBitlockerVolume> volume;
+  std::unique_ptr<CUnlockedVolume> unlocked;
+  std::string why;
+  EXPECT_EQ(CBitlockerVolume::Open(path, &volume, &why, access), Status::kOk) << why;
+  if (volume) {
+    EXPECT_EQ(volume->Unlock(credential, &unlocked, &why), Status::kOk) << why;
+  }
+  return unlocked;
+}
+
+// Each writable run's place on the device is emptied (a hole reads as
+// zeros), then the run is written back with what the volume read there
+// before: the copy must be the image again, ciphertext, stored boot sectors
+// and all, while the runs that may not be written are BitLocker's
+// metadata and the stored boot sectors at their own place.
+TEST(WritesToImages, WritingBackWhatIsReadGivesTheImageByteForByte) {
+  ZQ_REQUIRE_IMAGES(images);
+  std::vector<testimages::Image> all = *images;
+  if (const auto* eow = testimages::EncryptOnWriteImage(&imagesWhy)) all.push_back(*eow);
+  for (const auto& image : all) {
+    SCOPED_TRACE(image.name);
+    const TempDir dir;
+    const std::string copy = CopyImage(image, dir);
+    auto volume = Unlock(copy, Credential::RecoveryPassword(image.recoveryPassword));
+    ASSERT_TRUE(volume);
+    ASSERT_EQ(volume->ReadOnlyReason(), nullptr) << volume->ReadOnlyReason();
+    const Bytes plain = ReadWholeVolume(*volume);
+    const VolumeLayout& layout = volume->layout();
+    std::vector<Extent> writable;
+    uint64_t refused = 0;
+    const int fd = ::open(copy.c_str(), O_RDWR);
+    for (uint64_t at = 0; at < layout.size();) {
+      const LayoutRun run = layout.RunAt(at, layout.size() - at);
+      ASSERT_GT(run.length, 0u);
+      if (run.writable()) {
+        writable.push_back({at, run.length});
+        ASSERT_EQ(::fallocate(fd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(run.sourceOffset),
+                              static_cast<off_t>(run.length)), 0);
+      } else {
+        refused += run.length;
+      }
+      at += run.length;
+    }
+    ::close(fd);
+    for (const Extent& run : writable) {
+      ASSERT_EQ(volume->Write(run.offset, plain.data() + run.offset, run.length), static_cast<ssize_t>(run.length));
+    }
+    EXPECT_EQ(volume->Flush(), 0);
+    EXPECT_EQ(RunShell("cmp '" + copy + "' '" + image.path + "'"), 0);
+    EXPECT_LE(refused, 3 * 64 * 1024 + layout.storedHeader().length);
+  }
+}
+
+// A writable copy of the XTS image, unlocked.
+class WritableCopyTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!(image_ = testimages::FindImage("bitlk-aes-xts-128", &why_))) GTEST_SKIP() << why_;
+    copy_ = CopyImage(*image_, dir_);
+    ASSERT_TRUE(volume_ = Unlock(copy_, Credential::Password(image_->password)));
+  }
+
+  const testimages::Image* image_ = nullptr;
+  std::string why_, copy_;
+  const TempDir dir_;
+  std::unique_ptr<CUnlockedVolume> volume_;
+};
+
+// Random writes of any length at any offset, one of them larger than a
+// write chunk, read back as their mirror in memory, also once the volume is
+// opened again with each credential; writes that touch BitLocker's own
+// sectors fail with EIO and leave the device as it was.
+TEST_F(WritableCopyTest, WritesOfAnySizeReadBackAndNeverTouchBitlockersOwnSectors) {
+  Bytes mirror = ReadWholeVolume(*volume_), data;
+  const uint64_t size = mirror.size(), metadata = volume_->layout().hidden()[0].offset;
+  std::mt19937_64 random(11);
+  for (int i = 0; i < 60; ++i) {
+    const uint64_t offset = i == 0 ? 3 * 1024 * 1024 + 77 : 0x100000 + random() % (metadata - 0x200000);
+    const size_t length = i == 0 ? 5 * 1024 * 1024 + 300 : 1 + random() % (i % 2 ? 700 : 70000);
+    data.resize(length);
+    for (auto& byte : data) byte = static_cast<uint8_t>(random());
+    ASSERT_EQ(volume_->Write(offset, data.data(), length), static_cast<ssize_t>(length)) << offset;
+    std::copy(data.begin(), data.end(), mirror.begin() + offset);
+  }
+  EXPECT_EQ(volume_->Write(size - 100, data.data(), 1000), 100);
+  std::copy(data.begin(), data.begin() + 100, mirror.end() - 100);
+  EXPECT_EQ(volume_->Write(size, data.data(), 10), 0);
+
+  const std::string before = ReadFile(copy_);
+  const uint64_t stored = volume_->layout().storedHeader().offset;
+  for (const auto& [offset, length] : {std::pair<uint64_t, size_t>{metadata, 1}, {metadata - 512, 513},
+                                       {metadata - 100, 200000}, {stored + 600, 10}}) {
+    errno = 0;
+    EXPECT_EQ(volume_->Write(offset, data.data(), length), -1) << offset;
+    EXPECT_EQ(errno, EIO);
+  }
+  EXPECT_TRUE(ReadFile(copy_) == before) << "a refused write changed the device";
+  volume_.reset();
+  for (const auto& credential : {Credential::Password(image_->password), Credential::RecoveryPassword(image_->recoveryPassword)}) {
+    auto reopened = Unlock(copy_, credential, Access::kReadOnly);
+    EXPECT_TRUE(reopened && ReadWholeVolume(*reopened) == mirror);
+  }
+}
+
+// Threads write single bytes of the same two sectors, each its own bytes:
+// every sector is read, changed and written whole, so without the lock on
+// it writers would put back bytes others had just changed.
+TEST_F(WritableCopyTest, ConcurrentWritersOfOneSectorKeepEachOthersBytes) {
+  constexpr uint64_t kOffset = 50 * 1024 * 1024 + 256;
+  constexpr unsigned kThreads = 4, kBytes = 1024;
+  std::vector<std::thread> writers;
+  for (unsigned t = 0; t < kThreads; ++t) {
+    writers.emplace_back([&, t] {
+      const uint8_t value = static_cast<uint8_t>(t + 1);
+      for (unsigned i = t; i < kBytes; i += kThreads) EXPECT_EQ(volume_->Write(kOffset + i, &value, 1), 1);
+    });
+  }
+  for (auto& writer : writers) writer.join();
+  Bytes back(kBytes);
+  ASSERT_EQ(volume_->Read(kOffset, back.data(), kBytes), static_cast<ssize_t>(kBytes));
+  for (unsigned i = 0; i < kBytes; ++i) ASSERT_EQ(back[i], i % kThreads + 1) << "byte " << i;
+}
+
+TEST_F(WritableCopyTest, AReadOnlyLoopDeviceSaysSoAndRefusesWrites) {
+  const std::string unavailable = LoopDevicesUnavailable();
+  if (!unavailable.empty()) GTEST_SKIP() << unavailable;
+  const LoopDevice device(copy_, 0, true);
+  ASSERT_TRUE(device.valid());
+  auto volume = Unlock(device.devicePath(), Credential::Password(image_->password));
+  ASSERT_TRUE(volume);
+  EXPECT_STREQ(volume->ReadOnlyReason(), "the device is read-only");
+  errno = 0;
+  EXPECT_EQ(volume->Write(1024 * 1024, "x", 1), -1);
+  EXPECT_EQ(errno, EROFS);
 }
 
 }  // namespace

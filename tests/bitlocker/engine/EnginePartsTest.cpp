@@ -1,6 +1,6 @@
-// The engine's parts that need no image: sector decryption for every
-// method, sector size and key size against sectors encrypted here with
-// OpenSSL directly (the images have only 128-bit keys and 512-byte
+// The engine's parts that need no image: sector decryption and encryption
+// for every method, sector size and key size against sectors encrypted here
+// with OpenSSL directly (the images have only 128-bit keys and 512-byte
 // sectors); key derivation from text beyond ASCII and from text that must
 // be refused; the worker pool that decrypts large reads.
 #include <gtest/gtest.h>
@@ -72,29 +72,33 @@ class SectorCipherTest : public ::testing::TestWithParam<std::tuple<uint16_t, ui
 
 // Runs of the lengths that the ciphers' batching could get wrong, each
 // starting where the one before ended, from an odd sector whose number needs
-// more than 32 bits, in a buffer that is not aligned for AES blocks.  The
-// diffuser's decryption, unrolled, is held against its plain encryption
-// here and against Windows by the elephant image.
-TEST_P(SectorCipherTest, DecryptsRunsOfAnyLengthFromAnySector) {
+// more than 32 bits, in a buffer that is not aligned for AES blocks, both
+// ways.  The diffuser, unrolled in both directions, is held against Windows
+// by the elephant image.
+TEST_P(SectorCipherTest, DecryptsAndEncryptsRunsOfAnyLengthFromAnySector) {
   const auto [method, sectorSize] = GetParam();
   const Bytes key = RandomBytes(64, method * 31 + sectorSize);
   const size_t runs[] = {1, 2, 7, 1, 33, 2, 64, 129, 7, 1, 300}, sectors = 547;
   const uint64_t offset = ((1ULL << 40) + 3) * sectorSize;
   const Bytes plain = RandomBytes(sectors * sectorSize, method);
-  Bytes buffer(1);  // the sectors start at buffer[1]
+  Bytes encrypted(1);  // the sectors start at encrypted[1]
   for (size_t k = 0; k < sectors; ++k) {
     const Bytes sector = EncryptSector(method, key, offset + k * sectorSize, sectorSize,
                                        Bytes(plain.begin() + k * sectorSize, plain.begin() + (k + 1) * sectorSize));
-    buffer.insert(buffer.end(), sector.begin(), sector.end());
+    encrypted.insert(encrypted.end(), sector.begin(), sector.end());
   }
   auto cipher = MakeSectorCipher(method, CSecureBuffer(key.data(), key.size()), sectorSize);
   ASSERT_TRUE(cipher);
+  Bytes decrypted = encrypted, reencrypted(1);
+  reencrypted.insert(reencrypted.end(), plain.begin(), plain.end());
   size_t at = 0;
   for (size_t run : runs) {
-    ASSERT_TRUE(cipher->Decrypt(offset + at * sectorSize, buffer.data() + 1 + at * sectorSize, run));
+    ASSERT_TRUE(cipher->Decrypt(offset + at * sectorSize, decrypted.data() + 1 + at * sectorSize, run));
+    ASSERT_TRUE(cipher->Encrypt(offset + at * sectorSize, reencrypted.data() + 1 + at * sectorSize, run));
     at += run;
   }
-  EXPECT_TRUE(std::equal(plain.begin(), plain.end(), buffer.begin() + 1));
+  EXPECT_TRUE(std::equal(plain.begin(), plain.end(), decrypted.begin() + 1));
+  EXPECT_TRUE(reencrypted == encrypted);
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryMethod, SectorCipherTest,
