@@ -12,7 +12,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <sstream>
@@ -346,23 +345,16 @@ struct FilesystemCase {
 void PrintTo(const FilesystemCase& param, std::ostream* out) { *out << param.name; }
 
 // Names with blanks and beyond ASCII, an empty file, a deep folder and a
-// file of several MB, each with its own bytes.
-void MakeTree(const TempDir& tree, bool utf8Names) {
-  const std::pair<const char*, uint64_t> files[] = {{"big file.bin", 6 * kMiB + 7},
-                                                    {"with blanks/and more/a file.txt", 13},
-                                                    {"Ünïcødé ✓/日本語/ファイル.txt", 4097},
-                                                    {"a/b/c/d/deep.bin", 65537},
-                                                    {"naïve café", 1},
-                                                    {"empty", 0}};
-  uint64_t seed = 0;
-  for (const auto& [name, size] : files) {
-    const std::string path = tree(name);
-    if (!utf8Names && std::any_of(path.begin(), path.end(), [](char c) { return c & 0x80; })) continue;
-    RunShell("mkdir -p \"$(dirname " + Quoted(path) + ")\"");
-    std::vector<uint8_t> bytes(size);
-    Apply({{0, size, ++seed}}, size, 0, bytes.data(), size);
-    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  }
+// file of several MB.
+void MakeTree(const std::string& tree, bool utf8Names) {
+  std::string make = "cd " + Quoted(tree) +
+                     " && mkdir -p 'with blanks/and more' a/b/c/d && : > empty && echo text > 'with blanks/and more/a "
+                     "file.txt' && head -c 6291463 /dev/urandom > 'big file.bin' && head -c 65537 /dev/urandom > "
+                     "a/b/c/d/deep.bin";
+  if (utf8Names)
+    make += " && mkdir -p 'Ünïcødé ✓/日本語' && head -c 4097 /dev/urandom > 'Ünïcødé ✓/日本語/ファイル.txt' && "
+            "echo é > 'naïve café'";
+  ASSERT_EQ(RunShell(make), 0);
 }
 
 class ReadWriteFilesystemTest : public ReadWriteTest, public ::testing::WithParamInterface<FilesystemCase> {};
@@ -377,7 +369,7 @@ TEST_P(ReadWriteFilesystemTest, FilesCopiedInReadBackAfterMountingAgain) {
   const Image* image = testimages::FindImage(imageName, &why);
   if (image == nullptr) GTEST_SKIP() << why;
   const TempDir tree;
-  MakeTree(tree, utf8Names);
+  MakeTree(tree.path(), utf8Names);
   const std::string copy = Copy(*image), compare = "diff -r " + Quoted(tree.path()) + " ";
   {
     LoopDevice loop(copy);
