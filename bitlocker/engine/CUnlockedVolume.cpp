@@ -106,7 +106,7 @@ ssize_t CUnlockedVolume::Write(uint64_t offset, const void* buffer, size_t lengt
     errno = EROFS;
     return -1;
   }
-  if (offset >= layout_.size()) return 0;
+  if (offset >= layout_.size() || length == 0) return 0;
   length = static_cast<size_t>(std::min<uint64_t>(length, layout_.size() - offset));
   length = std::min<size_t>(length, SSIZE_MAX);
   const uint32_t sector = layout_.sectorSize();

@@ -33,8 +33,8 @@ class CVolumeFuseServer {
     gid_t gid = 0;
     mode_t fileMode = 0444;    // permission bits of the file
     bool writable = false;     // mount read-write; the volume must be writable
-    // Reads and writes pass the kernel's page cache by: each read is one
-    // copy cheaper, nothing is read ahead or kept.
+    // Reads and writes bypass the kernel's page cache: each read costs one
+    // copy less, and nothing is read ahead or kept.
     bool directIo = false;
   };
 

@@ -59,6 +59,13 @@ struct fuse_conn_info {
   unsigned congestion_threshold;
 };
 
+#define FUSE_SET_ATTR_MODE (1 << 0)
+#define FUSE_SET_ATTR_UID (1 << 1)
+#define FUSE_SET_ATTR_GID (1 << 2)
+#define FUSE_SET_ATTR_SIZE (1 << 3)
+#define FUSE_SET_ATTR_ATIME (1 << 4)
+#define FUSE_SET_ATTR_MTIME (1 << 5)
+
 struct fuse_entry_param {
   fuse_ino_t ino;
   unsigned long generation;
@@ -73,9 +80,17 @@ struct fuse_lowlevel_ops {
   void (*destroy)(void* userData);
   void (*lookup)(fuse_req_t request, fuse_ino_t parent, const char* name);
   void (*getattr)(fuse_req_t request, fuse_ino_t inode, struct fuse_file_info* file);
+  void (*setattr)(fuse_req_t request, fuse_ino_t inode, struct stat* attributes, int toSet,
+                  struct fuse_file_info* file);
   void (*open)(fuse_req_t request, fuse_ino_t inode, struct fuse_file_info* file);
   void (*read)(fuse_req_t request, fuse_ino_t inode, size_t size, off_t offset, struct fuse_file_info* file);
+  void (*write)(fuse_req_t request, fuse_ino_t inode, const char* buffer, size_t size, off_t offset,
+                struct fuse_file_info* file);
+  void (*flush)(fuse_req_t request, fuse_ino_t inode, struct fuse_file_info* file);
+  void (*release)(fuse_req_t request, fuse_ino_t inode, struct fuse_file_info* file);
+  void (*fsync)(fuse_req_t request, fuse_ino_t inode, int dataOnly, struct fuse_file_info* file);
   void (*readdir)(fuse_req_t request, fuse_ino_t inode, size_t size, off_t offset, struct fuse_file_info* file);
+  void (*fsyncdir)(fuse_req_t request, fuse_ino_t inode, int dataOnly, struct fuse_file_info* file);
   void (*statfs)(fuse_req_t request, fuse_ino_t inode);
 };
 
@@ -84,6 +99,7 @@ int fuse_reply_entry(fuse_req_t request, const struct fuse_entry_param* entry);
 int fuse_reply_attr(fuse_req_t request, const struct stat* attributes, double timeout);
 int fuse_reply_open(fuse_req_t request, const struct fuse_file_info* file);
 int fuse_reply_buf(fuse_req_t request, const char* buffer, size_t size);
+int fuse_reply_write(fuse_req_t request, size_t count);
 int fuse_reply_statfs(fuse_req_t request, const struct statvfs* info);
 size_t fuse_add_direntry(fuse_req_t request, char* buffer, size_t size, const char* name,
                          const struct stat* attributes, off_t next);
