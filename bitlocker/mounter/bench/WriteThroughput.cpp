@@ -30,7 +30,8 @@ std::optional<double> MeasureWriteThroughput(int fd, const std::vector<uint64_t>
   for (size_t i = 0; written && i < offsets.size(); ++i) {
     // Every chunk its own bytes, so that nothing below can skip a write as unchanged.
     for (size_t at = 0; at < bytes.size(); at += 4096) bytes[at] = static_cast<uint8_t>(i + at / 4096);
-    written = pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offsets[i])) == static_cast<ssize_t>(bytes.size());
+    const ssize_t wrote = pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offsets[i]));
+    written = wrote == static_cast<ssize_t>(bytes.size());
   }
   written = written && fdatasync(fd) == 0;
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;

@@ -17,8 +17,8 @@ constexpr uint64_t kWriteChunk = 1024 * 1024;
 std::vector<uint64_t> WritableChunks(const std::string& image, const std::string& credential, std::string* why);
 
 // Writes kWriteChunk bytes at each of `offsets` through `fd`, then makes
-// them durable with fdatasync; returns MB/s (10^6 bytes per
-// second) over the whole, or nullopt when a write fails.
+// them durable with fdatasync; returns MB/s (10^6 bytes per second) over
+// the whole, or nullopt when a write fails.
 std::optional<double> MeasureWriteThroughput(int fd, const std::vector<uint64_t>& offsets);
 
 #endif  // ZQ_BITLOCKER_MOUNTER_BENCH_WRITETHROUGHPUT_H_

@@ -144,7 +144,9 @@ std::optional<double> PrintTable(const std::vector<Reader>& readers, int passes,
 
 std::optional<double> ReadPass(int fd, uint64_t size) {
   return MeasureReadThroughput(
-      [fd](uint64_t offset, void* buffer, size_t length) { return pread(fd, buffer, length, static_cast<off_t>(offset)); },
+      [fd](uint64_t offset, void* buffer, size_t length) {
+        return pread(fd, buffer, length, static_cast<off_t>(offset));
+      },
       size);
 }
 
@@ -152,8 +154,8 @@ std::optional<double> ReadPass(int fd, uint64_t size) {
 // own in memory and removed again, so that the writes, like the reads from
 // the page cache, time the programs rather than the disk below the copy:
 // zq-mounter beside dislocker mounted read-write.
-std::optional<double> PrintWriteTable(const std::string& mounter, const std::string& image, const std::string& credential,
-                                      int passes) {
+std::optional<double> PrintWriteTable(const std::string& mounter, const std::string& image,
+                                      const std::string& credential, int passes) {
   std::string why;
   const std::vector<uint64_t> chunks = WritableChunks(image, credential, &why);
   char pattern[] = "/dev/shm/zq-mounter-bench-copy-XXXXXX";

@@ -179,7 +179,8 @@ class ReadWriteTest : public ::testing::Test {
     std::string why = FuseUnavailable();
     if (why.empty()) why = LoopDevicesUnavailable();
     for (const char* tool : {"dislocker", "bdemount", "cryptsetup"})
-      if (why.empty() && !Installed(tool)) why = std::string(tool) + " is missing (scripts/install-deps.sh installs it)";
+      if (why.empty() && !Installed(tool))
+        why = std::string(tool) + " is missing (scripts/install-deps.sh installs it)";
     if (why.empty()) images_ = testimages::Images(&why);
     if (!why.empty()) GTEST_SKIP() << why;
     mkdir(mountFolder_.c_str(), 0755);
@@ -352,8 +353,8 @@ void MakeTree(const std::string& tree, bool utf8Names) {
                      "file.txt' && head -c 6291463 /dev/urandom > 'big file.bin' && head -c 65537 /dev/urandom > "
                      "a/b/c/d/deep.bin";
   if (utf8Names)
-    make += " && mkdir -p 'Ünïcødé ✓/日本語' && head -c 4097 /dev/urandom > 'Ünïcødé ✓/日本語/ファイル.txt' && "
-            "echo é > 'naïve café'";
+    make += " && mkdir -p 'Ünïcødé ✓/日本語' && echo é > 'naïve café' && "
+            "head -c 4097 /dev/urandom > 'Ünïcødé ✓/日本語/ファイル.txt'";
   ASSERT_EQ(RunShell(make), 0);
 }
 
@@ -402,7 +403,8 @@ INSTANTIATE_TEST_SUITE_P(
         FilesystemCase{"NTFS", "bitlk-aes-xts-128", "mkntfs", "mkntfs -F -Q -q \"$VOLUME\" $SECTORS", true},
         FilesystemCase{"exFAT", "bitlk-aes-xts-128", "mkfs.exfat", "mkfs.exfat \"$VOLUME\"", true},
         FilesystemCase{"FAT", "bitlk-aes-cbc-elephant-128", "mkfs.vfat", "mkfs.vfat \"$VOLUME\"", false},
-        FilesystemCase{"NTFS_Elephant", "bitlk-aes-cbc-elephant-128", "mkntfs", "mkntfs -F -Q -q \"$VOLUME\" $SECTORS", true}),
+        FilesystemCase{"NTFS_Elephant", "bitlk-aes-cbc-elephant-128", "mkntfs", "mkntfs -F -Q -q \"$VOLUME\" $SECTORS",
+                       true}),
     [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
