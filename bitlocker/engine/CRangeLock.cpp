@@ -4,15 +4,19 @@
 
 namespace bitlocker {
 
-CRangeLock::Guard CRangeLock::Acquire(Holder wanted) {
+// Readers wait for writers, held or waiting; writers wait only for ranges
+// held, never for others waiting, so no two requests wait for each other.
+CRangeLock::Guard CRangeLock::Acquire(uint64_t first, uint64_t end, bool exclusive) {
   std::unique_lock<std::mutex> lock(mutex_);
+  auto wanted = holders_.insert(holders_.end(), {first, end, exclusive, true});
   released_.wait(lock, [&] {
-    return std::none_of(holders_.begin(), holders_.end(), [&](const Holder& held) {
-      return (held.exclusive || wanted.exclusive) && held.first < wanted.end &&
-             wanted.first < held.end;
+    return std::none_of(holders_.begin(), holders_.end(), [&](const Holder& other) {
+      bool excludes = exclusive ? !other.waiting : other.exclusive;
+      return excludes && &other != &*wanted && other.first < end && first < other.end;
     });
   });
-  return Guard(this, holders_.insert(holders_.end(), wanted));
+  wanted->waiting = false;
+  return Guard(this, wanted);
 }
 
 void CRangeLock::Release(std::list<Holder>::iterator holder) {

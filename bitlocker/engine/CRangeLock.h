@@ -1,7 +1,8 @@
 // Locks on ranges of sectors.  Readers of a range share it, a writer holds
 // its range alone, and ranges that do not overlap never wait for each other,
 // so a volume's reads and writes of different sectors run side by side
-// while those of one sector take turns.
+// while those of one sector take turns.  A waiting writer keeps new readers
+// of its range out, so that a stream of reads cannot hold it off for ever.
 #ifndef ZQ_BITLOCKER_ENGINE_CRANGELOCK_H_
 #define ZQ_BITLOCKER_ENGINE_CRANGELOCK_H_
 
@@ -18,6 +19,7 @@ class CRangeLock {
     uint64_t first;
     uint64_t end;
     bool exclusive;
+    bool waiting;  // not yet holding its range
   };
 
  public:
@@ -36,11 +38,11 @@ class CRangeLock {
 
   // Waits until [first, end) overlaps no range held in a way that excludes
   // this one, then holds it.
-  Guard LockShared(uint64_t first, uint64_t end) { return Acquire({first, end, false}); }
-  Guard LockExclusive(uint64_t first, uint64_t end) { return Acquire({first, end, true}); }
+  Guard LockShared(uint64_t first, uint64_t end) { return Acquire(first, end, false); }
+  Guard LockExclusive(uint64_t first, uint64_t end) { return Acquire(first, end, true); }
 
  private:
-  Guard Acquire(Holder wanted);
+  Guard Acquire(uint64_t first, uint64_t end, bool exclusive);
   void Release(std::list<Holder>::iterator holder);
 
   std::mutex mutex_;

@@ -1,7 +1,9 @@
 // zq-mounter-bench: how fast the unlocked volume reads through the
-// mounter's FUSE file, beside the FUSE files of the distribution's
-// reference readers (dislocker, bdemount); then how fast it is written,
-// beside dislocker writing the same sparse copy of the image.
+// mounter's FUSE file, beside the same volume read through the bundle's
+// library in this process, without FUSE (the mounter's ceiling, measured
+// under the same load), and the FUSE files of the distribution's reference
+// readers (dislocker, bdemount); then how fast it is written, beside
+// dislocker writing the same sparse copy of the image.
 //
 // usage: zq-mounter-bench [--passes N] [--mounter PATH] IMAGE < credential
 // The first line of standard input is the password, recovery password or
@@ -25,12 +27,16 @@
 #include <cstdlib>
 #include <functional>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "MounterStatus.h"
+#include "PackageVolume.h"
+#include "Platform.h"
 #include "Throughput.h"
 #include "WriteThroughput.h"
 
@@ -41,6 +47,7 @@ struct Reader {
   std::vector<std::string> argv;  // "MOUNT" stands for the mount point
   std::string fileName;           // the unlocked volume's file in the mount
   std::string input;              // written to its standard input
+  bool inProcess = false;         // the library beside argv[0], without a mount
 };
 
 bool Run(const std::vector<std::string>& argv, const std::string& input = "") {
@@ -100,6 +107,23 @@ std::optional<double> Pass(const Reader& reader, int flags, const Measure& measu
   return figure;
 }
 
+std::optional<double> ReadPass(int fd, uint64_t size) {
+  return MeasureReadThroughput(
+      [fd](uint64_t offset, void* buffer, size_t length) {
+        return pread(fd, buffer, length, static_cast<off_t>(offset));
+      },
+      size);
+}
+
+std::optional<double> LibraryPass(const std::string& mounter, const std::string& image, const std::string& credential) {
+  platform::SetMainBundlePath(mounter.substr(0, mounter.rfind("/Contents/MacOS/")));
+  std::unique_ptr<IVolume> volume;
+  if (OpenPackageVolume(image, credential, &volume) != bitlocker::kOk) return std::nullopt;
+  return MeasureReadThroughput(
+      [&volume](uint64_t offset, void* buffer, size_t length) { return volume->Read(offset, buffer, length); },
+      volume->Size());
+}
+
 std::vector<Reader> Readers(const std::string& mounter, const std::string& image, const std::string& credential) {
   const bool recovery = std::regex_match(credential, std::regex("([0-9]{6}-){7}[0-9]{6}"));
   const bool keyFile = !recovery && access(credential.c_str(), R_OK) == 0;
@@ -107,6 +131,7 @@ std::vector<Reader> Readers(const std::string& mounter, const std::string& image
   const std::string bdemountOption = recovery ? "-r" : keyFile ? "-s" : "-p";
   return {
       {"zq-mounter", {mounter, image, "MOUNT", "raw"}, "volume", credential + "\n"},
+      {"library", {mounter}, "", "", true},
       {"dislocker", {"dislocker", "-V", image, dislockerOption + credential, "--", "MOUNT"}, "dislocker-file", ""},
       {"bdemount", {"bdemount", bdemountOption, credential, image, "MOUNT"}, "bde1", ""},
   };
@@ -114,40 +139,31 @@ std::vector<Reader> Readers(const std::string& mounter, const std::string& image
 
 // The best of `passes` passes of each of `readers`, a table row each, with
 // the ratio of zq-mounter's figure (the first row) to each; returns that
-// figure.
-std::optional<double> PrintTable(const std::vector<Reader>& readers, int passes, int flags, const Measure& measure) {
+// figure.  Pass by pass, each reader in turn, so that every reader meets
+// the same load on a shared machine.
+std::optional<double> PrintTable(const std::vector<Reader>& readers, int passes,
+                                 const std::function<std::optional<double>(const Reader&)>& pass) {
   std::printf("%-12s %10s %16s\n", "reader", "MB/s", "zq-mounter / it");
-  std::optional<double> ours;
-  for (const Reader& reader : readers) {
-    std::optional<double> best;
-    std::string note;
-    if (!Installed(reader.argv.front())) {
-      note = "not installed";
-    } else {
-      for (int pass = 0; pass < passes; ++pass) {
-        const std::optional<double> figure = Pass(reader, flags, measure);
-        if (figure && (!best || *figure > *best)) best = figure;
-      }
-      if (!best) note = "mount or measure failed";
+  std::vector<std::optional<double>> best(readers.size());
+  for (int round = 0; round < passes; ++round) {
+    for (size_t i = 0; i < readers.size(); ++i) {
+      if (!Installed(readers[i].argv.front())) continue;
+      const std::optional<double> figure = pass(readers[i]);
+      if (figure && (!best[i] || *figure > *best[i])) best[i] = figure;
     }
-    if (reader.name == "zq-mounter") ours = best;
-    if (best) {
-      std::printf("%-12s %10.0f", reader.name.c_str(), *best);
-      if (ours) std::printf(" %16.2f", *ours / *best);
+  }
+  const std::optional<double> ours = best[0];
+  for (size_t i = 0; i < readers.size(); ++i) {
+    if (best[i]) {
+      std::printf("%-12s %10.0f", readers[i].name.c_str(), *best[i]);
+      if (ours) std::printf(" %16.2f", *ours / *best[i]);
       std::printf("\n");
     } else {
-      std::printf("%-12s %10s %16s   (%s)\n", reader.name.c_str(), "-", "-", note.c_str());
+      std::printf("%-12s %10s %16s   (%s)\n", readers[i].name.c_str(), "-", "-",
+                  Installed(readers[i].argv.front()) ? "mount or measure failed" : "not installed");
     }
   }
   return ours;
-}
-
-std::optional<double> ReadPass(int fd, uint64_t size) {
-  return MeasureReadThroughput(
-      [fd](uint64_t offset, void* buffer, size_t length) {
-        return pread(fd, buffer, length, static_cast<off_t>(offset));
-      },
-      size);
 }
 
 // The write passes over a sparse copy of `image`, made in a folder of its
@@ -168,11 +184,12 @@ std::optional<double> PrintWriteTable(const std::string& mounter, const std::str
   if (Run({"cp", "--sparse=always", image, copy})) {
     std::vector<Reader> writers;
     for (Reader& reader : Readers(mounter, copy, credential))
-      if (reader.name != "bdemount") writers.push_back(std::move(reader));
+      if (reader.name == "zq-mounter" || reader.name == "dislocker") writers.push_back(std::move(reader));
     std::printf("\nwrites of %zu MiB in 1 MiB pieces, best of %d passes, each after mounting afresh\n", chunks.size(),
                 passes);
-    ours = PrintTable(writers, passes, O_WRONLY,
-                      [&chunks](int fd, uint64_t) { return MeasureWriteThroughput(fd, chunks); });
+    ours = PrintTable(writers, passes, [&chunks](const Reader& writer) {
+      return Pass(writer, O_WRONLY, [&chunks](int fd, uint64_t) { return MeasureWriteThroughput(fd, chunks); });
+    });
   }
   unlink(copy.c_str());
   rmdir(pattern);
@@ -204,7 +221,10 @@ int main(int argc, char** argv) {
   }
 
   std::printf("%s, best of %d passes, each the first read after mounting\n", image.c_str(), passes);
-  const std::optional<double> reads = PrintTable(Readers(mounter, image, credential), passes, O_RDONLY, ReadPass);
+  const std::optional<double> reads =
+      PrintTable(Readers(mounter, image, credential), passes, [&](const Reader& reader) {
+        return reader.inProcess ? LibraryPass(mounter, image, credential) : Pass(reader, O_RDONLY, ReadPass);
+      });
   const std::optional<double> writes = PrintWriteTable(mounter, image, credential, passes);
   if (reads && writes) std::printf("zq-mounter writes / its reads: %.2f\n", *writes / *reads);
   return reads && writes ? 0 : 1;

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <atomic>
 #include <cstring>
 #include <map>
 #include <random>
@@ -503,16 +504,19 @@ TEST_F(WritableCopyTest, WritesOfAnySizeReadBackAndNeverTouchBitlockersOwnSector
   }
 }
 
-// Threads write single bytes of the same two sectors, each its own bytes:
-// every sector is read, changed and written whole, so without the lock on
-// it writers would put back bytes others had just changed.
+// Threads start together and write single bytes of the same sectors, each
+// its own bytes, long enough to be preempted part way: every sector is read,
+// changed and written whole, so without the lock on it writers would put
+// back bytes others had just changed.
 TEST_F(WritableCopyTest, ConcurrentWritersOfOneSectorKeepEachOthersBytes) {
   constexpr uint64_t kOffset = 50 * 1024 * 1024 + 256;
-  constexpr unsigned kThreads = 4, kBytes = 1024;
+  constexpr unsigned kThreads = 4, kBytes = 32768;
+  std::atomic<unsigned> ready{0};
   std::vector<std::thread> writers;
   for (unsigned t = 0; t < kThreads; ++t) {
     writers.emplace_back([&, t] {
       const uint8_t value = static_cast<uint8_t>(t + 1);
+      for (++ready; ready < kThreads;) std::this_thread::yield();
       for (unsigned i = t; i < kBytes; i += kThreads) EXPECT_EQ(volume_->Write(kOffset + i, &value, 1), 1);
     });
   }
