@@ -121,29 +121,21 @@ Digests EngineDigests(const std::string& path, const Credential& credential, con
                    unlocked->Size(), writes);
 }
 
-// A reference reader's FUSE view of the unlocked volume in `path`,
-// read-only, unmounted at the end of its scope; file() is empty when
-// mounting failed.
-class ReferenceMount {
- public:
-  ReferenceMount(const std::string& reader, const Image& image, const std::string& path) {
-    const std::string at = Quoted(folder_.path());
-    const bool dislocker = reader == "dislocker";
-    mounted_ = RunShell((dislocker ? "dislocker -r -V " + Quoted(path) + " -p" + image.recoveryPassword + " -- " + at
-                                   : "bdemount -r " + image.recoveryPassword + " " + Quoted(path) + " " + at) +
-                        " >/dev/null") == 0;
-    file_ = mounted_ ? folder_(dislocker ? "dislocker-file" : "bde1") : "";
-  }
-  ~ReferenceMount() {
-    if (mounted_) RunShell("umount " + Quoted(folder_.path()) + " || umount -l " + Quoted(folder_.path()));
-  }
-  const std::string& file() const { return file_; }
-
- private:
-  TempDir folder_;
-  bool mounted_ = false;
-  std::string file_;
-};
+// Mounts a reference reader's read-only FUSE view of the unlocked volume
+// in `path`, hands its file to `use` (empty when mounting failed), and
+// unmounts it.
+void WithReferenceMount(const std::string& reader, const Image& image, const std::string& path,
+                        const std::function<void(const std::string& file)>& use) {
+  const TempDir folder;
+  const std::string at = Quoted(folder.path());
+  const bool dislocker = reader == "dislocker";
+  const bool mounted =
+      RunShell((dislocker ? "dislocker -r -V " + Quoted(path) + " -p" + image.recoveryPassword + " -- " + at
+                          : "bdemount -r " + image.recoveryPassword + " " + Quoted(path) + " " + at) +
+               " >/dev/null") == 0;
+  use(mounted ? folder(dislocker ? "dislocker-file" : "bde1") : "");
+  if (mounted) RunShell("umount " + at + " || umount -l " + at);
+}
 
 // Every reader sees `expected` in the unlocked volume in `path`, but for
 // MiB `unknown`, which a write cut short may have left either way.
@@ -153,10 +145,9 @@ void ExpectEveryReaderSees(const Image& image, const std::string& path, const Di
   for (const Credential& credential : CredentialsOf(image))
     seen.emplace_back(std::string("the engine with a ") + CredentialKindName(credential.kind()),
                       EngineDigests(path, credential));
-  for (const char* reader : {"dislocker", "bdemount"}) {
-    const ReferenceMount mount(reader, image, path);
-    seen.emplace_back(reader, mount.file().empty() ? Digests() : FileDigests(mount.file()));
-  }
+  for (const char* reader : {"dislocker", "bdemount"})
+    WithReferenceMount(reader, image, path,
+                       [&](const std::string& file) { seen.emplace_back(reader, FileDigests(file)); });
   for (const auto& [reader, digests] : seen) {
     EXPECT_EQ(digests.size(), expected.size()) << reader << " cannot read the whole volume";
     for (size_t mebibyte = 0; mebibyte < std::min(digests.size(), expected.size()); ++mebibyte) {
@@ -390,12 +381,12 @@ TEST_P(ReadWriteFilesystemTest, FilesCopiedInReadBackAfterMountingAgain) {
     ASSERT_TRUE(Unmount());
   }
   if (std::string(tool) != "mkntfs") return;
-  const ReferenceMount mount("bdemount", *image, copy);
-  ASSERT_FALSE(mount.file().empty());
-  const TempDir files;
-  ASSERT_EQ(RunShell("ntfs-3g -o ro " + Quoted(mount.file()) + " " + Quoted(files.path())), 0);
-  EXPECT_EQ(RunShell(compare + Quoted(files.path())), 0);
-  RunShell("umount " + Quoted(files.path()));
+  WithReferenceMount("bdemount", *image, copy, [&](const std::string& file) {
+    const TempDir files;
+    ASSERT_EQ(RunShell("ntfs-3g -o ro " + Quoted(file) + " " + Quoted(files.path())), 0) << "bdemount: " << file;
+    EXPECT_EQ(RunShell(compare + Quoted(files.path())), 0);
+    RunShell("umount " + Quoted(files.path()));
+  });
 }
 
 INSTANTIATE_TEST_SUITE_P(
