@@ -201,18 +201,24 @@ class ReadWriteTest : public ::testing::Test {
   }
 
   // Serves a copy of `image` through the raw file, hands the file open for
-  // writing to `use`, and unmounts; returns the copy.
-  std::string WithRawFile(const Image& image, const std::function<void(int fd, uint64_t size)>& use) {
+  // writing to `use`, unmounts, and hands the copy to `check`.  The loop
+  // device is held open meanwhile, so that the kernel does not write its
+  // cache back when the mounter, its last user, closes it: the copy holds
+  // only what the mounter itself made durable.
+  void WithRawFile(const Image& image, const std::function<void(int fd, uint64_t size)>& use,
+                   const std::function<void(const std::string& copy)>& check) {
     const std::string copy = Copy(image);
     LoopDevice loop(copy);
-    if (!loop.valid() || !Mount(loop, image, "raw")) return copy;
+    ASSERT_TRUE(loop.valid() && Mount(loop, image, "raw"));
+    const int holder = open(loop.devicePath().c_str(), O_RDONLY);
     const int fd = open(volume_.c_str(), O_RDWR);
     struct stat info;
-    EXPECT_TRUE(fd >= 0 && fstat(fd, &info) == 0) << std::strerror(errno);
+    EXPECT_TRUE(holder >= 0 && fd >= 0 && fstat(fd, &info) == 0) << std::strerror(errno);
     if (fd >= 0) use(fd, static_cast<uint64_t>(info.st_size));
     if (fd >= 0) close(fd);
-    Unmount();
-    return copy;
+    EXPECT_TRUE(Unmount()) << "the mounter did not end";
+    check(copy);
+    if (holder >= 0) close(holder);
   }
 
   // Unmounts as a user would, and waits for the mounter to have ended.
@@ -238,15 +244,17 @@ const std::vector<Write> kAwkwardWrites = {{100, 300, 1},     {1023, 2, 2},     
 TEST_F(ReadWriteTest, RawWritesAtAwkwardPlacesReadBackThroughEveryReader) {
   for (const Image& image : *images_) {
     SCOPED_TRACE(image.name);
-    const std::string copy = WithRawFile(image, [](int fd, uint64_t size) {
-      for (const Write& write : kAwkwardWrites) {
-        std::vector<uint8_t> bytes(write.length);
-        Apply({write}, size, Start(write, size), bytes.data(), bytes.size());
-        EXPECT_EQ(pwrite(fd, bytes.data(), bytes.size(), Start(write, size)), static_cast<ssize_t>(bytes.size()))
-            << "at " << Start(write, size) << ": " << std::strerror(errno);
-      }
-    });
-    ExpectEveryReaderSees(image, copy, Original(image, kAwkwardWrites));
+    WithRawFile(
+        image,
+        [](int fd, uint64_t size) {
+          for (const Write& write : kAwkwardWrites) {
+            std::vector<uint8_t> bytes(write.length);
+            Apply({write}, size, Start(write, size), bytes.data(), bytes.size());
+            EXPECT_EQ(pwrite(fd, bytes.data(), bytes.size(), Start(write, size)), static_cast<ssize_t>(bytes.size()))
+                << "at " << Start(write, size) << ": " << std::strerror(errno);
+          }
+        },
+        [&](const std::string& copy) { ExpectEveryReaderSees(image, copy, Original(image, kAwkwardWrites)); });
   }
 }
 
@@ -271,7 +279,7 @@ TEST_F(ReadWriteTest, WritesTouchingBitlockerAreasFailWithEioAndChangeNothing) {
     SCOPED_TRACE(image.name);
     const auto areas = BitlockerAreas(image.path);
     ASSERT_EQ(areas.size(), 4u) << "three metadata copies and the kept boot sectors";
-    const std::string copy = WithRawFile(image, [&areas](int fd, uint64_t) {
+    WithRawFile(image, [&areas](int fd, uint64_t) {
       const std::vector<uint8_t> zeros(512), bytes(512, 0x5a);
       for (const auto& [offset, length] : areas) {
         std::vector<uint8_t> seen(512, 0xee);
@@ -283,9 +291,10 @@ TEST_F(ReadWriteTest, WritesTouchingBitlockerAreasFailWithEioAndChangeNothing) {
           EXPECT_EQ(errno, EIO) << "at " << at;
         }
       }
+    }, [&](const std::string& copy) {
+      EXPECT_EQ(BitlockerAreas(copy), areas) << "cryptsetup no longer reads the metadata";
+      ExpectEveryReaderSees(image, copy, Original(image));
     });
-    EXPECT_EQ(BitlockerAreas(copy), areas) << "cryptsetup no longer reads the metadata";
-    ExpectEveryReaderSees(image, copy, Original(image));
   }
 }
 
@@ -301,7 +310,7 @@ TEST_F(ReadWriteTest, FsyncedWritesSurviveTheMounterBeingKilled) {
   const Image* image = testimages::FindImage("bitlk-aes-xts-128", &why);
   if (image == nullptr) GTEST_SKIP() << why;
   std::atomic<uint64_t> confirmed{0};
-  const std::string copy = WithRawFile(*image, [&](int fd, uint64_t) {
+  WithRawFile(*image, [&](int fd, uint64_t) {
     std::atomic<bool> ended{false};
     std::thread writer([&] {
       std::vector<uint8_t> bytes(kMiB);
@@ -318,10 +327,11 @@ TEST_F(ReadWriteTest, FsyncedWritesSurviveTheMounterBeingKilled) {
     for (int pid : servers) kill(pid, SIGKILL);
     writer.join();
     EXPECT_GE(confirmed, 3 * kSlots) << "the writes failed before the kill";
+  }, [&](const std::string& copy) {
+    std::vector<Write> durable;
+    for (uint64_t n = confirmed > kSlots ? confirmed - kSlots : 0; n < confirmed; ++n) durable.push_back(SlotWrite(n));
+    ExpectEveryReaderSees(*image, copy, Original(*image, durable), SlotWrite(confirmed).offset / kMiB);
   });
-  std::vector<Write> durable;
-  for (uint64_t n = confirmed > kSlots ? confirmed - kSlots : 0; n < confirmed; ++n) durable.push_back(SlotWrite(n));
-  ExpectEveryReaderSees(*image, copy, Original(*image, durable), SlotWrite(confirmed).offset / kMiB);
 }
 
 // A file system made through the raw file, on an XTS and a CBC-Elephant
