@@ -32,10 +32,10 @@ class CCbcSectorCipher : public ISectorCipher {
   // Bytes handed to OpenSSL per call, small enough to stay in the L2 cache
   // until the corrections after the call.
   static constexpr size_t kBatchBytes = 64 * 1024;
-  // Sectors encrypted side by side.  The blocks of one step lie a sector
-  // apart, where the first-level cache holds only a few of them (all fall in
-  // few of its sets): larger groups miss it at every step, smaller ones make
-  // the ECB calls short.
+  // How much of a batch is encrypted side by side: this many bytes of
+  // sectors, 8 to 32 sectors.  The blocks of one step lie a sector apart,
+  // so they fall in few of the first-level cache's sets: larger groups miss
+  // it at every step, smaller ones make the ECB calls short.
   static constexpr size_t kInterleaveBytes = 16 * 1024;
   // The diffuser's sector key: two AES blocks, repeated over the sector.
   static constexpr size_t kSectorKeySize = 32;
@@ -50,7 +50,7 @@ class CCbcSectorCipher : public ISectorCipher {
 
   uint32_t sectorSize_ = 0;
   size_t batchSectors_ = 0;
-  size_t encryptWidth_ = 0;  // sectors encrypted side by side
+  size_t encryptWidth_ = 0;       // sectors encrypted side by side
   EvpCipherContext ecb_;          // AES-ECB encryption with the key
   EvpCipherContext cbc_;          // AES-CBC decryption with the key
   EvpCipherContext tweakCipher_;  // AES-ECB encryption with the tweak key; null without diffuser

@@ -35,7 +35,7 @@ class CXtsSectorCipher : public ISectorCipher {
     EvpCipherContext data;  // AES-ECB with the data key, for small sectors only
   };
 
-  // Bytes decrypted per pass, small enough that the data and its block
+  // Bytes taken per pass, small enough that the data and its block
   // tweaks stay in the first-level cache between the passes.
   static constexpr size_t kChunkBytes = 16 * 1024;
   static constexpr uint32_t kOpensslXtsMinSectorSize = 2048;

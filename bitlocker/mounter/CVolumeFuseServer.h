@@ -6,7 +6,9 @@
 // through the volume to the device before the kernel hears that it is
 // done, and nothing is cached here, so what a writer was told is written
 // survives the server's death; flush, fsync and release make it durable.
-// The file's size is the volume's and never changes.
+// The file's size is the volume's and never changes: a write at or past
+// its end fails with ENOSPC, as on a full device, one across it writes
+// what fits, and a change of size (truncate, O_TRUNC) fails with EPERM.
 #ifndef ZQ_BITLOCKER_MOUNTER_CVOLUMEFUSESERVER_H_
 #define ZQ_BITLOCKER_MOUNTER_CVOLUMEFUSESERVER_H_
 

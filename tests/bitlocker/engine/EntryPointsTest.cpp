@@ -37,6 +37,8 @@ TEST(BitlockerLibrary, TellsTheCredentialFromItsTextAndReportsEachFailure) {
   EXPECT_EQ(Open(testimages::WriteScratchFile("tiny.img", {1, 2, 3}), "x"), bitlocker::kNotBitlocker);
   EXPECT_EQ(Open(testimages::ScratchFolder() + "/missing.img", "x"), bitlocker::kIoError);
   IVolume* volume = nullptr;
+  ASSERT_EQ(open_bitlocker_device(image->path.c_str(), image->password.c_str(), &volume), bitlocker::kOk);
+  EXPECT_EQ(std::unique_ptr<IVolume>(volume)->ReadOnlyReason(), nullptr) << "not opened for writing";
   EXPECT_NE(open_bitlocker_device(nullptr, "x", &volume), bitlocker::kOk);
   EXPECT_NE(open_bitlocker_device(image->path.c_str(), "x", nullptr), bitlocker::kOk);
 
