@@ -241,7 +241,10 @@ const std::vector<Write> kAwkwardWrites = {{100, 300, 1},     {1023, 2, 2},     
                                            {8190, 5, 4},      {1048699, 300001, 5}, {1248576, 777, 6},
                                            {-1052673, 3, 7}, {-1000, 600, 8},  {-512, 512, 9}};
 
-TEST_F(ReadWriteTest, RawWritesAtAwkwardPlacesReadBackThroughEveryReader) {
+// The tests that go over every image, a minute or more each.
+class EveryImageTest : public ReadWriteTest {};
+
+TEST_F(EveryImageTest, RawWritesAtAwkwardPlacesReadBackThroughEveryReader) {
   for (const Image& image : *images_) {
     SCOPED_TRACE(image.name);
     WithRawFile(
@@ -274,7 +277,7 @@ std::vector<std::pair<uint64_t, uint64_t>> BitlockerAreas(const std::string& pat
   return areas;
 }
 
-TEST_F(ReadWriteTest, WritesTouchingBitlockerAreasFailWithEioAndChangeNothing) {
+TEST_F(EveryImageTest, WritesTouchingBitlockerAreasFailWithEioAndChangeNothing) {
   for (const Image& image : *images_) {
     SCOPED_TRACE(image.name);
     const auto areas = BitlockerAreas(image.path);
