@@ -100,7 +100,8 @@ ssize_t CUnlockedVolume::Read(uint64_t offset, void* buffer, size_t length) {
 // The whole range is checked before anything is written, so a write that
 // touches BitLocker's own sectors changes nothing.  Sectors the write covers
 // only in part are read first and written whole, within the same hold on
-// them.
+// them.  Each worker copies its own piece of the caller's bytes just before
+// encrypting it, while they are in its cache.
 ssize_t CUnlockedVolume::Write(uint64_t offset, const void* buffer, size_t length) {
   if (readOnlyReason_) {
     errno = EROFS;
@@ -128,8 +129,16 @@ ssize_t CUnlockedVolume::Write(uint64_t offset, const void* buffer, size_t lengt
     if (to < at + span && !ReadSectors(at + span - sector, plain.data() + span - sector, sector)) {
       return -1;
     }
-    std::memcpy(plain.data() + (from - at), in + (from - offset), static_cast<size_t>(to - from));
-    if (!WriteSectors(at, plain.data(), span)) return -1;
+    bool written = OverPieces(span, [&](size_t start, size_t size, ISectorCipher& cipher) {
+      uint64_t copyFrom = std::max(from, at + start);
+      uint64_t copyTo = std::min(to, at + start + size);
+      if (copyFrom < copyTo) {
+        std::memcpy(plain.data() + (copyFrom - at), in + (copyFrom - offset),
+                    static_cast<size_t>(copyTo - copyFrom));
+      }
+      return StoreRange(at + start, plain.data() + start, size, cipher);
+    });
+    if (!written) return -1;
     at += span;
   }
   return static_cast<ssize_t>(length);
@@ -138,19 +147,16 @@ ssize_t CUnlockedVolume::Write(uint64_t offset, const void* buffer, size_t lengt
 int CUnlockedVolume::Flush() { return source_->Sync() ? 0 : -1; }
 
 bool CUnlockedVolume::ReadSectors(uint64_t offset, uint8_t* out, size_t length) {
-  return OverSectors(offset, out, length, &CUnlockedVolume::ProduceRange);
+  return OverPieces(length, [&](size_t start, size_t size, ISectorCipher& cipher) {
+    return ProduceRange(offset + start, out + start, size, cipher);
+  });
 }
 
-bool CUnlockedVolume::WriteSectors(uint64_t offset, uint8_t* in, size_t length) {
-  return OverSectors(offset, in, length, &CUnlockedVolume::StoreRange);
-}
-
-bool CUnlockedVolume::OverSectors(uint64_t offset, uint8_t* bytes, size_t length,
-                                  SectorWork work) {
+bool CUnlockedVolume::OverPieces(size_t length, const PieceWork& work) {
   size_t pieces = (length + kPieceSize - 1) / kPieceSize;
   if (pieces <= 1) {
     SpareCipher cipher(*this);
-    return (this->*work)(offset, bytes, length, cipher.get());
+    return work(0, length, cipher.get());
   }
 
   std::lock_guard<std::mutex> lock(poolMutex_);
@@ -159,7 +165,7 @@ bool CUnlockedVolume::OverSectors(uint64_t offset, uint8_t* bytes, size_t length
     size_t start = index * kPieceSize;
     size_t size = std::min(kPieceSize, length - start);
     if (failure.load() != 0) return;
-    if (!(this->*work)(offset + start, bytes + start, size, *ciphers_[lane])) {
+    if (!work(start, size, *ciphers_[lane])) {
       int error = errno ? errno : EIO;
       int none = 0;
       failure.compare_exchange_strong(none, error);

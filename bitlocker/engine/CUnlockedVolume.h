@@ -5,6 +5,7 @@
 #define ZQ_BITLOCKER_ENGINE_CUNLOCKEDVOLUME_H_
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -52,17 +53,19 @@ class CUnlockedVolume : public IVolume {
   static constexpr size_t kWriteChunk = 16 * kPieceSize;
 
   class SpareCipher;
-  // Decrypts (ProduceRange) or encrypts (StoreRange) whole sectors.
-  using SectorWork = bool (CUnlockedVolume::*)(uint64_t offset, uint8_t* bytes, size_t length,
-                                               ISectorCipher& cipher);
+  // Works on the piece of `size` bytes at `start` of a range with a cipher
+  // of its own.
+  using PieceWork = std::function<bool(size_t start, size_t size, ISectorCipher& cipher)>;
 
   CUnlockedVolume(std::shared_ptr<const IByteSource> source, VolumeLayout layout,
                   uint16_t method, unsigned lanes);
 
   // `offset` and `length` are multiples of the sector size.
   bool ReadSectors(uint64_t offset, uint8_t* out, size_t length);
-  bool WriteSectors(uint64_t offset, uint8_t* in, size_t length);
-  bool OverSectors(uint64_t offset, uint8_t* bytes, size_t length, SectorWork work);
+  // Runs `work` over a range of `length` bytes in whole pieces: on the
+  // caller's thread with a spare cipher when there is one piece, else on
+  // every worker.
+  bool OverPieces(size_t length, const PieceWork& work);
   bool ProduceRange(uint64_t offset, uint8_t* out, size_t length, ISectorCipher& cipher);
   // Encrypts `in` in place where the layout says so and writes it.
   bool StoreRange(uint64_t offset, uint8_t* in, size_t length, ISectorCipher& cipher);
