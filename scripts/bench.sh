@@ -2,7 +2,9 @@
 # Builds and runs the benchmarks on every BitLocker image in
 # ../shared/bitlocker-images.tar.xz: the engine's read speed beside the
 # machine's AES limit and the distribution's reference readers, then the
-# mounter's FUSE file beside the reference readers' FUSE files.
+# mounter's FUSE file beside the reference readers' FUSE files, read and
+# then written (a sparse copy of each image, made and removed by the
+# benchmark).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

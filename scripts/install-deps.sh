@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests, the macOS compile check
 # (clang and libc++) and the benchmarks need (run as root).  dislocker and
-# libbde-utils are only the benchmarks' reference readers, and
-# cryptsetup-bin's bitlkDump the tests' independent reader of metadata; the
-# product never links them.
+# libbde-utils are the benchmarks' reference readers and the read-write
+# tests' independent readers of what the mounter wrote, cryptsetup-bin's
+# bitlkDump the tests' independent reader of metadata; the product never
+# links them.
 # scdoc turns the man pages into roff, bash-completion tells where
 # completions go, and systemd's systemd-analyze reads back the unit that
 # starts the service at boot.
