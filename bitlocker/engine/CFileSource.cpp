@@ -100,13 +100,7 @@ bool CFileSource::WriteAt(uint64_t offset, const void* buffer, size_t length) co
   return true;
 }
 
-bool CFileSource::Sync() const {
-#if defined(__APPLE__)
-  return ::fsync(fd_) == 0;
-#else
-  return ::fdatasync(fd_) == 0;
-#endif
-}
+bool CFileSource::Sync() const { return SyncDeviceData(fd_); }
 
 bool CFileSource::ReadThroughBlocks(uint64_t offset, uint8_t* out, size_t length) const {
   std::vector<uint8_t> window;

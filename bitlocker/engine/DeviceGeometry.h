@@ -1,6 +1,6 @@
-// The size and block size of a disk device, and whether it takes writes:
-// the questions about devices
-// whose answers differ between operating systems.  One implementation file
+// The size and block size of a disk device, whether it takes writes, and
+// how its data is made durable: the questions about devices whose answers
+// differ between operating systems.  One implementation file
 // per platform.
 #ifndef ZQ_BITLOCKER_ENGINE_DEVICEGEOMETRY_H_
 #define ZQ_BITLOCKER_ENGINE_DEVICEGEOMETRY_H_
@@ -19,6 +19,11 @@ struct DeviceGeometry {
 // The geometry of the disk device open on `fd`; nullopt with errno set when
 // the descriptor is not a disk that answers.
 std::optional<DeviceGeometry> QueryDeviceGeometry(int fd);
+
+// Makes what was written through `fd` durable: fdatasync on Linux,
+// F_FULLFSYNC on macOS, whose fsync stops at the drive's cache.  False with
+// errno set.
+bool SyncDeviceData(int fd);
 
 }  // namespace bitlocker
 

@@ -1,6 +1,8 @@
 #include <errno.h>
+#include <fcntl.h>
 #include <sys/disk.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include "DeviceGeometry.h"
 
@@ -21,5 +23,9 @@ std::optional<DeviceGeometry> QueryDeviceGeometry(int fd) {
   geometry.readOnly = writable == 0;
   return geometry;
 }
+
+// fsync leaves data in the drive's cache; F_FULLFSYNC asks the drive to
+// write it out, and is refused by the few that cannot.
+bool SyncDeviceData(int fd) { return ::fcntl(fd, F_FULLFSYNC) == 0 || ::fsync(fd) == 0; }
 
 }  // namespace bitlocker

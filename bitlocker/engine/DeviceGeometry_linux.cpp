@@ -1,5 +1,6 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 #include "DeviceGeometry.h"
 
@@ -16,5 +17,7 @@ std::optional<DeviceGeometry> QueryDeviceGeometry(int fd) {
   geometry.readOnly = readOnly != 0;
   return geometry;
 }
+
+bool SyncDeviceData(int fd) { return ::fdatasync(fd) == 0; }
 
 }  // namespace bitlocker
