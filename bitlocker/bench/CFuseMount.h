@@ -28,7 +28,4 @@ class CFuseMount {
   std::string file_;
 };
 
-// Whether `program` is found on the PATH.
-bool ProgramInstalled(const std::string& program);
-
 #endif  // ZQ_BITLOCKER_BENCH_CFUSEMOUNT_H_

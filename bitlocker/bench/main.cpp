@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "CBitlockerVolume.h"
+#include "BenchProgram.h"
 #include "CFuseMount.h"
 #include "CipherThroughput.h"
 #include "OpensslSpeed.h"

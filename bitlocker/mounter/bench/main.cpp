@@ -14,10 +14,8 @@
 // one, or writes it once in 1 MiB pieces, BitLocker's own areas left out,
 // up to an fdatasync.
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,6 +32,7 @@
 #include <thread>
 #include <vector>
 
+#include "BenchProgram.h"
 #include "MounterStatus.h"
 #include "PackageVolume.h"
 #include "Platform.h"
@@ -49,34 +48,6 @@ struct Reader {
   std::string input;              // written to its standard input
   bool inProcess = false;         // the library beside argv[0], without a mount
 };
-
-bool Run(const std::vector<std::string>& argv, const std::string& input = "") {
-  int ends[2];
-  if (pipe(ends) != 0) return false;
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(ends[0], STDIN_FILENO);
-    close(ends[0]);
-    close(ends[1]);
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    std::vector<char*> args;
-    for (const std::string& arg : argv) args.push_back(const_cast<char*>(arg.c_str()));
-    args.push_back(nullptr);
-    execvp(args[0], args.data());
-    _exit(127);
-  }
-  close(ends[0]);
-  const bool written = input.empty() || write(ends[1], input.data(), input.size()) == static_cast<ssize_t>(input.size());
-  close(ends[1]);
-  int status = 0;
-  return child > 0 && waitpid(child, &status, 0) == child && written && WIFEXITED(status) &&
-         WEXITSTATUS(status) == 0;
-}
-
-bool Installed(const std::string& program) {
-  return program.find('/') != std::string::npos ? access(program.c_str(), X_OK) == 0
-                                                : Run({"sh", "-c", "command -v " + program + " >/dev/null"});
-}
 
 void Unmount(const std::string& mountPoint) {
   for (int attempt = 0; attempt < 50 && umount2(mountPoint.c_str(), 0) != 0 && errno == EBUSY; ++attempt)
@@ -95,7 +66,7 @@ std::optional<double> Pass(const Reader& reader, int flags, const Measure& measu
   for (std::string& arg : argv)
     if (arg == "MOUNT") arg = mountPoint;
   std::optional<double> figure;
-  if (Run(argv, reader.input)) {
+  if (RunProgram(argv, reader.input)) {
     const std::string file = mountPoint + "/" + reader.fileName;
     const int fd = open(file.c_str(), flags);
     struct stat info;
@@ -147,7 +118,7 @@ std::optional<double> PrintTable(const std::vector<Reader>& readers, int passes,
   std::vector<std::optional<double>> best(readers.size());
   for (int round = 0; round < passes; ++round) {
     for (size_t i = 0; i < readers.size(); ++i) {
-      if (!Installed(readers[i].argv.front())) continue;
+      if (!ProgramInstalled(readers[i].argv.front())) continue;
       const std::optional<double> figure = pass(readers[i]);
       if (figure && (!best[i] || *figure > *best[i])) best[i] = figure;
     }
@@ -160,7 +131,7 @@ std::optional<double> PrintTable(const std::vector<Reader>& readers, int passes,
       std::printf("\n");
     } else {
       std::printf("%-12s %10s %16s   (%s)\n", readers[i].name.c_str(), "-", "-",
-                  Installed(readers[i].argv.front()) ? "mount or measure failed" : "not installed");
+                  ProgramInstalled(readers[i].argv.front()) ? "mount or measure failed" : "not installed");
     }
   }
   return ours;
@@ -181,7 +152,7 @@ std::optional<double> PrintWriteTable(const std::string& mounter, const std::str
   }
   const std::string copy = std::string(pattern) + "/volume.img";
   std::optional<double> ours;
-  if (Run({"cp", "--sparse=always", image, copy})) {
+  if (RunProgram({"cp", "--sparse=always", image, copy})) {
     std::vector<Reader> writers;
     for (Reader& reader : Readers(mounter, copy, credential))
       if (reader.name == "zq-mounter" || reader.name == "dislocker") writers.push_back(std::move(reader));
@@ -199,8 +170,6 @@ std::optional<double> PrintWriteTable(const std::string& mounter, const std::str
 }  // namespace
 
 int main(int argc, char** argv) {
-  // A reader that ends before taking its input must not end the benchmark.
-  signal(SIGPIPE, SIG_IGN);
   int passes = 3;
   std::string mounter = ZQ_MOUNTER_FILE;
   std::string image;
