@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "CommandData.h"
+#include "Include/CommandData.h"
 
 class CPipeDataWrapper {
  public:

@@ -4,8 +4,8 @@
 // (type, reserved, length) followed by fixed-length data chosen by the
 // command number.  Records are packed and in host byte order; strings are
 // zero-terminated UTF-8 in fixed arrays.
-#ifndef ZQ_INCLUDE_COMMAND_DATA_H_
-#define ZQ_INCLUDE_COMMAND_DATA_H_
+#ifndef ZQ_INCLUDE_COMMANDDATA_H_
+#define ZQ_INCLUDE_COMMANDDATA_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -76,4 +76,4 @@ static_assert(offsetof(CCommandDataWrapper<char>, mount.mountArg4) == 236, "reco
 static_assert(offsetof(CCommandDataWrapper<char>, explorer.explorerArg2) == 44, "record layout");
 static_assert(offsetof(CCommandDataWrapper<char>, reply.text) == 20, "record layout");
 
-#endif  // ZQ_INCLUDE_COMMAND_DATA_H_
+#endif  // ZQ_INCLUDE_COMMANDDATA_H_

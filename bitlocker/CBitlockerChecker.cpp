@@ -1,4 +1,4 @@
-#include "CBitlockerChecker.h"
+#include "bitlocker/CBitlockerChecker.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -9,9 +9,10 @@
 #include <cstring>
 #include <vector>
 
-#include "DeviceNames.h"
-#include "PackageLibrary.h"
-#include "Platform.h"
+#include "bitlocker/DeviceNames.h"
+#include "bitlocker/PackageLibrary.h"
+#include "platform/Devices.h"
+#include "platform/Mounts.h"
 
 const char* pszBitlockerMark = "-FVE-FS-";
 
@@ -115,7 +116,8 @@ bool CBitlockerChecker::openDisk(const char* bsdName) {
 }
 
 uint32_t CBitlockerChecker::getBlockSize() {
-  return platform::DeviceBlockSize(diskDescriptor_).value_or(kFallbackBlockSize);
+  const std::optional<platform::DeviceGeometry> geometry = platform::QueryDeviceGeometry(diskDescriptor_);
+  return geometry ? geometry->blockSize : kFallbackBlockSize;
 }
 
 std::optional<std::string> CBitlockerChecker::bsdNameToFilePath(const char* bsdName) {

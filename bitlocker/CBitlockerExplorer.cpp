@@ -1,12 +1,12 @@
-#include "CBitlockerExplorer.h"
+#include "bitlocker/CBitlockerExplorer.h"
 
-#include "BundleLayout.h"
-#include "DeviceNames.h"
-#include "PackageLibrary.h"
-#include "Platform.h"
-#include "TaskWrapper.h"
+#include "bitlocker/BundleLayout.h"
+#include "bitlocker/DeviceNames.h"
+#include "bitlocker/PackageLibrary.h"
+#include "system/MainBundle.h"
+#include "system/TaskWrapper.h"
 
-CBitlockerExplorer::CBitlockerExplorer() : explorerPath_(platform::MainBundlePath() + kBundleExplorer) {}
+CBitlockerExplorer::CBitlockerExplorer() : explorerPath_(MainBundlePath() + kBundleExplorer) {}
 
 std::string CBitlockerExplorer::getDeviceRname(const char* devicePath) { return RawDevicePath(devicePath); }
 

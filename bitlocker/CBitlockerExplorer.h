@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "IVolume.h"
+#include "bitlocker/IVolume.h"
 
 class CBitlockerExplorer {
  public:

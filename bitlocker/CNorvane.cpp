@@ -1,14 +1,14 @@
-#include "CNorvane.h"
+#include "bitlocker/CNorvane.h"
 
-#include "BundleLayout.h"
-#include "CBitlockerExplorer.h"
-#include "CommandData.h"
-#include "DeviceNames.h"
-#include "MounterStatus.h"
-#include "PackageLibrary.h"
-#include "Platform.h"
-#include "ShellQuoting.h"
-#include "TaskWrapper.h"
+#include "Include/CommandData.h"
+#include "bitlocker/BundleLayout.h"
+#include "bitlocker/CBitlockerExplorer.h"
+#include "bitlocker/DeviceNames.h"
+#include "bitlocker/MounterStatus.h"
+#include "bitlocker/PackageLibrary.h"
+#include "system/MainBundle.h"
+#include "system/TaskWrapper.h"
+#include "util/ShellQuoting.h"
 
 namespace {
 
@@ -35,7 +35,7 @@ int BitlockerDeviceOr(const OptionalString& bsdName, int libraryMissing) {
 
 }  // namespace
 
-CNorvane::CNorvane() : mounterPath_(platform::MainBundlePath() + kBundleMounter) {}
+CNorvane::CNorvane() : mounterPath_(MainBundlePath() + kBundleMounter) {}
 
 bool CNorvane::Unmount(const OptionalString& name) {
   const TaskWrapper result = TaskWrapper::runScript("diskutil unmount " + Described(name));

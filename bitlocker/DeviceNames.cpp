@@ -1,8 +1,9 @@
-#include "DeviceNames.h"
+#include "bitlocker/DeviceNames.h"
 
 #include <sys/stat.h>
 
-#include "Platform.h"
+#include "platform/Devices.h"
+
 
 std::string Described(const std::optional<std::string>& text) { return text ? *text : "(null)"; }
 

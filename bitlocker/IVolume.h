@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "BitlockerStatus.h"
+#include "bitlocker/BitlockerStatus.h"
 
 class IVolume {
  public:

@@ -7,7 +7,7 @@
 #ifndef ZQ_BITLOCKER_MOUNTERSTATUS_H_
 #define ZQ_BITLOCKER_MOUNTERSTATUS_H_
 
-#include "BitlockerStatus.h"
+#include "bitlocker/BitlockerStatus.h"
 
 enum MounterStatus : int {
   kMounterMountFailed = 5,  // the volume opened but could not be mounted

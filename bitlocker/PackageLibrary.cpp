@@ -1,11 +1,11 @@
-#include "PackageLibrary.h"
+#include "bitlocker/PackageLibrary.h"
 
 #include <dlfcn.h>
 
 #include <atomic>
 
-#include "BundleLayout.h"
-#include "Platform.h"
+#include "bitlocker/BundleLayout.h"
+#include "system/MainBundle.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ Function Resolved(std::atomic<Function>* cache, const char* symbol) {
 
 }  // namespace
 
-std::string PackageLibraryPath() { return platform::MainBundlePath() + kBundleBitlockerLibrary; }
+std::string PackageLibraryPath() { return MainBundlePath() + kBundleBitlockerLibrary; }
 
 IsBitlockerDriveFunction PackageIsBitlockerDrive() {
   static std::atomic<IsBitlockerDriveFunction> lpfn{nullptr};

@@ -11,7 +11,7 @@
 
 #include <string>
 
-#include "IVolume.h"
+#include "bitlocker/IVolume.h"
 
 using IsBitlockerDriveFunction = bool (*)(const char* rawDevice);
 using OpenBitlockerDeviceFunction = int (*)(const char* rawDevice, const char* credential, IVolume** volume);

@@ -1,4 +1,4 @@
-#include "CLibPipeClient.h"
+#include "ipc/CLibPipeClient.h"
 
 bool CLibPipeClient::addConnector(std::string name, std::string readPath, int readFlags, std::string writePath,
                                   int writeFlags) {

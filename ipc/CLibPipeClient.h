@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "CPipeClient.h"
-#include "ILibPipeClient.h"
+#include "ipc/CPipeClient.h"
+#include "ipc/ILibPipeClient.h"
 
 class CLibPipeClient : public ILibPipeClient {
  public:

@@ -1,7 +1,7 @@
-#include "CLibPipeConnectionCreator.h"
+#include "ipc/CLibPipeConnectionCreator.h"
 
-#include "CLibPipeClient.h"
-#include "CLibPipeServer.h"
+#include "ipc/CLibPipeClient.h"
+#include "ipc/CLibPipeServer.h"
 
 ILibPipeServer* CLibPipeConnectionCreator::createLibPipeServer(IIPCEvent* event) {
   return event == nullptr ? nullptr : new CLibPipeServer(event);

@@ -3,9 +3,9 @@
 #ifndef ZQ_IPC_CLIBPIPECONNECTIONCREATOR_H_
 #define ZQ_IPC_CLIBPIPECONNECTIONCREATOR_H_
 
-#include "IIPCEvent.h"
-#include "ILibPipeClient.h"
-#include "ILibPipeServer.h"
+#include "ipc/IIPCEvent.h"
+#include "ipc/ILibPipeClient.h"
+#include "ipc/ILibPipeServer.h"
 
 class CLibPipeConnectionCreator {
  public:

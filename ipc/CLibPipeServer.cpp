@@ -1,4 +1,4 @@
-#include "CLibPipeServer.h"
+#include "ipc/CLibPipeServer.h"
 
 bool CLibPipeServer::addConnector(std::string name, std::string readPath, int readFlags, std::string writePath,
                                   int writeFlags) {

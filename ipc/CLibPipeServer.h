@@ -1,8 +1,8 @@
 #ifndef ZQ_IPC_CLIBPIPESERVER_H_
 #define ZQ_IPC_CLIBPIPESERVER_H_
 
-#include "CPipeServer.h"
-#include "ILibPipeServer.h"
+#include "ipc/CPipeServer.h"
+#include "ipc/ILibPipeServer.h"
 
 class CLibPipeServer : public ILibPipeServer {
  public:

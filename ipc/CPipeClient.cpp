@@ -1,4 +1,4 @@
-#include "CPipeClient.h"
+#include "ipc/CPipeClient.h"
 
 CPipeClient::~CPipeClient() { delete connector_; }
 

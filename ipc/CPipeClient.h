@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "CPipeConnector.h"
-#include "IIPCEvent.h"
-#include "IIPCObject.h"
+#include "ipc/CPipeConnector.h"
+#include "ipc/IIPCEvent.h"
+#include "ipc/IIPCObject.h"
 
 class CPipeClient : public IIPCObject {
  public:

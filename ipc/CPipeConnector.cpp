@@ -1,4 +1,4 @@
-#include "CPipeConnector.h"
+#include "ipc/CPipeConnector.h"
 
 #include <unistd.h>
 
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "CSemaphoreHelper.h"
+#include "ipc/CSemaphoreHelper.h"
 
 namespace {
 

@@ -12,11 +12,11 @@
 #include <mutex>
 #include <string>
 
-#include "CMutexLocker.h"
-#include "CPipeWrapper.h"
-#include "IIPCConnector.h"
-#include "IIPCEvent.h"
-#include "MsgDataPackage.h"
+#include "ipc/CMutexLocker.h"
+#include "ipc/CPipeWrapper.h"
+#include "ipc/IIPCConnector.h"
+#include "ipc/IIPCEvent.h"
+#include "ipc/MsgDataPackage.h"
 
 class CPipeConnector : public IIPCConnector {
  public:

@@ -1,4 +1,4 @@
-#include "CPipeServer.h"
+#include "ipc/CPipeServer.h"
 
 bool CPipeServer::AddConnector(IIPCConnector* connector) {
   auto* pipe = static_cast<CPipeConnector*>(connector);

@@ -6,9 +6,9 @@
 #include <map>
 #include <string>
 
-#include "CPipeConnector.h"
-#include "IIPCEvent.h"
-#include "IIPCObject.h"
+#include "ipc/CPipeConnector.h"
+#include "ipc/IIPCEvent.h"
+#include "ipc/IIPCObject.h"
 
 class CPipeServer : public IIPCObject {
  public:

@@ -1,4 +1,4 @@
-#include "CPipeWrapper.h"
+#include "ipc/CPipeWrapper.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "PipeFlags.h"
-#include "Platform.h"
+#include "ipc/PipeFlags.h"
+#include "platform/Pipes.h"
 
 CPipeWrapper::CPipeWrapper() : descriptor_(-1), flags_(0) { std::memset(path_, 0, sizeof path_); }
 

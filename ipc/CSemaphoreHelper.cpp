@@ -1,4 +1,4 @@
-#include "CSemaphoreHelper.h"
+#include "ipc/CSemaphoreHelper.h"
 
 #include <fcntl.h>
 

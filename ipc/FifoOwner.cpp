@@ -1,9 +1,10 @@
-#include "FifoOwner.h"
+#include "ipc/FifoOwner.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "Platform.h"
+#include "platform/Users.h"
+
 
 std::string FifoOwnerRefusal(const std::string& path) {
   struct stat info;

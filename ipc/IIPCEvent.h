@@ -4,8 +4,8 @@
 #ifndef ZQ_IPC_IIPCEVENT_H_
 #define ZQ_IPC_IIPCEVENT_H_
 
-#include "IIPCConnector.h"
-#include "MsgDataPackage.h"
+#include "ipc/IIPCConnector.h"
+#include "ipc/MsgDataPackage.h"
 
 class IIPCEvent {
  public:

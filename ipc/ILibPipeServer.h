@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "IIPCConnector.h"
+#include "ipc/IIPCConnector.h"
 
 class ILibPipeServer {
  public:

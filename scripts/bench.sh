@@ -35,6 +35,6 @@ images() {
 
 images | while read -r name file recovery; do
   printf '\n== %s\n' "$name"
-  printf '%s\n' "$recovery" | build/bitlocker/bench/zq-bitlocker-bench "$dir/$file"
-  printf '%s\n' "$recovery" | build/bitlocker/mounter/bench/zq-mounter-bench "$dir/$file"
+  printf '%s\n' "$recovery" | build/bench/zq-bitlocker-bench "$dir/$file"
+  printf '%s\n' "$recovery" | build/bench/zq-mounter-bench "$dir/$file"
 done

@@ -1,23 +1,23 @@
-#include "CPipeServerEvent.h"
+#include "service/CPipeServerEvent.h"
 
 #include <algorithm>
 #include <cstring>
 #include <optional>
 #include <string>
 
-#include "CBitlockerChecker.h"
-#include "CDevLogs.h"
-#include "CNorvane.h"
-#include "CPipeDataWrapper.h"
-#include "CPipeServerWrapper.h"
-#include "CStartupManager.h"
-#include "ClientInputChecks.h"
-#include "IIPCConnector.h"
-#include "ShellQuoting.h"
-#include "MountPoint.h"
-#include "MounterStatus.h"
-#include "Platform.h"
-#include "Utf8.h"
+#include "Include/CPipeDataWrapper.h"
+#include "bitlocker/CBitlockerChecker.h"
+#include "bitlocker/CNorvane.h"
+#include "bitlocker/MountPoint.h"
+#include "bitlocker/MounterStatus.h"
+#include "ipc/IIPCConnector.h"
+#include "platform/Users.h"
+#include "service/CPipeServerWrapper.h"
+#include "service/ClientInputChecks.h"
+#include "system/CDevLogs.h"
+#include "system/CStartupManager.h"
+#include "util/ShellQuoting.h"
+#include "util/Utf8.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #ifndef ZQ_SERVICE_CPIPESERVEREVENT_H_
 #define ZQ_SERVICE_CPIPESERVEREVENT_H_
 
-#include "IIPCEvent.h"
+#include "ipc/IIPCEvent.h"
 
 class CPipeServerEvent : public IIPCEvent {
  public:

@@ -1,10 +1,10 @@
-#include "CPipeServerWrapper.h"
+#include "service/CPipeServerWrapper.h"
 
 #include <unistd.h>
 
-#include "CLibPipeConnectionCreator.h"
-#include "CPipeDataWrapper.h"
-#include "CPipeServerEvent.h"
+#include "Include/CPipeDataWrapper.h"
+#include "ipc/CLibPipeConnectionCreator.h"
+#include "service/CPipeServerEvent.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "CommandData.h"
+#include "Include/CommandData.h"
 
 class IIPCEvent;
 class ILibPipeServer;

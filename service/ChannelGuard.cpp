@@ -1,4 +1,4 @@
-#include "ChannelGuard.h"
+#include "service/ChannelGuard.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "CDevLogs.h"
-#include "Platform.h"
+#include "platform/Users.h"
+#include "system/CDevLogs.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "ClientInputChecks.h"
+#include "service/ClientInputChecks.h"
 
 #include <sys/stat.h>
 
@@ -6,7 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "Platform.h"
+#include "platform/Users.h"
+
 
 namespace {
 

@@ -7,13 +7,13 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "CFuseInstallerHelper.h"
-#include "CPipeServerWrapper.h"
-#include "CProcessManager.h"
-#include "ChannelGuard.h"
-#include "ClientChannels.h"
-#include "PipeFlags.h"
-#include "Platform.h"
+#include "Include/ClientChannels.h"
+#include "ipc/PipeFlags.h"
+#include "platform/Processes.h"
+#include "service/CPipeServerWrapper.h"
+#include "service/ChannelGuard.h"
+#include "system/CFuseInstallerHelper.h"
+#include "system/CProcessManager.h"
 
 // True when another process of the service is already running.
 bool IsRunning() { return FindOtherProcessNamedLike(kServiceProcessName).has_value(); }

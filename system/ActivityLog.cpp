@@ -1,4 +1,4 @@
-#include "ActivityLog.h"
+#include "system/ActivityLog.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,8 +10,8 @@
 #include <map>
 #include <optional>
 
-#include "CDevLogs.h"
-#include "Platform.h"
+#include "platform/Folders.h"
+#include "system/CDevLogs.h"
 
 namespace {
 

@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+
 struct Activity {
   std::string program;     // "zq-mounter"
   std::string device;      // as the program was given it

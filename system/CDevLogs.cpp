@@ -1,4 +1,4 @@
-#include "CDevLogs.h"
+#include "system/CDevLogs.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "CProcessManager.h"
+#include "system/CProcessManager.h"
 
 #include <signal.h>
 #include <strings.h>
@@ -6,13 +6,22 @@
 
 #include <string>
 
+#include "platform/Processes.h"
+
 int CProcessManager::UpdateProcessList() {
   processes_.clear();
   return GetBSDProcessList(&processes_);
 }
 
-int CProcessManager::GetBSDProcessList(std::vector<platform::ProcessRecord>* list) {
-  return platform::SnapshotProcesses(list);
+int CProcessManager::GetBSDProcessList(std::vector<ProcessRecord>* list) {
+  list->clear();
+  std::vector<pid_t> ids;
+  if (const int error = platform::ListProcessIds(&ids)) return error;
+  for (pid_t pid : ids) {
+    // A process that ended since the listing is simply left out.
+    if (std::optional<std::string> name = platform::ProcessShortName(pid)) list->push_back({pid, std::move(*name)});
+  }
+  return 0;
 }
 
 bool CProcessManager::ProcessIsRunning(const char* name) {
@@ -21,7 +30,7 @@ bool CProcessManager::ProcessIsRunning(const char* name) {
   // query the same way lets a long application name match.
   const std::string shortName = std::string(name).substr(0, platform::kShortNameLength);
   if (UpdateProcessList() != 0) return false;
-  for (const platform::ProcessRecord& process : processes_)
+  for (const ProcessRecord& process : processes_)
     if (process.shortName == shortName) return true;
   return false;
 }
@@ -33,7 +42,9 @@ void CProcessManager::KillProcess(const char* name) {
 std::optional<pid_t> FindOtherProcessNamedLike(const char* name) {
   if (name == nullptr) return std::nullopt;
   const pid_t self = getpid();
-  for (pid_t pid : platform::ListProcessIds()) {
+  std::vector<pid_t> ids;
+  platform::ListProcessIds(&ids);
+  for (pid_t pid : ids) {
     if (pid == 0 || pid == self) continue;
     const std::optional<std::string> shortName = platform::ProcessShortName(pid);
     if (!shortName || shortName->empty()) continue;

@@ -12,9 +12,14 @@
 #include <sys/types.h>
 
 #include <optional>
+#include <string>
 #include <vector>
 
-#include "Platform.h"
+
+struct ProcessRecord {
+  pid_t pid;
+  std::string shortName;  // the kernel's short command name
+};
 
 class CProcessManager {
  public:
@@ -28,7 +33,7 @@ class CProcessManager {
 
   // A snapshot of every process with its short name: 0, or an errno value
   // with `list` left empty.
-  static int GetBSDProcessList(std::vector<platform::ProcessRecord>* list);
+  static int GetBSDProcessList(std::vector<ProcessRecord>* list);
 
   // True when a process's short name equals `name` cut to the short-name
   // length, with case.  Takes a fresh snapshot first; null gives false.
@@ -39,7 +44,7 @@ class CProcessManager {
   void KillProcess(const char* name);
 
  private:
-  std::vector<platform::ProcessRecord> processes_;
+  std::vector<ProcessRecord> processes_;
 };
 
 // The first process, in the kernel's listing order, other than the calling

@@ -1,8 +1,9 @@
-#include "CStartupManager.h"
+#include "system/CStartupManager.h"
 
 #include <cstdio>
 
-#include "Platform.h"
+#include "platform/BootService.h"
+#include "system/XmlPropertyList.h"
 
 namespace {
 
@@ -28,26 +29,26 @@ void CStartupManager::SetStartup(const std::string& bundlePath) {
 }
 
 void CStartupManager::CreateLaunchDaemon(const std::string& bundlePath) {
-  const platform::PropertyList daemon = {
+  const PropertyList daemon = {
       {"Label", std::string("com.zq.BitlockerServices")},
       {"RunAtLoad", true},
       {"EnableTransactions", true},
       {"ProgramArguments", std::vector<std::string>{bundlePath + kServiceProgram}},
   };
-  platform::WritePropertyListAtomically(daemonPath_, daemon);
+  WritePropertyListAtomically(daemonPath_, daemon);
 }
 
 // Only the agent carries LaunchOnlyOnce: launchd starts the main application
 // once per login and leaves it alone after it quits.
 void CStartupManager::CreateLaunchAgent(const std::string& bundlePath) {
-  const platform::PropertyList agent = {
+  const PropertyList agent = {
       {"Label", std::string("com.zq.Norvane")},
       {"RunAtLoad", true},
       {"LaunchOnlyOnce", true},
       {"EnableTransactions", true},
       {"ProgramArguments", std::vector<std::string>{bundlePath + kMainApplicationProgram}},
   };
-  platform::WritePropertyListAtomically(agentPath_, agent);
+  WritePropertyListAtomically(agentPath_, agent);
 }
 
 int CStartupManager::CancelStartup() {

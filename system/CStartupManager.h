@@ -7,6 +7,7 @@
 
 #include <string>
 
+
 class CStartupManager {
  public:
   static constexpr char kLaunchDaemonFile[] = "/Library/LaunchDaemons/com.zq.BitlockerServices.plist";

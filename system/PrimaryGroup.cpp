@@ -1,4 +1,4 @@
-#include "PrimaryGroup.h"
+#include "system/PrimaryGroup.h"
 
 #include <pwd.h>
 

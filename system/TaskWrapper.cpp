@@ -1,7 +1,9 @@
-#include "TaskWrapper.h"
+#include "system/TaskWrapper.h"
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -9,8 +11,10 @@
 #include <cstring>
 #include <memory>
 
-#include "Platform.h"
-#include "Utf8.h"
+#include "platform/Pipes.h"
+#include "platform/Processes.h"
+#include "system/MainBundle.h"
+#include "util/Utf8.h"
 
 namespace {
 
@@ -123,6 +127,46 @@ int WaitForExit(pid_t pid) {
   return WEXITSTATUS(status);
 }
 
+// The strings as the null-terminated array of pointers that exec takes;
+// valid while `strings` is.
+std::vector<char*> ExecArray(const std::vector<std::string>& strings) {
+  std::vector<char*> array;
+  for (const std::string& text : strings) array.push_back(const_cast<char*>(text.c_str()));
+  array.push_back(nullptr);
+  return array;
+}
+
+// Starts the program at `path` with `arguments` (the program name first),
+// SIGPIPE at its default action and no signal blocked.  `streams` become
+// the child's standard input, output and error; no other descriptor of
+// this process reaches the child.  Returns 0 with the child's id in `pid`,
+// or an errno value.
+int Spawn(const std::string& path, const std::vector<std::string>& arguments, const int streams[3], pid_t* pid) {
+  const std::vector<std::string> environment = platform::ChildEnvironment(MainBundlePath() + "/Contents/MacOS");
+  std::vector<char*> envp = ExecArray(environment);
+  std::vector<char*> argv = ExecArray(arguments);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  for (int target = 0; target < 3; ++target) posix_spawn_file_actions_adddup2(&actions, streams[target], target);
+  short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+  platform::CloseOtherDescriptorsInChild(&actions, &flags);
+
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t signals;
+  sigemptyset(&signals);
+  posix_spawnattr_setsigmask(&attributes, &signals);
+  sigaddset(&signals, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &signals);
+  posix_spawnattr_setflags(&attributes, flags);
+
+  const int error = posix_spawn(pid, path.c_str(), &actions, &attributes, argv.data(), envp.data());
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&actions);
+  return error;
+}
+
 // Starts the child on `pipes`; 0 or an errno value.
 int Start(const std::string& path, const std::vector<std::string>& arguments, ChildPipes* pipes, pid_t* pid) {
   std::vector<std::string> argv{path};
@@ -131,7 +175,7 @@ int Start(const std::string& path, const std::vector<std::string>& arguments, Ch
   if (error == 0) {
     int streams[3];
     pipes->ChildEnds(streams);
-    error = platform::SpawnProcess(path, argv, streams, pid);
+    error = Spawn(path, argv, streams, pid);
   }
   if (error == 0) pipes->KeepOurEnds();
   return error;

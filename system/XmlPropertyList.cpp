@@ -1,7 +1,7 @@
-#include "XmlPropertyList.h"
+#include "system/XmlPropertyList.h"
 
-#include "AtomicFile.h"
-#include "Utf8.h"
+#include "system/AtomicFile.h"
+#include "util/Utf8.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ bool AppendElement(const char* indent, const char* tag, const std::string& text,
   return true;
 }
 
-bool AppendValue(const platform::PropertyValue& value, std::string* out) {
+bool AppendValue(const PropertyValue& value, std::string* out) {
   if (const bool* flag = std::get_if<bool>(&value)) {
     *out += *flag ? "\t<true/>\n" : "\t<false/>\n";
     return true;
@@ -68,7 +68,7 @@ bool AppendValue(const platform::PropertyValue& value, std::string* out) {
 
 }  // namespace
 
-std::optional<std::string> XmlPropertyList(const platform::PropertyList& list) {
+std::optional<std::string> XmlPropertyList(const PropertyList& list) {
   std::string document = kHeader;
   for (const auto& [key, value] : list)
     if (!AppendElement("\t", "key", key, &document) || !AppendValue(value, &document)) return std::nullopt;
@@ -76,12 +76,8 @@ std::optional<std::string> XmlPropertyList(const platform::PropertyList& list) {
   return document;
 }
 
-namespace platform {
-
 // launchd refuses a property list that others than its owner may change.
 bool WritePropertyListAtomically(const std::string& path, const PropertyList& list) {
   const std::optional<std::string> document = XmlPropertyList(list);
   return document && WriteFileAtomically(path, *document, 0644);
 }
-
-}  // namespace platform

@@ -1,4 +1,4 @@
-#include "CPipeDataWrapper.h"
+#include "Include/CPipeDataWrapper.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
-#include "CBitlockerChecker.h"
+#include "bitlocker/CBitlockerChecker.h"
 
 #include <gtest/gtest.h>
 
 #include <fstream>
 
-#include "LoopDevice.h"
-#include "StubBundle.h"
-#include "TempDir.h"
+#include "tests/support/LoopDevice.h"
+#include "tests/support/StubBundle.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

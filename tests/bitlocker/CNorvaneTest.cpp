@@ -1,14 +1,14 @@
-#include "CNorvane.h"
+#include "bitlocker/CNorvane.h"
 
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "CBitlockerExplorer.h"
-#include "CommandData.h"
-#include "MounterStatus.h"
-#include "Platform.h"
-#include "StubBundle.h"
+#include "Include/CommandData.h"
+#include "bitlocker/CBitlockerExplorer.h"
+#include "bitlocker/MounterStatus.h"
+#include "system/MainBundle.h"
+#include "tests/support/StubBundle.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ TEST(CNorvaneTest, MountAndExplorerRunOnlyWhatTheirChecksAllow) {
     bundle.Answer("is_bitlocker", "");
     bundle.Answer("diskutil-unmount.stdout", "Volume disk2s1 on disk2s1 unmounted successfully\n");
     ASSERT_EQ(RunShell("cd '" + bundle.stubDir() + "' && B='" + bundle.bundlePath() + "' && " + c.setUp), 0);
-    platform::SetMainBundlePath(bundle.bundlePath());
+    SetMainBundlePath(bundle.bundlePath());
     CNorvane norvane;
     EXPECT_EQ(norvane.Bitlocker_Mount(c.device, "/media/x", "raw", "pw"), c.mountStatus);
     if (c.explorerStatus != -1) {

@@ -10,9 +10,9 @@
 #include <cstring>
 #include <memory>
 
-#include "Bytes.h"
-#include "CBitlockerVolume.h"
-#include "Guid.h"
+#include "engine/Bytes.h"
+#include "engine/CBitlockerVolume.h"
+#include "engine/Guid.h"
 
 using namespace bitlocker;
 

@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "CPipeServerEvent.h"
-#include "Platform.h"
-#include "StubBundle.h"
+#include "service/CPipeServerEvent.h"
+#include "system/MainBundle.h"
+#include "tests/support/StubBundle.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ class NullConnector : public IIPCConnector {
 
 StubBundle& Bundle() {
   static StubBundle bundle;
-  static const bool ready = (platform::SetMainBundlePath(bundle.bundlePath()),
+  static const bool ready = (SetMainBundlePath(bundle.bundlePath()),
                              bundle.Answer("diskutil-unmount.stdout", "successful\n"), true);
   (void)ready;
   return bundle;

@@ -1,7 +1,7 @@
 // Feeds arbitrary received payloads to the record decoder.
 #include <cstring>
 
-#include "CPipeDataWrapper.h"
+#include "Include/CPipeDataWrapper.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   char payload[508] = {};

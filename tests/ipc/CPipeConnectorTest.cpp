@@ -1,4 +1,4 @@
-#include "CPipeConnector.h"
+#include "ipc/CPipeConnector.h"
 
 #include <dirent.h>
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 #include <mutex>
 #include <thread>
 
-#include "PipeFlags.h"
-#include "TempDir.h"
+#include "ipc/PipeFlags.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

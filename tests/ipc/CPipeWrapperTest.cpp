@@ -1,4 +1,4 @@
-#include "CPipeWrapper.h"
+#include "ipc/CPipeWrapper.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "PipeFlags.h"
-#include "TempDir.h"
+#include "ipc/PipeFlags.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

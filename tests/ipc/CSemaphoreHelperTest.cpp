@@ -1,4 +1,4 @@
-#include "CSemaphoreHelper.h"
+#include "ipc/CSemaphoreHelper.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <thread>
 
-#include "ServiceTestEnvironment.h"
+#include "tests/support/ServiceTestEnvironment.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "ClientInputChecks.h"
+#include "service/ClientInputChecks.h"
 
 #include <gtest/gtest.h>
 
@@ -6,9 +6,9 @@
 
 #include <random>
 
-#include "ShellQuoting.h"
-#include "TaskWrapper.h"
-#include "Utf8.h"
+#include "system/TaskWrapper.h"
+#include "util/ShellQuoting.h"
+#include "util/Utf8.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include "FileContents.h"
-#include "ServiceClients.h"
+#include "tests/service/ServiceClients.h"
+#include "tests/support/FileContents.h"
 
 namespace {
 

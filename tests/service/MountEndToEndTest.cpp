@@ -11,18 +11,19 @@
 #include <fstream>
 #include <tuple>
 
-#include "ActivityLog.h"
-#include "FileContents.h"
-#include "LoopDevice.h"
-#include "MountTable.h"
-#include "MounterHarness.h"
-#include "MounterStatus.h"
-#include "Platform.h"
-#include "ProgramRun.h"
-#include "ServiceClients.h"
-#include "TaskWrapper.h"
-#include "TempDir.h"
-#include "TestImages.h"
+#include "bitlocker/MounterStatus.h"
+#include "platform/Folders.h"
+#include "platform/Mounts.h"
+#include "system/ActivityLog.h"
+#include "system/TaskWrapper.h"
+#include "tests/service/ServiceClients.h"
+#include "tests/support/FileContents.h"
+#include "tests/support/LoopDevice.h"
+#include "tests/support/MounterHarness.h"
+#include "tests/support/ProgramRun.h"
+#include "tests/support/TempDir.h"
+#include "tests/support/TestImages.h"
+#include "util/MountTable.h"
 
 namespace {
 
@@ -167,7 +168,7 @@ TEST_F(MountEndToEndTest, EachCredentialMountsTheVolumeWithTheManifestsDigest) {
       ASSERT_EQ(MountLogged(loop, credential), bitlocker::kOk);
       EXPECT_EQ(FileSha256(mountPoint_ + "/volume"), image.decryptedSha256);
       EXPECT_FALSE(AnyProcessShows(credential)) << "the credential is on a command line or in an environment";
-      const std::string options = TopMountAt(ReadMountTable(), mountPoint_).value_or(MountEntry{}).options;
+      const std::string options = TopMountAt(platform::ReadMountTable(), mountPoint_).value_or(MountEntry{}).options;
       EXPECT_TRUE(Contains(options, "nosuid") && Contains(options, "nodev")) << options;
       ASSERT_EQ(umount(mountPoint_.c_str()), 0);
       EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10)) << "the mounter still runs after umount";

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "ServiceTestEnvironment.h"
+#include "tests/support/ServiceTestEnvironment.h"
 
 // A check, mount or explorer record for `device`.  The mount point and the
 // explorer's credential share `arg2`; `arg3` and `arg4` are the mount's

@@ -8,8 +8,8 @@
 
 #include <thread>
 
-#include "FileContents.h"
-#include "ServiceClients.h"
+#include "tests/service/ServiceClients.h"
+#include "tests/support/FileContents.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <initializer_list>
 #include <string>
 
-#include "IVolume.h"
+#include "bitlocker/IVolume.h"
 
 namespace {
 

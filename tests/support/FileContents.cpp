@@ -1,4 +1,4 @@
-#include "FileContents.h"
+#include "tests/support/FileContents.h"
 
 #include <fstream>
 #include <sstream>

@@ -1,9 +1,9 @@
-#include "LoopDevice.h"
+#include "tests/support/LoopDevice.h"
 
 #include <unistd.h>
 
-#include "ProgramRun.h"
-#include "StubBundle.h"
+#include "tests/support/ProgramRun.h"
+#include "tests/support/StubBundle.h"
 
 std::string LoopDevicesUnavailable() {
   if (geteuid() != 0) return "loop devices need root";

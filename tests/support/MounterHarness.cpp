@@ -1,4 +1,4 @@
-#include "MounterHarness.h"
+#include "tests/support/MounterHarness.h"
 
 #include <dirent.h>
 #include <mntent.h>
@@ -8,8 +8,8 @@
 #include <memory>
 #include <sstream>
 
-#include "FileContents.h"
-#include "TestImages.h"
+#include "tests/support/FileContents.h"
+#include "tests/support/TestImages.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // What the tests of mounting programs share: looking at the mount table
 // and the process table, and digests of files.
-#ifndef ZQ_TESTS_BITLOCKER_MOUNTER_MOUNTERHARNESS_H_
-#define ZQ_TESTS_BITLOCKER_MOUNTER_MOUNTERHARNESS_H_
+#ifndef ZQ_TESTS_SUPPORT_MOUNTERHARNESS_H_
+#define ZQ_TESTS_SUPPORT_MOUNTERHARNESS_H_
 
 #include <string>
 #include <vector>
@@ -32,4 +32,4 @@ std::string FileSha256(const std::string& path);
 // Takes down whatever a test left mounted at `mountPoint`.
 void ForceUnmount(const std::string& mountPoint);
 
-#endif  // ZQ_TESTS_BITLOCKER_MOUNTER_MOUNTERHARNESS_H_
+#endif  // ZQ_TESTS_SUPPORT_MOUNTERHARNESS_H_

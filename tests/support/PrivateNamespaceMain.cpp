@@ -14,7 +14,7 @@
 
 #include <cstdio>
 
-#include "ServiceTestEnvironment.h"
+#include "tests/support/ServiceTestEnvironment.h"
 
 namespace {
 

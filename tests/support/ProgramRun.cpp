@@ -1,6 +1,6 @@
-#include "ProgramRun.h"
+#include "tests/support/ProgramRun.h"
 
-#include "TaskWrapper.h"
+#include "system/TaskWrapper.h"
 
 ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& words, const std::string& input) {
   const TaskWrapper run = TaskWrapper::runTaskAtLaunchPath(program, words, input);

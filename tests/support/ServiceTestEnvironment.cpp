@@ -1,4 +1,4 @@
-#include "ServiceTestEnvironment.h"
+#include "tests/support/ServiceTestEnvironment.h"
 
 #include <fcntl.h>
 #include <grp.h>
@@ -11,7 +11,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "CPipeDataWrapper.h"
+#include "Include/CPipeDataWrapper.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The running service and the two clients as the end-to-end tests see them.
-#ifndef ZQ_TESTS_SERVICE_SERVICETESTENVIRONMENT_H_
-#define ZQ_TESTS_SERVICE_SERVICETESTENVIRONMENT_H_
+#ifndef ZQ_TESTS_SUPPORT_SERVICETESTENVIRONMENT_H_
+#define ZQ_TESTS_SUPPORT_SERVICETESTENVIRONMENT_H_
 
 #include <sys/types.h>
 
@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "ClientChannels.h"
-#include "CommandData.h"
-#include "StubBundle.h"
+#include "Include/ClientChannels.h"
+#include "Include/CommandData.h"
+#include "tests/support/StubBundle.h"
 
 // Why these tests cannot run here, or empty (see PrivateNamespaceMain.cpp).
 const std::string& ServiceTestsUnavailable();
@@ -105,4 +105,4 @@ class ConsoleUserIs {
   ConsoleUserIs& operator=(const ConsoleUserIs&) = delete;
 };
 
-#endif  // ZQ_TESTS_SERVICE_SERVICETESTENVIRONMENT_H_
+#endif  // ZQ_TESTS_SUPPORT_SERVICETESTENVIRONMENT_H_

@@ -1,4 +1,4 @@
-#include "StubBundle.h"
+#include "tests/support/StubBundle.h"
 
 #include <sys/wait.h>
 
@@ -6,8 +6,8 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "Platform.h"
-#include "ShellQuoting.h"
+#include "platform/Folders.h"
+#include "util/ShellQuoting.h"
 
 int RunShell(const std::string& command) {
   const int status = std::system(command.c_str());

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "StubBundle.h"
+#include "tests/support/StubBundle.h"
 
 class TempDir {
  public:

@@ -1,4 +1,4 @@
-#include "TestImages.h"
+#include "tests/support/TestImages.h"
 
 #include <openssl/sha.h>
 #include <unistd.h>
@@ -6,8 +6,8 @@
 #include <fstream>
 #include <map>
 
-#include "StubBundle.h"
-#include "TempDir.h"
+#include "tests/support/StubBundle.h"
+#include "tests/support/TempDir.h"
 
 namespace testimages {
 namespace {

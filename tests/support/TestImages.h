@@ -1,7 +1,7 @@
 // The real BitLocker images that the tests read: unpacked once per test
 // process into a temporary folder, with the manifest that describes them.
-#ifndef ZQ_TESTS_BITLOCKER_ENGINE_TESTIMAGES_H_
-#define ZQ_TESTS_BITLOCKER_ENGINE_TESTIMAGES_H_
+#ifndef ZQ_TESTS_SUPPORT_TESTIMAGES_H_
+#define ZQ_TESTS_SUPPORT_TESTIMAGES_H_
 
 #include <cstdint>
 #include <string>
@@ -48,4 +48,4 @@ std::string Sha256Hex(const uint8_t* data, size_t size);
   const auto* images = testimages::Images(&images##Why); \
   if (images == nullptr) GTEST_SKIP() << images##Why
 
-#endif  // ZQ_TESTS_BITLOCKER_ENGINE_TESTIMAGES_H_
+#endif  // ZQ_TESTS_SUPPORT_TESTIMAGES_H_

@@ -1,4 +1,4 @@
-#include "CDevLogs.h"
+#include "system/CDevLogs.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "FileContents.h"
-#include "TempDir.h"
+#include "tests/support/FileContents.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

@@ -1,14 +1,14 @@
-#include "CStartupManager.h"
+#include "system/CStartupManager.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <string>
 
-#include "FileContents.h"
-#include "Platform.h"
-#include "ProgramRun.h"
-#include "TempDir.h"
+#include "system/XmlPropertyList.h"
+#include "tests/support/FileContents.h"
+#include "tests/support/ProgramRun.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 
@@ -53,7 +53,7 @@ TEST(CStartupManagerTest, ItemsCarryTheirExactKeysWhateverThePathHoldsAndAreRepl
   }
   const std::string folderInTheWay = root.path() + "/Library/LaunchDaemons/dir.plist";
   ASSERT_EQ(mkdir(folderInTheWay.c_str(), 0755), 0);
-  EXPECT_FALSE(platform::WritePropertyListAtomically(folderInTheWay, {{"Label", std::string("x")}}));
+  EXPECT_FALSE(WritePropertyListAtomically(folderInTheWay, {{"Label", std::string("x")}}));
   EXPECT_EQ(RunProgram("/bin/ls", {"-A", root.path() + "/Library/LaunchDaemons"}).output,
             "com.zq.BitlockerServices.plist\ndir.plist\n");
 }

@@ -7,8 +7,8 @@
 #include <set>
 #include <string>
 
-#include "ProgramRun.h"
-#include "TempDir.h"
+#include "tests/support/ProgramRun.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

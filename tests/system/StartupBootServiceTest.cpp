@@ -5,10 +5,10 @@
 
 #include <string>
 
-#include "CStartupManager.h"
-#include "FileContents.h"
-#include "ProgramRun.h"
-#include "ServiceTestEnvironment.h"
+#include "system/CStartupManager.h"
+#include "tests/support/FileContents.h"
+#include "tests/support/ProgramRun.h"
+#include "tests/support/ServiceTestEnvironment.h"
 
 namespace {
 

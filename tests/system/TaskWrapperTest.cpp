@@ -1,4 +1,4 @@
-#include "TaskWrapper.h"
+#include "system/TaskWrapper.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -6,9 +6,9 @@
 
 #include <string>
 
-#include "FileContents.h"
-#include "TempDir.h"
-#include "Utf8.h"
+#include "tests/support/FileContents.h"
+#include "tests/support/TempDir.h"
+#include "util/Utf8.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "DiskCommands.h"
+#include "tools/diskutil/DiskCommands.h"
 
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -9,8 +9,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "DiskTarget.h"
-#include "TaskWrapper.h"
+#include "platform/Mounts.h"
+#include "system/TaskWrapper.h"
+#include "tools/diskutil/DiskTarget.h"
 
 namespace {
 
@@ -39,7 +40,7 @@ int Unmount(const MountEntry& mount, bool mayBeLetGo) {
   const auto deadline = std::chrono::steady_clock::now() + kLetGoTime;
   while (umount2(mount.mountPoint.c_str(), 0) != 0) {
     const int error = errno;
-    if (error == EINVAL || error == ENOENT || !HasMount(ReadMountTable(), mount.id)) break;
+    if (error == EINVAL || error == ENOENT || !HasMount(platform::ReadMountTable(), mount.id)) break;
     if (error != EBUSY || !mayBeLetGo || std::chrono::steady_clock::now() >= deadline) return error;
     usleep(50 * 1000);
   }
@@ -51,7 +52,7 @@ int Unmount(const MountEntry& mount, bool mayBeLetGo) {
 int UnmountDisk(const std::string& name) {
   const std::optional<DiskTarget> target = ResolveDiskName(name);
   if (!target) return UnknownDisk(name);
-  const std::vector<MountEntry> mounts = MountsOf(*target, ReadMountTable());
+  const std::vector<MountEntry> mounts = MountsOf(*target, platform::ReadMountTable());
   if (mounts.empty()) {
     std::fprintf(stderr, "%s is already unmounted\n", name.c_str());
     return 0;
@@ -72,7 +73,7 @@ int UnmountDisk(const std::string& name) {
 int MountDisk(const std::string& name, const std::string& mediaRoot) {
   const std::optional<DiskTarget> target = ResolveDiskName(name);
   if (!target || !target->isDevice) return UnknownDisk(name);
-  const std::vector<MountEntry> mounts = MountsOf(*target, ReadMountTable());
+  const std::vector<MountEntry> mounts = MountsOf(*target, platform::ReadMountTable());
   if (!mounts.empty()) {
     std::printf("Volume on %s mounted at %s\n", name.c_str(), mounts.back().mountPoint.c_str());
     return 0;
@@ -81,7 +82,7 @@ int MountDisk(const std::string& name, const std::string& mediaRoot) {
   mkdir(mediaRoot.c_str(), 0755);
   const bool madeFolder = mkdir(folder.c_str(), 0755) == 0;
   RunMount(target->devicePath, folder);
-  if (MountsOf(*target, ReadMountTable()).empty()) {
+  if (MountsOf(*target, platform::ReadMountTable()).empty()) {
     if (madeFolder) rmdir(folder.c_str());
     std::fprintf(stderr, "Volume on %s failed to mount\n", name.c_str());
     return 1;

@@ -1,4 +1,4 @@
-#include "DiskTarget.h"
+#include "tools/diskutil/DiskTarget.h"
 
 #include <sys/stat.h>
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "MountTable.h"
+#include "util/MountTable.h"
 
 struct DiskTarget {
   std::string name;        // as given

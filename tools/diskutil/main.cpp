@@ -10,8 +10,8 @@
 #include <cstdio>
 #include <string>
 
-#include "DiskCommands.h"
-#include "ProgramVersion.h"
+#include "tools/diskutil/DiskCommands.h"
+#include "util/ProgramVersion.h"
 
 namespace {
 

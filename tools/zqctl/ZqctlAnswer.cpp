@@ -1,12 +1,12 @@
-#include "ZqctlAnswer.h"
+#include "tools/zqctl/ZqctlAnswer.h"
 
 #include <cstdio>
 #include <cstring>
 
-#include "BitlockerStatus.h"
-#include "CBitlockerExplorer.h"
-#include "JsonWriter.h"
-#include "MounterStatus.h"
+#include "bitlocker/BitlockerStatus.h"
+#include "bitlocker/CBitlockerExplorer.h"
+#include "bitlocker/MounterStatus.h"
+#include "util/JsonWriter.h"
 
 namespace {
 

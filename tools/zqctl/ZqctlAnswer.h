@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "ActivityLog.h"
-#include "CommandData.h"
-#include "ZqctlMachine.h"
-#include "ZqctlRequest.h"
+#include "Include/CommandData.h"
+#include "system/ActivityLog.h"
+#include "tools/zqctl/ZqctlMachine.h"
+#include "tools/zqctl/ZqctlRequest.h"
 
 struct ZqctlOutcome {
   int status;           // a ZqctlStatus

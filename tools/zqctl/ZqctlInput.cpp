@@ -1,4 +1,4 @@
-#include "ZqctlInput.h"
+#include "tools/zqctl/ZqctlInput.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -9,10 +9,10 @@
 #include <cstring>
 #include <sstream>
 
-#include "ClientInputChecks.h"
-#include "MountPoint.h"
-#include "Platform.h"
-#include "Utf8.h"
+#include "bitlocker/MountPoint.h"
+#include "platform/Users.h"
+#include "service/ClientInputChecks.h"
+#include "util/Utf8.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "ZqctlMachine.h"
+#include "tools/zqctl/ZqctlMachine.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,11 +8,15 @@
 #include <map>
 #include <set>
 
-#include "CStartupManager.h"
-#include "DeviceNames.h"
-#include "FifoOwner.h"
-#include "Platform.h"
-#include "ZqctlRequest.h"
+#include "bitlocker/DeviceNames.h"
+#include "ipc/FifoOwner.h"
+#include "platform/Folders.h"
+#include "platform/Mounts.h"
+#include "platform/Processes.h"
+#include "system/CProcessManager.h"
+#include "system/CStartupManager.h"
+#include "system/MainBundle.h"
+#include "tools/zqctl/ZqctlRequest.h"
 
 namespace {
 
@@ -24,7 +28,7 @@ constexpr int kChannelWaitTenths = 20;
 std::string ServiceProgram() {
   const std::string inBundle = "/Zq Norvane.app/Contents/MacOS/" + std::string(kServiceProcessName);
   for (const char* up : {"", "/.."}) {
-    const std::string program = platform::MainBundlePath() + up + inBundle;
+    const std::string program = MainBundlePath() + up + inBundle;
     char resolved[PATH_MAX];
     if (access(program.c_str(), X_OK) == 0 && realpath(program.c_str(), resolved) != nullptr)
       return "'" + std::string(resolved) + "'";
@@ -46,9 +50,9 @@ std::optional<std::pair<ino_t, long long>> ItemState(const std::string& path) {
 
 std::optional<pid_t> ServicePid() {
   const std::string name = std::string(kServiceProcessName).substr(0, platform::kShortNameLength);
-  std::vector<platform::ProcessRecord> processes;
-  platform::SnapshotProcesses(&processes);
-  for (const platform::ProcessRecord& process : processes)
+  std::vector<ProcessRecord> processes;
+  CProcessManager::GetBSDProcessList(&processes);
+  for (const ProcessRecord& process : processes)
     if (process.shortName == name) return process.pid;
   return std::nullopt;
 }
@@ -75,15 +79,15 @@ std::optional<ChannelProblem> ChannelRefusal(const ClientChannel& channel) {
 }
 
 std::vector<MounterVolume> MounterVolumes() {
-  const std::vector<platform::VolumeMount> table = platform::ListMounts();
+  const std::vector<MountEntry> table = platform::ReadMountTable();
   std::map<std::string, Activity> newestMount;  // by mount point
   for (Activity& activity : ReadActivities(platform::ActivityLogPath()))
     if (activity.program == "zq-mounter" && activity.status == 0) newestMount[activity.mountPoint] = std::move(activity);
   std::set<std::string> staged;
-  for (const platform::VolumeMount& mount : table)
+  for (const MountEntry& mount : table)
     if (mount.mounterServes && IsStaging(mount.mountPoint)) staged.insert(mount.source);
   std::vector<MounterVolume> volumes;
-  for (const platform::VolumeMount& mount : table) {
+  for (const MountEntry& mount : table) {
     const auto line = newestMount.find(mount.mountPoint);
     const bool logged = line != newestMount.end();
     if (mount.mounterServes && !IsStaging(mount.mountPoint)) {

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "ActivityLog.h"
-#include "ClientChannels.h"
+#include "Include/ClientChannels.h"
+#include "system/ActivityLog.h"
 
 // The running service's process, found by its exact short name.
 std::optional<pid_t> ServicePid();

@@ -1,12 +1,12 @@
-#include "ZqctlRequest.h"
+#include "tools/zqctl/ZqctlRequest.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <map>
 #include <sstream>
 
-#include "CPipeDataWrapper.h"
-#include "ZqctlInput.h"
+#include "Include/CPipeDataWrapper.h"
+#include "tools/zqctl/ZqctlInput.h"
 
 namespace {
 

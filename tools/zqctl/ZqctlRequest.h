@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "ClientChannels.h"
-#include "CommandData.h"
+#include "Include/ClientChannels.h"
+#include "Include/CommandData.h"
 
 // Exit statuses of zqctl.
 enum ZqctlStatus : int {

@@ -1,4 +1,4 @@
-#include "ZqctlStatus.h"
+#include "tools/zqctl/ZqctlStatus.h"
 
 #include <pwd.h>
 
@@ -6,11 +6,12 @@
 #include <ctime>
 #include <string>
 
-#include "JsonWriter.h"
-#include "Platform.h"
-#include "ZqctlAnswer.h"
-#include "ZqctlMachine.h"
-#include "ZqctlRequest.h"
+#include "platform/Processes.h"
+#include "platform/Users.h"
+#include "tools/zqctl/ZqctlAnswer.h"
+#include "tools/zqctl/ZqctlMachine.h"
+#include "tools/zqctl/ZqctlRequest.h"
+#include "util/JsonWriter.h"
 
 namespace {
 

@@ -11,16 +11,16 @@
 #include <optional>
 #include <string>
 
-#include "CLibPipeConnectionCreator.h"
-#include "CPipeDataWrapper.h"
-#include "CredentialInput.h"
-#include "Platform.h"
-#include "PipeFlags.h"
-#include "ProgramVersion.h"
-#include "ZqctlAnswer.h"
-#include "ZqctlMachine.h"
-#include "ZqctlRequest.h"
-#include "ZqctlStatus.h"
+#include "Include/CPipeDataWrapper.h"
+#include "ipc/CLibPipeConnectionCreator.h"
+#include "ipc/PipeFlags.h"
+#include "platform/Folders.h"
+#include "tools/zqctl/ZqctlAnswer.h"
+#include "tools/zqctl/ZqctlMachine.h"
+#include "tools/zqctl/ZqctlRequest.h"
+#include "tools/zqctl/ZqctlStatus.h"
+#include "util/CredentialInput.h"
+#include "util/ProgramVersion.h"
 
 namespace {
 

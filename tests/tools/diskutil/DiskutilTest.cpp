@@ -6,13 +6,13 @@
 
 #include <memory>
 
-#include "FileContents.h"
-#include "LoopDevice.h"
-#include "MounterHarness.h"
-#include "ProgramRun.h"
-#include "ServiceTestEnvironment.h"
-#include "StubBundle.h"
-#include "TempDir.h"
+#include "tests/support/FileContents.h"
+#include "tests/support/LoopDevice.h"
+#include "tests/support/MounterHarness.h"
+#include "tests/support/ProgramRun.h"
+#include "tests/support/ServiceTestEnvironment.h"
+#include "tests/support/StubBundle.h"
+#include "tests/support/TempDir.h"
 
 namespace {
 

@@ -10,14 +10,14 @@
 #include <ctime>
 #include <fstream>
 
-#include "ActivityLog.h"
-#include "CDevLogs.h"
-#include "FileContents.h"
-#include "ClientInputChecks.h"
-#include "ServiceTestEnvironment.h"
-#include "ShellQuoting.h"
-#include "TempDir.h"
-#include "ZqctlInput.h"
+#include "service/ClientInputChecks.h"
+#include "system/ActivityLog.h"
+#include "system/CDevLogs.h"
+#include "tests/support/FileContents.h"
+#include "tests/support/ServiceTestEnvironment.h"
+#include "tests/support/TempDir.h"
+#include "tools/zqctl/ZqctlInput.h"
+#include "util/ShellQuoting.h"
 
 namespace {
 

@@ -1,0 +1,55 @@
+// The package's BitLocker library: the two entry points over the engine.
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "bitlocker/IVolume.h"
+#include "engine/CBitlockerVolume.h"
+#include "engine/Credential.h"
+
+namespace {
+
+int OpenDevice(const char* rawDevice, const char* credential, IVolume** volume) {
+  std::string why;
+  std::unique_ptr<bitlocker::CBitlockerVolume> locked;
+  bitlocker::Status status =
+      bitlocker::CBitlockerVolume::Open(rawDevice, &locked, &why, bitlocker::Access::kReadWrite);
+  if (status != bitlocker::Status::kOk) return status;
+
+  std::unique_ptr<bitlocker::CUnlockedVolume> unlocked;
+  status = locked->Unlock(bitlocker::Credential::FromText(credential ? credential : ""), &unlocked,
+                          &why);
+  if (status != bitlocker::Status::kOk) return status;
+  *volume = unlocked.release();
+  return bitlocker::kOk;
+}
+
+}  // namespace
+
+extern "C" {
+
+bool is_bitlocker_drive(const char* rawDevice) {
+  if (rawDevice == nullptr) return false;
+  try {
+    return bitlocker::CBitlockerVolume::IsBitlocker(rawDevice);
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+int open_bitlocker_device(const char* rawDevice, const char* credential, IVolume** volume) {
+  if (volume == nullptr) return bitlocker::kIoError;
+  *volume = nullptr;
+  if (rawDevice == nullptr) return bitlocker::kIoError;
+  try {
+    return OpenDevice(rawDevice, credential, volume);
+  } catch (const std::bad_alloc&) {
+    errno = ENOMEM;
+    return bitlocker::kIoError;
+  } catch (const std::exception&) {
+    return bitlocker::kUnsupported;
+  }
+}
+
+}  // extern "C"

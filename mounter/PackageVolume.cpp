@@ -1,0 +1,18 @@
+#include "mounter/PackageVolume.h"
+
+#include "bitlocker/MounterStatus.h"
+#include "bitlocker/PackageLibrary.h"
+
+int OpenPackageVolume(const std::string& rawDevice, const std::string& credential, std::unique_ptr<IVolume>* volume) {
+  const OpenBitlockerDeviceFunction open = PackageOpenBitlockerDevice();
+  if (open == nullptr) return kMounterNoLibrary;
+  IVolume* opened = nullptr;
+  const int status = open(rawDevice.c_str(), credential.c_str(), &opened);
+  if (status != bitlocker::kOk) {
+    delete opened;
+    return status;
+  }
+  if (opened == nullptr) return bitlocker::kIoError;
+  volume->reset(opened);
+  return bitlocker::kOk;
+}

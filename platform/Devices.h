@@ -1,0 +1,31 @@
+// Disk devices: their size and block size, whether they take writes, and
+// the raw device that belongs to a block device.
+#ifndef ZQ_PLATFORM_DEVICES_H_
+#define ZQ_PLATFORM_DEVICES_H_
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace platform {
+
+struct DeviceGeometry {
+  uint64_t size = 0;        // bytes
+  uint32_t blockSize = 512;  // the logical block size
+  bool readOnly = false;     // set read-only, though it may open for writing
+};
+
+// The geometry of the disk device open on `fd`; nullopt with errno set when
+// the descriptor is not a disk that answers, or answers a block size of 0.
+std::optional<DeviceGeometry> QueryDeviceGeometry(int fd);
+
+// The name, under /dev, of the raw (character) device that belongs to the
+// block device with this device number; empty when there is none.  On Linux
+// a disk has no separate raw device, so this is the block device's own name.
+std::string RawDeviceName(dev_t blockDevice);
+
+}  // namespace platform
+
+#endif  // ZQ_PLATFORM_DEVICES_H_

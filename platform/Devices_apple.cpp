@@ -1,0 +1,31 @@
+#include "platform/Devices.h"
+
+#include <stdlib.h>
+#include <sys/disk.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace platform {
+
+std::optional<DeviceGeometry> QueryDeviceGeometry(int fd) {
+  uint32_t blockSize = 0, writable = 0;
+  uint64_t blockCount = 0;
+  if (::ioctl(fd, DKIOCGETBLOCKSIZE, &blockSize) != 0 || ::ioctl(fd, DKIOCGETBLOCKCOUNT, &blockCount) != 0 ||
+      ::ioctl(fd, DKIOCISWRITABLE, &writable) != 0)
+    return std::nullopt;
+  if (blockSize == 0) {
+    errno = EINVAL;
+    return std::nullopt;
+  }
+  return DeviceGeometry{blockCount * blockSize, blockSize, writable == 0};
+}
+
+std::string RawDeviceName(dev_t blockDevice) {
+  char name[1025] = {};
+  if (devname_r(blockDevice, S_IFCHR, name, static_cast<int>(sizeof name)) == nullptr) return "";
+  return name;
+}
+
+}  // namespace platform

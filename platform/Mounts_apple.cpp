@@ -1,0 +1,105 @@
+// Mounts on macOS: getmntinfo for the mount table, which is looked at once
+// a second, DiskArbitration for a disk's volume, and forced unmounts.
+#include "platform/Mounts.h"
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <DiskArbitration/DiskArbitration.h>
+#include <poll.h>
+#include <sys/mount.h>
+#include <sys/param.h>
+
+#include <cerrno>
+#include <climits>
+
+namespace platform {
+namespace {
+
+// Releases a CoreFoundation object at the end of a scope.
+template <typename T>
+class CFHolder {
+ public:
+  explicit CFHolder(T object) : object_(object) {}
+  ~CFHolder() {
+    if (object_ != nullptr) CFRelease(object_);
+  }
+  CFHolder(const CFHolder&) = delete;
+  CFHolder& operator=(const CFHolder&) = delete;
+  T get() const { return object_; }
+
+ private:
+  T object_;
+};
+
+// Apple documents f_fsid only as the file system's id, not whether two
+// mounts may share one; its first word is taken as the mount's id, and a
+// mount elsewhere with the same id counts as still mounted.
+int IdOf(const struct statfs& info) { return info.f_fsid.val[0]; }
+
+bool AnyStopSignalPending(const sigset_t& stopSignals) {
+  sigset_t pending;
+  sigpending(&pending);
+  for (int signal = 1; signal < NSIG; ++signal) {
+    if (sigismember(&stopSignals, signal) == 1 && sigismember(&pending, signal) == 1) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+// getmntinfo lists mounts in the order they were made, so a later mount at
+// the same point lies over the earlier one.  The mounter names its macFUSE
+// mounts by the raw device it was given.
+std::vector<MountEntry> ReadMountTable() {
+  struct statfs* table = nullptr;
+  const int count = getmntinfo(&table, MNT_NOWAIT);
+  std::vector<MountEntry> mounts;
+  for (int i = 0; i < count; ++i) {
+    MountEntry entry;
+    entry.id = IdOf(table[i]);
+    entry.mountPoint = table[i].f_mntonname;
+    entry.type = table[i].f_fstypename;
+    entry.source = table[i].f_mntfromname;
+    entry.readOnly = (table[i].f_flags & MNT_RDONLY) != 0;
+    const bool fuse = entry.type == "macfuse" || entry.type == "osxfuse";
+    entry.mounterServes = fuse && entry.source.rfind("/dev/", 0) == 0;
+    for (const MountEntry& below : mounts) {
+      if (below.mountPoint == entry.mountPoint) entry.parentId = below.id;
+    }
+    mounts.push_back(entry);
+  }
+  return mounts;
+}
+
+int MountIdAt(const std::string& path) {
+  struct statfs info;
+  if (statfs(path.c_str(), &info) != 0 || path != info.f_mntonname) return -1;
+  return IdOf(info);
+}
+
+std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
+  CFHolder<DASessionRef> session(DASessionCreate(kCFAllocatorDefault));
+  if (session.get() == nullptr) return std::nullopt;
+  CFHolder<DADiskRef> disk(DADiskCreateFromBSDName(kCFAllocatorDefault, session.get(), bsdName.c_str()));
+  if (disk.get() == nullptr) return std::nullopt;
+  CFHolder<CFDictionaryRef> description(DADiskCopyDescription(disk.get()));
+  if (description.get() == nullptr) return std::nullopt;
+  const void* volumePath = CFDictionaryGetValue(description.get(), kDADiskDescriptionVolumePathKey);
+  if (volumePath == nullptr || CFGetTypeID(volumePath) != CFURLGetTypeID()) return std::nullopt;
+  char path[PATH_MAX];
+  if (!CFURLGetFileSystemRepresentation(static_cast<CFURLRef>(volumePath), true, reinterpret_cast<UInt8*>(path),
+                                        sizeof path))
+    return std::nullopt;
+  return std::string(path);
+}
+
+void DetachMount(const std::string& path) { unmount(path.c_str(), MNT_FORCE); }
+
+void WaitForUnmountOrStop(int mountId, int wakeFd, const sigset_t& stopSignals) {
+  pollfd woken = {wakeFd, POLLIN, 0};
+  while (HasMount(ReadMountTable(), mountId) && !AnyStopSignalPending(stopSignals)) {
+    if (poll(&woken, 1, 1000) < 0 && errno != EINTR) break;
+    if (woken.revents != 0) break;
+  }
+}
+
+}  // namespace platform

@@ -1,0 +1,30 @@
+// The words zq-bitlocker is started with: a command, its options and its
+// devices, and the usage text that describes them.
+#ifndef ZQ_TOOLS_ZQ_BITLOCKER_COMMANDLINE_H_
+#define ZQ_TOOLS_ZQ_BITLOCKER_COMMANDLINE_H_
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <vector>
+
+struct Options {
+  std::string command;               // info, verify, dump or list
+  std::vector<std::string> devices;  // one, or for list any number
+  std::string kind = "auto";         // of credential
+  std::string output;                // dump's file; empty: standard output
+  bool force = false;
+  uint64_t offset = 0;  // where the volume starts in the device
+  bool json = false;
+  bool progressJson = false;
+};
+
+enum class Request { kRun, kHelp, kVersion, kUsageError };
+
+// Parses argv.  On kUsageError *error says what is wrong, naming the word
+// that is: "unknown option '--foo'".
+Request ParseCommandLine(int argc, char** argv, Options* options, std::string* error);
+
+void PrintUsage(std::ostream& out);
+
+#endif  // ZQ_TOOLS_ZQ_BITLOCKER_COMMANDLINE_H_

@@ -1,0 +1,66 @@
+#include "tools/zq-bitlocker/DumpProgress.h"
+
+#include <cstdio>
+
+#include "tools/zq-bitlocker/SizeText.h"
+#include "util/JsonWriter.h"
+
+namespace {
+
+constexpr auto kInterval = std::chrono::milliseconds(500);
+
+double Rate(uint64_t bytes, double seconds) { return seconds > 0 ? static_cast<double>(bytes) / seconds : 0; }
+
+}  // namespace
+
+DumpProgress::DumpProgress(uint64_t total, ProgressStyle style, std::ostream& out, Clock::time_point start)
+    : total_(total), style_(style), out_(out), start_(start) {}
+
+void DumpProgress::Update(uint64_t done, Clock::time_point now) {
+  if (style_ == ProgressStyle::kSummary || (shown_ && now - *shown_ < kInterval)) return;
+  shown_ = now;
+  const double seconds = std::chrono::duration<double>(now - start_).count();
+  if (style_ == ProgressStyle::kTerminal) {
+    ShowTerminal(done, seconds);
+  } else {
+    ShowJson(done, seconds, false);
+  }
+}
+
+void DumpProgress::ShowTerminal(uint64_t done, double seconds) {
+  const double rate = Rate(done, seconds);
+  std::string line = SizeText(done) + " / " + SizeText(total_);
+  char text[64];
+  std::snprintf(text, sizeof(text), " (%u%%)  %.1f MB/s", total_ ? static_cast<unsigned>(done * 100 / total_) : 100,
+                rate / 1e6);
+  line += text;
+  if (rate > 0) line += "  " + DurationText(static_cast<uint64_t>((total_ - done) / rate)) + " left";
+  const size_t length = line.size();
+  if (length < lineLength_) line.append(lineLength_ - length, ' ');
+  lineLength_ = length;
+  out_ << '\r' << line << std::flush;
+}
+
+void DumpProgress::ShowJson(uint64_t done, double seconds, bool last) {
+  const double rate = Rate(done, seconds);
+  JsonWriter json(out_);
+  json.BeginObject().Key("done").Number(done).Key("total").Number(total_);
+  json.Key("bytes_per_second").Number(static_cast<uint64_t>(rate));
+  if (rate > 0 || done == total_) {
+    json.Key("seconds_left").Number(done == total_ ? 0 : static_cast<uint64_t>((total_ - done) / rate));
+  }
+  if (last) json.Key("seconds").Decimal(seconds).Key("finished").Bool(done == total_);
+  json.EndObject();
+  out_ << std::endl;
+}
+
+void DumpProgress::Finish(uint64_t done, Clock::time_point now) {
+  const double seconds = std::chrono::duration<double>(now - start_).count();
+  if (style_ == ProgressStyle::kJson) return ShowJson(done, seconds, true);
+  if (style_ == ProgressStyle::kTerminal && lineLength_ > 0) out_ << '\r' << std::string(lineLength_, ' ') << '\r';
+  char text[128];
+  std::snprintf(text, sizeof(text), "%s %llu bytes in %.1f s, %.1f MB/s\n",
+                done == total_ ? "zq-bitlocker: dumped" : "zq-bitlocker: stopped after",
+                static_cast<unsigned long long>(done), seconds, Rate(done, seconds) / 1e6);
+  out_ << text << std::flush;
+}

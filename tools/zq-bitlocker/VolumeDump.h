@@ -1,0 +1,26 @@
+// `zq-bitlocker dump`: the unlocked volume, byte for byte, into a file or
+// down a pipe.
+#ifndef ZQ_TOOLS_ZQ_BITLOCKER_VOLUMEDUMP_H_
+#define ZQ_TOOLS_ZQ_BITLOCKER_VOLUMEDUMP_H_
+
+#include <string>
+
+#include "engine/CUnlockedVolume.h"
+#include "tools/zq-bitlocker/DumpProgress.h"
+
+struct DumpTarget {
+  std::string device;  // the volume's device or image, for messages and the check below
+  std::string output;  // empty: standard output
+  bool force = false;  // replace an existing output file
+};
+
+// Why a dump may not go where it is asked to, or the empty string.  Checked
+// before anything is read or written: a dump must never destroy its own
+// volume, another file unasked, or a terminal.
+std::string DumpRefusal(const DumpTarget& target);
+
+// Writes every byte of `volume` to the target, telling its progress on
+// standard error in `style`.  Returns 0, or the status it reported.
+int DumpVolume(bitlocker::CUnlockedVolume& volume, const DumpTarget& target, ProgressStyle style);
+
+#endif  // ZQ_TOOLS_ZQ_BITLOCKER_VOLUMEDUMP_H_

@@ -1,0 +1,12 @@
+// Strict UTF-8 validation, as the platform's string decoding applies it to
+// the output of child processes and to the text fields of command records.
+#ifndef ZQ_UTIL_UTF8_H_
+#define ZQ_UTIL_UTF8_H_
+
+#include <string_view>
+
+// True when `bytes` is well-formed UTF-8: no stray or missing continuation
+// bytes, no overlong forms, no surrogates, nothing above U+10FFFF.
+bool IsValidUtf8(std::string_view bytes);
+
+#endif  // ZQ_UTIL_UTF8_H_
