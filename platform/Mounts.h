@@ -24,6 +24,10 @@ int MountIdAt(const std::string& path);
 // Only a mount of the volume's own root counts.
 std::optional<std::string> VolumeMountPath(const std::string& bsdName);
 
+// Unmounts the mount at `path` if nothing uses it.  Returns 0 or an errno
+// value: EBUSY while something does.
+int Unmount(const std::string& path);
+
 // Takes the mount at `path` away without waiting for its users; a FUSE
 // server ends once nothing holds its file open any more.
 void DetachMount(const std::string& path);

@@ -92,6 +92,8 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   return std::string(path);
 }
 
+int Unmount(const std::string& path) { return unmount(path.c_str(), 0) == 0 ? 0 : errno; }
+
 void DetachMount(const std::string& path) { unmount(path.c_str(), MNT_FORCE); }
 
 void WaitForUnmountOrStop(int mountId, int wakeFd, const sigset_t& stopSignals) {

@@ -86,6 +86,8 @@ std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   return std::nullopt;
 }
 
+int Unmount(const std::string& path) { return umount2(path.c_str(), 0) == 0 ? 0 : errno; }
+
 void DetachMount(const std::string& path) { umount2(path.c_str(), MNT_DETACH); }
 
 void WaitForUnmountOrStop(int mountId, int wakeFd, const sigset_t& stopSignals) {

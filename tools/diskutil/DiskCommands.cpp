@@ -1,6 +1,5 @@
 #include "tools/diskutil/DiskCommands.h"
 
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -38,8 +37,7 @@ void RunMount(const std::string& device, const std::string& folder) {
 // it, unmounted just before, may still hold its file.
 int Unmount(const MountEntry& mount, bool mayBeLetGo) {
   const auto deadline = std::chrono::steady_clock::now() + kLetGoTime;
-  while (umount2(mount.mountPoint.c_str(), 0) != 0) {
-    const int error = errno;
+  while (const int error = platform::Unmount(mount.mountPoint)) {
     if (error == EINVAL || error == ENOENT || !HasMount(platform::ReadMountTable(), mount.id)) break;
     if (error != EBUSY || !mayBeLetGo || std::chrono::steady_clock::now() >= deadline) return error;
     usleep(50 * 1000);
