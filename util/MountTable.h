@@ -10,6 +10,8 @@
 #include <vector>
 
 
+// `device`, `root` and `options` are known on Linux only; macOS's table
+// leaves them empty.
 struct MountEntry {
   int id = 0;
   int parentId = 0;         // the mount this one lies on
