@@ -4,7 +4,6 @@
 
 #include "platform/Devices.h"
 
-
 std::string Described(const std::optional<std::string>& text) { return text ? *text : "(null)"; }
 
 std::string BlockDevicePath(const std::optional<std::string>& bsdName) { return "/dev/" + Described(bsdName); }

@@ -12,7 +12,6 @@
 
 #include "platform/Folders.h"
 
-
 namespace {
 
 std::vector<std::string> Components(const std::string& path) {

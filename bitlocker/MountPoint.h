@@ -15,7 +15,6 @@
 
 #include <string>
 
-
 enum class MountedFolder {
   kRefused,  // a folder something is mounted on is not empty
   // A folder that is itself the root of a mount counts as empty: the

@@ -12,7 +12,6 @@
 #include "platform/DataSync.h"
 #include "platform/Devices.h"
 
-
 namespace bitlocker {
 namespace {
 

@@ -5,7 +5,6 @@
 
 #include "platform/Users.h"
 
-
 std::string FifoOwnerRefusal(const std::string& path) {
   struct stat info;
   if (lstat(path.c_str(), &info) != 0) return std::string();

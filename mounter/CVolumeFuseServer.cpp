@@ -9,7 +9,6 @@
 
 #include "platform/Fuse.h"
 
-
 namespace {
 
 constexpr fuse_ino_t kFolderInode = FUSE_ROOT_ID;

@@ -8,7 +8,6 @@
 
 #include "platform/Users.h"
 
-
 namespace {
 
 bool IsAsciiAlnum(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
@@ -60,7 +59,6 @@ bool IsSingleShellWord(const std::optional<std::string>& word) {
   }
   return true;
 }
-
 
 const char* DaemonProgramRefusal(const std::string& bundlePath) {
   const std::string program = bundlePath + "/Contents/MacOS/Zq-NorvaneServices";

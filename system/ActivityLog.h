@@ -19,7 +19,6 @@
 #include <string>
 #include <vector>
 
-
 struct Activity {
   std::string program;     // "zq-mounter"
   std::string device;      // as the program was given it

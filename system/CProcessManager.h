@@ -15,7 +15,6 @@
 #include <string>
 #include <vector>
 
-
 struct ProcessRecord {
   pid_t pid;
   std::string shortName;  // the kernel's short command name

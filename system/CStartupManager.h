@@ -7,7 +7,6 @@
 
 #include <string>
 
-
 class CStartupManager {
  public:
   static constexpr char kLaunchDaemonFile[] = "/Library/LaunchDaemons/com.zq.BitlockerServices.plist";

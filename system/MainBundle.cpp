@@ -4,7 +4,6 @@
 
 #include "platform/Bundle.h"
 
-
 namespace {
 
 std::mutex bundleMutex;

@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-
 // `device`, `root` and `options` are known on Linux only; macOS's table
 // leaves them empty.
 struct MountEntry {

@@ -38,7 +38,6 @@ ZqctlOutcome DescribeStartup(bool on, const StartupItemsState& before, const Sta
 std::string AnswerJson(const ZqctlRequest& request, const CCommandDataWrapper<char>* answer,
                        const ZqctlObservation& seen, const ZqctlOutcome& outcome);
 
-
 // One line describing a block the service sent unasked (listen).
 std::string DescribeBlock(uint32_t msgId, const CCommandDataWrapper<char>& record, bool json);
 
