@@ -1,11 +1,8 @@
 #!/usr/bin/env bash
-# The walk-through that run.sh starts inside its private namespaces.
+# The walk-through that run.sh starts inside its private namespaces and
+# private root.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-
-mount -t tmpfs tmpfs /tmp
-mkdir -p /Library /media && mount -t tmpfs tmpfs /Library && mount -t tmpfs tmpfs /media
-mount -t tmpfs -o mode=0755 tmpfs /etc/systemd/system
 
 bundle="build/bundle/Zq Norvane.app"
 zqctl=build/bundle/zqctl
@@ -59,8 +56,8 @@ if [ -f "$images_tarball" ]; then
   step "zqctl check $disk    # the image $name"
   "$zqctl" check "$disk"
 
-  step "echo '$password' | zqctl mount $disk '/media/BitLocker\\ Volume' raw"
-  printf '%s\n' "$password" | "$zqctl" mount "$disk" '/media/BitLocker\ Volume' raw
+  step "echo '$password' | zqctl mount $disk '$mount_point' raw"
+  printf '%s\n' "$password" | "$zqctl" mount "$disk" "$mount_point" raw
   step "ls -l '$mount_point'"
   ls -l "$mount_point"
   step "sha256sum '$mount_point/volume'    # beside the manifest's digest"

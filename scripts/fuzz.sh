@@ -89,9 +89,7 @@ seed_volume_corpus
 for run in FuzzPipeDataWrapper:512 FuzzDispatcher:512 FuzzBitlockerVolume:16384; do
   target=${run%:*}
   mkdir -p "build-fuzz/corpus/$target"
-  unshare --mount --propagation private sh -c '
-    mount -t tmpfs tmpfs /tmp && mkdir -p /Library && mount -t tmpfs tmpfs /Library &&
-    mount -t tmpfs -o mode=0755 tmpfs /etc/systemd/system &&
-    exec "$@"' sh "build-fuzz/tests/fuzz/$target" -max_total_time="$seconds" -max_len="${run#*:}" \
-      -artifact_prefix=build-fuzz/crashes/ "build-fuzz/corpus/$target" 2>&1 | tail -3
+  unshare --mount --propagation private ./scripts/private-root.sh \
+    "build-fuzz/tests/fuzz/$target" -max_total_time="$seconds" -max_len="${run#*:}" \
+    -artifact_prefix=build-fuzz/crashes/ "build-fuzz/corpus/$target" 2>&1 | tail -3
 done

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Runs a command, from the current folder, under a root of its own: the
+# machine's folders bound in as they are, except every folder the service,
+# the mounter and their startup items write to, which is an empty tmpfs
+# (/tmp, /media, /mnt, /run, /Library, /var/log, /etc/systemd/system,
+# /dev/shm).  Nothing the command writes there reaches the machine, and no
+# folder is made on the machine for it: /Library exists only in the private
+# root.  Run it in a private mount namespace (unshare --mount).
+set -euo pipefail
+
+mount --make-rprivate /
+mount -t tmpfs -o mode=0700 tmpfs /tmp
+root=/tmp/root
+mkdir "$root"
+
+for entry in /* /.[!.]*; do
+  name=${entry#/}
+  if [ -L "$entry" ]; then
+    ln -s "$(readlink "$entry")" "$root/$name"
+  elif [ -d "$entry" ]; then
+    mkdir "$root/$name"
+    case $name in
+      tmp | media | mnt | run) ;;
+      *) mount --rbind "$entry" "$root/$name" ;;
+    esac
+  fi
+done
+
+[ -d "$root/Library" ] || mkdir "$root/Library"
+mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
+mount -t tmpfs -o mode=1777 tmpfs "$root/dev/shm"
+for folder in media mnt run Library var/log etc/systemd/system; do
+  # A folder the machine lacks stays absent rather than be made on it.
+  if [ -d "$root/$folder" ]; then mount -t tmpfs -o mode=0755 tmpfs "$root/$folder"; fi
+done
+
+exec chroot "$root" /bin/sh -c 'cd "$1" && shift && exec "$@"' sh "$PWD" "$@"
