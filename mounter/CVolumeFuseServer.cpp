@@ -202,9 +202,7 @@ std::string OptionValue(const std::string& text) {
 CVolumeFuseServer::CVolumeFuseServer(IVolume* volume, Options options)
     : volume_(volume), options_(std::move(options)) {}
 
-CVolumeFuseServer::~CVolumeFuseServer() {
-  if (fuse_ != nullptr) platform::UnmountFuse(fuse_);
-}
+CVolumeFuseServer::~CVolumeFuseServer() = default;
 
 struct stat CVolumeFuseServer::Attributes(uint64_t inode) const {
   struct stat attributes{};
@@ -257,12 +255,12 @@ bool CVolumeFuseServer::Mount(const std::string& mountPoint, std::string* error)
                              ",nosuid,nodev,default_permissions,subtype=zq-mounter,fsname=" +
                              OptionValue(options_.sourceName);
   if (options_.allowOther) mountOptions += ",allow_other";
-  fuse_ = platform::MountFuse(mountPoint, mountOptions, kOperations, this, error);
+  fuse_ = CFuseSession::Mount(mountPoint, mountOptions, kOperations, this, error);
   if (fuse_ == nullptr) return false;
   mountPoint_ = mountPoint;
   return true;
 }
 
-int CVolumeFuseServer::Serve() { return platform::ServeFuse(fuse_); }
+int CVolumeFuseServer::Serve() { return fuse_->Serve(); }
 
 bool CVolumeFuseServer::SetReadAhead(unsigned kilobytes) const { return platform::SetFuseReadAhead(mountPoint_, kilobytes); }

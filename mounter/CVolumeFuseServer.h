@@ -17,14 +17,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 
 #include "bitlocker/IVolume.h"
-
-namespace platform {
-struct FuseMount;
-}
+#include "mounter/CFuseSession.h"
 
 class CVolumeFuseServer {
  public:
@@ -86,7 +84,7 @@ class CVolumeFuseServer {
   // flushing_, just before the volume is flushed.
   std::atomic<bool> unflushed_{false};
   std::string mountPoint_;
-  platform::FuseMount* fuse_ = nullptr;
+  std::unique_ptr<CFuseSession> fuse_;
 };
 
 #endif  // ZQ_MOUNTER_CVOLUMEFUSESERVER_H_

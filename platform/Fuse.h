@@ -1,29 +1,29 @@
-// One FUSE mount and its session, at the API level each platform's FUSE
-// ships: libfuse 3 on Linux, macFUSE's libfuse 2 on macOS.  The request
-// handlers are the same on both (mounter/CVolumeFuseServer.h).
+// What differs between the systems' FUSE: how a mount is asked of it, and
+// how the kernel is tuned for one.  Both speak libfuse 3 (Linux's own,
+// macFUSE's from 5.2 on), so the session that serves a mount is the same
+// code on both (mounter/CFuseSession.h).
 #ifndef ZQ_PLATFORM_FUSE_H_
 #define ZQ_PLATFORM_FUSE_H_
 
 #include <string>
-
-struct fuse_lowlevel_ops;
+#include <vector>
 
 namespace platform {
 
-struct FuseMount;
+// One way the system's FUSE can mount: the mount options that choose it,
+// added to the mount's own, and its name for messages.
+struct FuseBackend {
+  std::string name;
+  std::string options;
+};
 
-// Mounts at `mountPoint` with the comma-separated `options` and makes the
-// session that answers with `operations`, passing them `userData`.  Null
-// with the reason in *error; nothing is left mounted then.
-FuseMount* MountFuse(const std::string& mountPoint, const std::string& options, const fuse_lowlevel_ops& operations,
-                     void* userData, std::string* error);
+// The ways to try for a mount at `mountPoint`, best first.  Linux: the
+// kernel's FUSE.  macOS: macFUSE's FSKit backend where the system has
+// FSKit and the mount point lies in /Volumes, then its kernel extension.
+std::vector<FuseBackend> FuseBackends(const std::string& mountPoint);
 
-// Serves requests on several threads until the mount goes away.  Returns 0,
-// or an error number when serving failed.
-int ServeFuse(FuseMount* mount);
-
-// Unmounts if still mounted, and frees `mount`.
-void UnmountFuse(FuseMount* mount);
+// What the person at the machine can do when no backend could mount.
+std::string FuseMountAdvice();
 
 // Makes the kernel read ahead `kilobytes` at a time on the mount at
 // `mountPoint`; false where it cannot be told.

@@ -1,9 +1,14 @@
-// macFUSE's low-level libfuse 2 API, as far as this project uses it.
-#ifndef ZQ_MACOS_SDK_FUSE_FUSE_LOWLEVEL_H_
-#define ZQ_MACOS_SDK_FUSE_FUSE_LOWLEVEL_H_
+// macFUSE's low-level libfuse 3 API (macFUSE 5.2, libfuse 3.17), as far as
+// this project uses it.  The session calls and handler types are those of
+// libfuse 3 everywhere once macFUSE's Darwin extensions are turned off.
+#ifndef ZQ_MACOS_SDK_FUSE3_FUSE_LOWLEVEL_H_
+#define ZQ_MACOS_SDK_FUSE3_FUSE_LOWLEVEL_H_
 
-#if FUSE_USE_VERSION != 26
-#error "this stand-in declares the API at FUSE_USE_VERSION 26"
+#if !defined(FUSE_USE_VERSION) || FUSE_USE_VERSION < 312
+#error "this stand-in declares the API from FUSE_USE_VERSION 312 on"
+#endif
+#if !defined(FUSE_DARWIN_ENABLE_EXTENSIONS) || FUSE_DARWIN_ENABLE_EXTENSIONS != 0
+#error "macFUSE's Darwin extensions change the handlers' types; set FUSE_DARWIN_ENABLE_EXTENSIONS=0"
 #endif
 #if _FILE_OFFSET_BITS != 64
 #error "libfuse wants -D_FILE_OFFSET_BITS=64"
@@ -20,10 +25,10 @@ extern "C" {
 
 #define FUSE_ROOT_ID 1
 
-typedef unsigned long fuse_ino_t;
+typedef uint64_t fuse_ino_t;
 typedef struct fuse_req* fuse_req_t;
 struct fuse_session;
-struct fuse_chan;
+struct fuse_loop_config;
 
 struct fuse_args {
   int argc;
@@ -34,29 +39,38 @@ struct fuse_args {
 void fuse_opt_free_args(struct fuse_args* arguments);
 
 struct fuse_file_info {
-  int flags;
-  unsigned long fh_old;
-  int writepage;
-  unsigned int direct_io : 1;
-  unsigned int keep_cache : 1;
-  unsigned int flush : 1;
-  unsigned int nonseekable : 1;
-  unsigned int flock_release : 1;
-  unsigned int padding : 27;
+  int32_t flags;
+  uint32_t writepage : 1;
+  uint32_t direct_io : 1;
+  uint32_t keep_cache : 1;
+  uint32_t flush : 1;
+  uint32_t nonseekable : 1;
+  uint32_t flock_release : 1;
+  uint32_t cache_readdir : 1;
+  uint32_t noflush : 1;
+  uint32_t parallel_direct_writes : 1;
+  uint32_t padding : 23;
+  uint32_t padding2 : 32;
+  uint32_t padding3 : 32;
   uint64_t fh;
   uint64_t lock_owner;
+  uint32_t poll_events;
+  int32_t backing_id;
+  uint64_t compat_flags;
+  uint64_t reserved[2];
 };
 
 struct fuse_conn_info {
-  unsigned proto_major;
-  unsigned proto_minor;
-  unsigned async_read;
-  unsigned max_write;
-  unsigned max_readahead;
-  unsigned capable;
-  unsigned want;
-  unsigned max_background;
-  unsigned congestion_threshold;
+  uint32_t proto_major;
+  uint32_t proto_minor;
+  uint32_t max_write;
+  uint32_t max_read;
+  uint32_t max_readahead;
+  uint32_t capable;
+  uint32_t want;
+  uint32_t max_background;
+  uint32_t congestion_threshold;
+  uint32_t time_gran;
 };
 
 #define FUSE_SET_ATTR_MODE (1 << 0)
@@ -68,7 +82,7 @@ struct fuse_conn_info {
 
 struct fuse_entry_param {
   fuse_ino_t ino;
-  unsigned long generation;
+  uint64_t generation;
   struct stat attr;
   double attr_timeout;
   double entry_timeout;
@@ -105,16 +119,18 @@ size_t fuse_add_direntry(fuse_req_t request, char* buffer, size_t size, const ch
                          const struct stat* attributes, off_t next);
 void* fuse_req_userdata(fuse_req_t request);
 
-struct fuse_chan* fuse_mount(const char* mountPoint, struct fuse_args* arguments);
-void fuse_unmount(const char* mountPoint, struct fuse_chan* channel);
-struct fuse_session* fuse_lowlevel_new(struct fuse_args* arguments, const struct fuse_lowlevel_ops* operations,
-                                       size_t size, void* userData);
-void fuse_session_add_chan(struct fuse_session* session, struct fuse_chan* channel);
-void fuse_session_remove_chan(struct fuse_chan* channel);
-int fuse_session_loop_mt(struct fuse_session* session);
-void fuse_session_exit(struct fuse_session* session);
+struct fuse_session* fuse_session_new(struct fuse_args* arguments, const struct fuse_lowlevel_ops* operations,
+                                      size_t size, void* userData);
+int fuse_session_mount(struct fuse_session* session, const char* mountPoint);
+void fuse_session_unmount(struct fuse_session* session);
 void fuse_session_destroy(struct fuse_session* session);
+
+struct fuse_loop_config* fuse_loop_cfg_create(void);
+void fuse_loop_cfg_destroy(struct fuse_loop_config* config);
+void fuse_loop_cfg_set_max_threads(struct fuse_loop_config* config, unsigned int threads);
+int fuse_session_loop_mt_312(struct fuse_session* session, struct fuse_loop_config* config);
+#define fuse_session_loop_mt(session, config) fuse_session_loop_mt_312(session, config)
 
 }
 
-#endif  // ZQ_MACOS_SDK_FUSE_FUSE_LOWLEVEL_H_
+#endif  // ZQ_MACOS_SDK_FUSE3_FUSE_LOWLEVEL_H_
