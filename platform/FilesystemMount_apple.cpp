@@ -1,13 +1,13 @@
 // The volume's file becomes a disk through hdiutil, without a mount, and
-// diskutil mounts that disk at the mount point, so that macOS's own drivers
+// mount(8) mounts that disk at the mount point, so that macOS's own drivers
 // read NTFS, exFAT and FAT; a read-only mount is read-only at both steps.
 #include <map>
 #include <mutex>
-#include <sstream>
 #include <vector>
 
 #include "platform/FilesystemMount.h"
 #include "platform/Mounts.h"
+#include "util/HdiutilAttach.h"
 
 namespace platform {
 namespace {
@@ -15,52 +15,48 @@ namespace {
 std::mutex attachedMutex;
 std::map<std::string, std::string> attachedDisks;  // image -> /dev/diskN
 
-// hdiutil's manual says attach prints the device nodes it made and gives
-// no more of a format; the first /dev/disk word is taken as the whole disk,
-// which holds the file system since the image has no partition map.
-std::string WholeDisk(const std::string& output) {
-  std::istringstream words(output);
-  for (std::string word; words >> word;) {
-    if (word.rfind("/dev/disk", 0) == 0) return word;
-  }
-  return "";
-}
-
 std::string Said(const ProgramOutcome& outcome) { return outcome.errors + outcome.output; }
 
 void Detach(const ProgramRunner& run, const std::string& disk) { run("/usr/bin/hdiutil", {"detach", disk}); }
 
+// mount(8)'s names for the drivers macOS ships.
+const char* MountType(FilesystemType type) {
+  switch (type) {
+    case FilesystemType::kNtfs: return "ntfs";
+    case FilesystemType::kExfat: return "exfat";
+    case FilesystemType::kFat: return "msdos";
+    case FilesystemType::kUnknown: break;
+  }
+  return "";
+}
+
 }  // namespace
 
-// diskutil's mount takes no owner or permission bits, so `ownership` is
-// what the file system driver gives; Apple documents no option for it.
+// mount(8) takes no owner or permission bits of its own, so `ownership` is
+// what the file system driver gives.
 int MountFilesystem(const ProgramRunner& run, FilesystemType type, const std::string& image, const std::string& mountPoint,
                     const Ownership&, bool readOnly, std::string* error) {
-  std::vector<std::string> attachArguments = {"attach", "-imagekey", "diskimage-class=CRawDiskImage", "-nomount"};
+  std::vector<std::string> attachArguments = {"attach", "-plist", "-imagekey", "diskimage-class=CRawDiskImage", "-nomount"};
   if (readOnly) attachArguments.push_back("-readonly");
   attachArguments.push_back(image);
   const ProgramOutcome attach = run("/usr/bin/hdiutil", attachArguments);
-  const std::string disk = WholeDisk(attach.output);
+  std::string unreadable;
+  // The image has no partition map, so its whole disk holds the file system.
+  const std::string disk = AttachedWholeDisk(attach.output, &unreadable);
   if (attach.status != 0 || disk.empty()) {
-    *error = "hdiutil attach: " + Said(attach);
+    *error = "hdiutil attach: " + (attach.status != 0 ? Said(attach) : unreadable);
     return -1;
   }
-  std::vector<std::string> mountArguments = {"mount"};
-  if (readOnly) mountArguments.push_back("readOnly");
-  mountArguments.insert(mountArguments.end(), {"-mountPoint", mountPoint, disk});
-  const ProgramOutcome mount = run("/usr/sbin/diskutil", mountArguments);
+  // nosuid and nodev are given with the mount itself, as mount(8) documents
+  // them, so no later step can fail and leave a mount without them.
+  // diskutil, which takes no mount flags, is not used.  Whether mount(8)
+  // reaches the user-space exFAT and FAT drivers of macOS 14 and later
+  // without -F is not documented.
+  const ProgramOutcome mount = run("/sbin/mount", {"-t", MountType(type), "-o", readOnly ? "nosuid,nodev,rdonly" : "nosuid,nodev",
+                                                   disk, mountPoint});
   const int mountId = MountIdAt(mountPoint);
   if (mount.status != 0 || mountId < 0) {
-    *error = "diskutil mount of the " + std::string(FilesystemName(type)) + " file system: " + Said(mount);
-    Detach(run, disk);
-    return -1;
-  }
-  // diskutil takes no mount flags; mount(8)'s -u changes those of a mount
-  // in place, so set-uid bits and device nodes on the volume grant nothing.
-  const ProgramOutcome restrict = run(
-      "/sbin/mount", {"-u", "-o", readOnly ? "nosuid,nodev,rdonly" : "nosuid,nodev", mountPoint});
-  if (restrict.status != 0) {
-    *error = "mount -u -o nosuid,nodev: " + Said(restrict);
+    *error = "mount of the " + std::string(FilesystemName(type)) + " file system: " + Said(mount);
     Detach(run, disk);
     return -1;
   }

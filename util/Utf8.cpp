@@ -42,3 +42,21 @@ bool IsValidUtf8(std::string_view bytes) {
   }
   return true;
 }
+
+void AppendUtf8(char32_t point, std::string* text) {
+  if (point < 0x80) {
+    text->push_back(static_cast<char>(point));
+  } else if (point < 0x800) {
+    text->push_back(static_cast<char>(0xc0 | (point >> 6)));
+    text->push_back(static_cast<char>(0x80 | (point & 0x3f)));
+  } else if (point < 0x10000) {
+    text->push_back(static_cast<char>(0xe0 | (point >> 12)));
+    text->push_back(static_cast<char>(0x80 | ((point >> 6) & 0x3f)));
+    text->push_back(static_cast<char>(0x80 | (point & 0x3f)));
+  } else {
+    text->push_back(static_cast<char>(0xf0 | (point >> 18)));
+    text->push_back(static_cast<char>(0x80 | ((point >> 12) & 0x3f)));
+    text->push_back(static_cast<char>(0x80 | ((point >> 6) & 0x3f)));
+    text->push_back(static_cast<char>(0x80 | (point & 0x3f)));
+  }
+}

@@ -4,28 +4,11 @@
 
 #include "engine/Bytes.h"
 #include "engine/Conversion.h"
+#include "util/Utf8.h"
 
 using namespace bitlocker;
 
 namespace {
-
-void AppendUtf8(uint32_t point, std::string* text) {
-  if (point < 0x80) {
-    text->push_back(static_cast<char>(point));
-  } else if (point < 0x800) {
-    text->push_back(static_cast<char>(0xc0 | (point >> 6)));
-    text->push_back(static_cast<char>(0x80 | (point & 0x3f)));
-  } else if (point < 0x10000) {
-    text->push_back(static_cast<char>(0xe0 | (point >> 12)));
-    text->push_back(static_cast<char>(0x80 | ((point >> 6) & 0x3f)));
-    text->push_back(static_cast<char>(0x80 | (point & 0x3f)));
-  } else {
-    text->push_back(static_cast<char>(0xf0 | (point >> 18)));
-    text->push_back(static_cast<char>(0x80 | ((point >> 12) & 0x3f)));
-    text->push_back(static_cast<char>(0x80 | ((point >> 6) & 0x3f)));
-    text->push_back(static_cast<char>(0x80 | (point & 0x3f)));
-  }
-}
 
 // A UTF-16LE string entry as UTF-8, up to its terminating zero.
 std::string Utf16Text(const CSecureBuffer& value) {
