@@ -1,5 +1,6 @@
-// Disk devices: their size and block size, whether they take writes, and
-// the raw device that belongs to a block device.
+// Disk devices: their size and block size, whether they take writes, the
+// raw device that belongs to a block device, and where a device's bytes
+// are stored.
 #ifndef ZQ_PLATFORM_DEVICES_H_
 #define ZQ_PLATFORM_DEVICES_H_
 
@@ -8,6 +9,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace platform {
 
@@ -25,6 +28,15 @@ std::optional<DeviceGeometry> QueryDeviceGeometry(int fd);
 // block device with this device number; empty when there is none.  On Linux
 // a disk has no separate raw device, so this is the block device's own name.
 std::string RawDeviceName(dev_t blockDevice);
+
+// Every block device that shares bytes with `blockDevice`: itself, the
+// whole disk a partition lies on, and the partitions of a whole disk.
+std::vector<dev_t> OverlappingBlockDevices(dev_t blockDevice);
+
+// The file a block device takes its bytes from (the backing file of a loop
+// device or a disk image), as that file's device and inode; nullopt when
+// it has none or it cannot be known.
+std::optional<std::pair<dev_t, ino_t>> BackingFileOf(dev_t blockDevice);
 
 }  // namespace platform
 

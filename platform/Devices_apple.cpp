@@ -28,4 +28,11 @@ std::string RawDeviceName(dev_t blockDevice) {
   return name;
 }
 
+// macOS names a disk and its slices as separate devices without telling
+// here how they nest, and a disk image's backing file is known only to
+// hdiutil: the device stands for itself alone.
+std::vector<dev_t> OverlappingBlockDevices(dev_t blockDevice) { return {blockDevice}; }
+
+std::optional<std::pair<dev_t, ino_t>> BackingFileOf(dev_t) { return std::nullopt; }
+
 }  // namespace platform
