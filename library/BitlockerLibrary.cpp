@@ -1,4 +1,4 @@
-// The package's BitLocker library: the two entry points over the engine.
+// The package's BitLocker library: the entry points over the engine.
 #include <cerrno>
 #include <memory>
 #include <new>
@@ -10,8 +10,11 @@
 
 namespace {
 
+// What bitlocker_open_failure answers, per calling thread.
+thread_local std::string lastFailure;
+
 int OpenDevice(const char* rawDevice, const char* credential, IVolume** volume) {
-  std::string why;
+  std::string& why = lastFailure;
   std::unique_ptr<bitlocker::CBitlockerVolume> locked;
   bitlocker::Status status =
       bitlocker::CBitlockerVolume::Open(rawDevice, &locked, &why, bitlocker::Access::kReadWrite);
@@ -39,6 +42,7 @@ bool is_bitlocker_drive(const char* rawDevice) {
 }
 
 int open_bitlocker_device(const char* rawDevice, const char* credential, IVolume** volume) {
+  lastFailure.clear();
   if (volume == nullptr) return bitlocker::kIoError;
   *volume = nullptr;
   if (rawDevice == nullptr) return bitlocker::kIoError;
@@ -47,9 +51,12 @@ int open_bitlocker_device(const char* rawDevice, const char* credential, IVolume
   } catch (const std::bad_alloc&) {
     errno = ENOMEM;
     return bitlocker::kIoError;
-  } catch (const std::exception&) {
+  } catch (const std::exception& error) {
+    lastFailure = error.what();
     return bitlocker::kUnsupported;
   }
 }
+
+const char* bitlocker_open_failure(void) { return lastFailure.c_str(); }
 
 }  // extern "C"

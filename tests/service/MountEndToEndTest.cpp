@@ -204,7 +204,8 @@ TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
       << "others may use it";
 }
 
-// zqctl tells the mount in the mounter's words and the mount table's, lists
+// zqctl tells the mount in the mounter's words and the mount table's (a
+// failed one with the library's reason), lists
 // it in its status, and tells what check then unmounted.
 TEST_F(MountEndToEndTest, ZqctlTellsTheMountAndWhatCheckUnmounted) {
   ZQ_REQUIRE_IMAGES(images);
@@ -212,10 +213,10 @@ TEST_F(MountEndToEndTest, ZqctlTellsTheMountAndWhatCheckUnmounted) {
   LoopDevice loop(image.path, 0, true);
   ASSERT_TRUE(loop.valid());
   const std::string name = loop.bsdName();
-  EXPECT_EQ(Zqctl({"mount", name, mountPoint_, "raw"}, "not it\n"),
+  EXPECT_EQ(Zqctl({"mount", name, mountPoint_, "raw"}, "111112-111111-111111-111111-111111-111111-111111-111111\n"),
             std::make_pair(1, "zqctl: mount of " + name + " at " + mountPoint_ +
                                   " failed: wrong credential (2); the mounter said: wrong credential: " +
-                                  loop.devicePath() + "\n"));
+                                  loop.devicePath() + ": not a valid recovery password: each group of six digits must be a multiple of 11 below 720896\n"));
   EXPECT_EQ(Zqctl({"mount", name, mountPoint_, "raw"}, image.recoveryPassword + "\n"),
             std::make_pair(0, name + " at " + mountPoint_ + ": mounted read-only: the device is read-only\n"));
   const std::string status = Zqctl({"status"}).second;

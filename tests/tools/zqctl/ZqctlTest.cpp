@@ -89,6 +89,25 @@ TEST(ZqctlInputTest, MountPointsBecomeTheWordTheServiceTakes) {
     EXPECT_FALSE(CheckMountOptions(options, &error)) << options;
 }
 
+// The mounter and the explorer read a startup key file from another
+// folder, so a relative one must reach them whole; nothing else changes.
+TEST(ZqctlInputTest, ARelativeStartupKeyBecomesAbsolute) {
+  const TempDir folder;
+  ASSERT_EQ(RunShell("mkdir '" + folder("keys") + "' && touch '" + folder("keys/k.BEK") + "'"), 0);
+  ASSERT_EQ(chdir(folder.path().c_str()), 0);
+  const struct {
+    std::string typed, sent;
+  } cases[] = {
+      {"keys/k.BEK", folder("keys/k.BEK")},
+      {"./keys/k.BEK", folder("keys/k.BEK")},
+      {folder("keys/k.BEK"), folder("keys/k.BEK")},
+      {"keys", "keys"},
+      {"my password", "my password"},
+      {"", ""},
+  };
+  for (const auto& c : cases) EXPECT_EQ(CredentialForService(c.typed), c.sent) << c.typed;
+}
+
 class ZqctlTest : public ServiceTestBase {
  protected:
   // zqctl checks that a device exists; the stand-ins never touch it.
@@ -172,6 +191,20 @@ TEST_F(ZqctlTest, EachAnswerAndRefusalNamesItsCause) {
           {"check sdz9", "", {2, "zqctl: 'sdz9' is not a device on this machine\n"}},
           {"check 'loop0!'", "", {2, "zqctl: 'loop0!' is not a device name\n"}},
           {"mount loop0 x rw2", "", {2, "zqctl: unknown mount option 'rw2' (known: raw, ro, uid=N, gid=N, umask=OOO)\n"}},
+          {"mount loop0 x ro,umask=999", "",
+           {2, "zqctl: bad value in mount option 'umask=999': umask takes an octal number from 0 to 777\n"}},
+          {"mount loop0 x uid=", "",
+           {2, "zqctl: bad value in mount option 'uid=': uid takes a whole number from 0 to 4294967294\n"}},
+          {"--json explore loop0", "",
+           {2, "{\"subcommand\":\"explore\",\"client\":\"MainUI\",\"device\":\"loop0\",\"ok\":false,\"status\":2,"
+               "\"message\":\"no credential could be read from standard input\"}\n"}},
+          {"--json frobnicate", "",
+           {2, "{\"subcommand\":\"frobnicate\",\"client\":\"MainUI\",\"ok\":false,\"status\":2,\"message\":"
+               "\"unknown subcommand 'frobnicate'\\n" + kUsageLine.substr(0, kUsageLine.size() - 1) + "\"}\n"}},
+          {"unmount loop0", "", {1, "zqctl: loop0: not unmounted: it was not mounted\n"}},
+          {"unmount /dev/loop0", "",
+           {1, "zqctl: loop0: not unmounted: not a BitLocker volume, and only those are unmounted\n"}, "rm is_bitlocker"},
+          {"unmount x", "", {2, "zqctl: 'x' is neither a device on this machine nor a folder a device is mounted at\n"}},
           {"mount loop0 /etc/x", "", {2, "zqctl: the mount point /etc/x is not below /media, /run/media, /mnt\n"}},
           {"mount loop0 x/../y", "", {2, "zqctl: the mount point /media/x/../y holds \".\" or \"..\"\n"}},
           {"explore loop0", "", {2, "zqctl: no credential could be read from standard input\n"}},
@@ -184,6 +217,9 @@ TEST_F(ZqctlTest, EachAnswerAndRefusalNamesItsCause) {
 TEST_F(ZqctlTest, StartupSaysWhetherItsItemsChanged) {
   StartService();
   Expect({{"startup on /x", "",
+           {1, "zqctl: startup on: the bundle is not there; the login item was written all the same and points at "
+               "nothing, no boot-time item was written (zqctl startup off removes it)\n"}},
+          {"startup on '" + bundle->stubDir() + "'", "",
            {0, "startup on: login item written; no boot-time item, as the bundle's service program is missing or "
                "not root's alone (see /tmp/zqlog.log)\n"}},
           {"startup on '" + MakeRootOwnedBundle() + "'", "", {0, "startup on: boot-time item and login item written\n"}},
