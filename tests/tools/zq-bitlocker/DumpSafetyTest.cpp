@@ -19,6 +19,13 @@
 
 namespace {
 
+// The kernel keeps a loop device's partitions after it is detached; they
+// are removed first.
+struct PartitionsRemoved {
+  std::string device;
+  ~PartitionsRemoved() { RunShell("partx -d " + device + " 2>/dev/null"); }
+};
+
 // A device node in `folder` for the device whose number sysfs gives in
 // `sysfsDev` ("/sys/block/loop3/loop3p2/dev"): another name of that device.
 std::string NodeFor(const TempDir& folder, const std::string& name, const std::string& sysfsDev) {
@@ -51,6 +58,7 @@ TEST(ZqBitlockerDump, RefusesEveryNameOfTheVolumesOwnStorage) {
   ASSERT_TRUE(loop.valid() && partitioned.valid());
   // The kernel may have read the table already.
   const std::string sysfs = "/sys/block/" + partitioned.bsdName() + "/" + partitioned.bsdName();
+  const PartitionsRemoved removed{partitioned.devicePath()};
   ASSERT_EQ(RunShell("partx -a " + partitioned.devicePath() + " 2>/dev/null; test -e " + sysfs + "p2/dev"), 0);
   const std::string part1 = NodeFor(folder, "part1", sysfs + "p1/dev");
   const std::string part2 = NodeFor(folder, "part2", sysfs + "p2/dev");

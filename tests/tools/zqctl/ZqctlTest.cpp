@@ -9,11 +9,14 @@
 #include <cmath>
 #include <ctime>
 #include <fstream>
+#include <tuple>
 
 #include "service/ClientInputChecks.h"
 #include "system/ActivityLog.h"
 #include "system/CDevLogs.h"
 #include "tests/support/FileContents.h"
+#include "tests/support/LoopDevice.h"
+#include "tests/support/ProgramRun.h"
 #include "tests/support/ServiceTestEnvironment.h"
 #include "tests/support/TempDir.h"
 #include "tools/zqctl/ZqctlInput.h"
@@ -106,6 +109,40 @@ TEST(ZqctlInputTest, ARelativeStartupKeyBecomesAbsolute) {
       {"", ""},
   };
   for (const auto& c : cases) EXPECT_EQ(CredentialForService(c.typed), c.sent) << c.typed;
+}
+
+// What bash completion offers for the words before the cursor.
+std::string Completions(const std::string& program, const std::string& words) {
+  const ProgramRun run = RunProgram(
+      "/bin/bash", {"-c", "source \"$0\"; COMP_WORDS=($1); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); "
+                          "f=$(complete -p \"${0##*/}\"); f=${f#*-F }; ${f%% *}; "
+                          "printf '%s\\n' \"${COMPREPLY[@]}\" | sort",
+                    std::string(ZQ_COMPLETION_DIR) + "/" + program, words});
+  return run.output;
+}
+
+// Devices are offered for DEVICE, but a loop device with nothing attached
+// is no device to offer.
+TEST(CompletionTest, OffersAttachedLoopDevicesOnly) {
+  const std::string unavailable = LoopDevicesUnavailable();
+  if (!unavailable.empty()) GTEST_SKIP() << unavailable;
+  const TempDir folder;
+  ASSERT_EQ(RunShell("truncate -s 1M " + folder("image")), 0);
+  LoopDevice attached(folder("image"));
+  ASSERT_TRUE(attached.valid());
+  const std::string free = RunProgram("/sbin/losetup", {"-f"}).output;
+  ASSERT_EQ(free.rfind("/dev/loop", 0), 0u) << free;
+  const std::string detached = free.substr(5, free.size() - 6);
+  for (const auto& [program, words, offered] :
+       {std::make_tuple("zqctl", "zqctl check loop", attached.bsdName()),
+        std::make_tuple("zqctl", "zqctl unmount /dev/loop", attached.devicePath()),
+        std::make_tuple("zq-bitlocker", "zq-bitlocker info /dev/loop", attached.devicePath())}) {
+    SCOPED_TRACE(words);
+    const std::string completions = "\n" + Completions(program, words);
+    EXPECT_NE(completions.find("\n" + std::string(offered) + "\n"), std::string::npos) << completions;
+    EXPECT_EQ(completions.find(detached + "\n"), std::string::npos) << completions;
+  }
+  EXPECT_EQ(Completions("zqctl", "zqctl unm"), "unmount\n");
 }
 
 class ZqctlTest : public ServiceTestBase {
