@@ -10,7 +10,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace platform {
 
@@ -29,9 +28,9 @@ std::optional<DeviceGeometry> QueryDeviceGeometry(int fd);
 // a disk has no separate raw device, so this is the block device's own name.
 std::string RawDeviceName(dev_t blockDevice);
 
-// Every block device that shares bytes with `blockDevice`: itself, the
-// whole disk a partition lies on, and the partitions of a whole disk.
-std::vector<dev_t> OverlappingBlockDevices(dev_t blockDevice);
+// The whole disk a partition lies on; nullopt for a device that is no
+// partition, or when it cannot be known.
+std::optional<dev_t> DiskOfPartition(dev_t blockDevice);
 
 // The file a block device takes its bytes from (the backing file of a loop
 // device or a disk image), as that file's device and inode; nullopt when

@@ -28,10 +28,9 @@ std::string RawDeviceName(dev_t blockDevice) {
   return name;
 }
 
-// macOS names a disk and its slices as separate devices without telling
-// here how they nest, and a disk image's backing file is known only to
-// hdiutil: the device stands for itself alone.
-std::vector<dev_t> OverlappingBlockDevices(dev_t blockDevice) { return {blockDevice}; }
+// macOS does not tell here how a disk and its slices nest, and a disk
+// image's backing file is known only to hdiutil: neither is known.
+std::optional<dev_t> DiskOfPartition(dev_t) { return std::nullopt; }
 
 std::optional<std::pair<dev_t, ino_t>> BackingFileOf(dev_t) { return std::nullopt; }
 

@@ -1,6 +1,5 @@
 #include "platform/Devices.h"
 
-#include <dirent.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -39,7 +38,8 @@ std::string RawDeviceName(dev_t blockDevice) {
 namespace {
 
 // The sysfs folder of a block device: /sys/dev/block/MAJOR:MINOR, a link
-// into the device tree where a partition's folder lies inside its disk's.
+// into the device tree where a partition's folder lies inside its disk's
+// and holds a file "partition".
 std::string SysfsFolder(dev_t device) {
   return "/sys/dev/block/" + std::to_string(major(device)) + ":" + std::to_string(minor(device));
 }
@@ -53,29 +53,14 @@ std::optional<dev_t> DeviceNumberIn(const std::string& folder) {
   return makedev(majorNumber, minorNumber);
 }
 
-bool IsPartition(const std::string& folder) { return ::access((folder + "/partition").c_str(), F_OK) == 0; }
-
 }  // namespace
 
-std::vector<dev_t> OverlappingBlockDevices(dev_t blockDevice) {
-  std::vector<dev_t> devices{blockDevice};
+std::optional<dev_t> DiskOfPartition(dev_t blockDevice) {
   char resolved[PATH_MAX];
-  if (::realpath(SysfsFolder(blockDevice).c_str(), resolved) == nullptr) return devices;
-  std::string disk = resolved;
-  if (IsPartition(disk)) {
-    disk.erase(disk.rfind('/'));
-    if (const std::optional<dev_t> whole = DeviceNumberIn(disk)) devices.push_back(*whole);
-  }
-  if (DIR* folder = ::opendir(disk.c_str())) {
-    while (const dirent* entry = ::readdir(folder)) {
-      const std::string child = disk + "/" + entry->d_name;
-      if (entry->d_name[0] == '.' || !IsPartition(child)) continue;
-      const std::optional<dev_t> partition = DeviceNumberIn(child);
-      if (partition && *partition != blockDevice) devices.push_back(*partition);
-    }
-    ::closedir(folder);
-  }
-  return devices;
+  if (::realpath(SysfsFolder(blockDevice).c_str(), resolved) == nullptr) return std::nullopt;
+  std::string folder = resolved;
+  if (::access((folder + "/partition").c_str(), F_OK) != 0) return std::nullopt;
+  return DeviceNumberIn(folder.erase(folder.rfind('/')));
 }
 
 std::optional<std::pair<dev_t, ino_t>> BackingFileOf(dev_t blockDevice) {

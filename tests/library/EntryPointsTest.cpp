@@ -59,8 +59,7 @@ TEST(BitlockerLibrary, TellsWhyAnOpenFailed) {
   std::string why;
   const testimages::Image* image = testimages::FindImage("bitlk-aes-xts-128", &why);
   if (!image) GTEST_SKIP() << why;
-  for (const std::string credential :
-       {"not it", "111112-111111-111111-111111-111111-111111-111111-111111", "111111-111111-111111-111111-111111-111111-111111-111111", ""}) {
+  for (const std::string credential : {"not it", "111112-111111-111111-111111-111111-111111-111111-111111", ""}) {
     SCOPED_TRACE(credential);
     EXPECT_EQ(Open(image->path, credential), bitlocker::kWrongCredential);
     const std::string reason = bitlocker_open_failure();

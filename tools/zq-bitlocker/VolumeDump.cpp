@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -30,24 +29,33 @@ std::atomic<bool> stopAsked{false};
 
 void AskToStop(int) { stopAsked = true; }
 
-// Where a path's bytes are kept: a file by its device and inode, a block
-// device by its device number, each block device that shares bytes with it
-// and each file behind one of those.
+// A file by its device and inode, a block device by its device number.
 using Place = std::pair<char, std::pair<dev_t, ino_t>>;
 
+Place PlaceOf(const struct stat& info) {
+  if (S_ISBLK(info.st_mode)) return {'b', {info.st_rdev, 0}};
+  return {'f', {info.st_dev, info.st_ino}};
+}
+
+// Where the bytes of a path lie: the path itself, the disk of a partition,
+// and the file behind either.
 std::set<Place> StorageOf(const struct stat& info) {
-  if (!S_ISBLK(info.st_mode)) return {{'f', {info.st_dev, info.st_ino}}};
-  std::set<Place> places;
-  for (const dev_t device : platform::OverlappingBlockDevices(info.st_rdev)) {
+  std::set<Place> places{PlaceOf(info)};
+  if (!S_ISBLK(info.st_mode)) return places;
+  std::vector<dev_t> devices{info.st_rdev};
+  if (const std::optional<dev_t> disk = platform::DiskOfPartition(info.st_rdev)) devices.push_back(*disk);
+  for (const dev_t device : devices) {
     places.insert({'b', {device, 0}});
     if (const auto file = platform::BackingFileOf(device)) places.insert({'f', *file});
   }
   return places;
 }
 
+// Two partitions of one disk share its storage without sharing bytes, so
+// each path is looked for in the other's storage rather than the two
+// storages compared.
 bool SharesStorage(const struct stat& a, const struct stat& b) {
-  const std::set<Place> first = StorageOf(a), second = StorageOf(b);
-  return std::any_of(first.begin(), first.end(), [&](const Place& place) { return second.count(place) > 0; });
+  return StorageOf(a).count(PlaceOf(b)) > 0 || StorageOf(b).count(PlaceOf(a)) > 0;
 }
 
 // A regular file is written under a temporary name beside it and renamed
@@ -92,7 +100,7 @@ int DumpVolume(CUnlockedVolume& volume, const DumpTarget& target, ProgressStyle 
     if (fd < 0) return Fail(Status::kIoError, target.output, std::strerror(errno));
   } else if (!target.output.empty()) {
     written = target.output + ".partial-XXXXXX";
-    fd = ::mkostemp(written.data(), O_CLOEXEC);
+    fd = ::mkstemp(written.data());
     if (fd < 0) return Fail(Status::kIoError, target.output, std::strerror(errno));
   }
   struct sigaction stop = {}, savedInt, savedTerm;

@@ -96,19 +96,12 @@ TEST(ZqctlInputTest, MountPointsBecomeTheWordTheServiceTakes) {
 // folder, so a relative one must reach them whole; nothing else changes.
 TEST(ZqctlInputTest, ARelativeStartupKeyBecomesAbsolute) {
   const TempDir folder;
-  ASSERT_EQ(RunShell("mkdir '" + folder("keys") + "' && touch '" + folder("keys/k.BEK") + "'"), 0);
+  ASSERT_EQ(RunShell("mkdir " + folder("keys") + " && touch " + folder("keys/k.BEK")), 0);
   ASSERT_EQ(chdir(folder.path().c_str()), 0);
-  const struct {
-    std::string typed, sent;
-  } cases[] = {
-      {"keys/k.BEK", folder("keys/k.BEK")},
-      {"./keys/k.BEK", folder("keys/k.BEK")},
-      {folder("keys/k.BEK"), folder("keys/k.BEK")},
-      {"keys", "keys"},
-      {"my password", "my password"},
-      {"", ""},
-  };
-  for (const auto& c : cases) EXPECT_EQ(CredentialForService(c.typed), c.sent) << c.typed;
+  for (const std::string& typed : {std::string("keys/k.BEK"), std::string("./keys/k.BEK"), folder("keys/k.BEK")})
+    EXPECT_EQ(CredentialForService(typed), folder("keys/k.BEK")) << typed;
+  for (const std::string typed : {"keys", "my password", ""}) EXPECT_EQ(CredentialForService(typed), typed);
+  ASSERT_EQ(chdir("/"), 0);
 }
 
 // What bash completion offers for the words before the cursor.
