@@ -63,9 +63,9 @@ ZQ_BITLOCKER_API int open_bitlocker_device(const char* rawDevice, const char* cr
                                            IVolume** volume);
 
 // Why the calling thread's last open_bitlocker_device failed, in a few
-// words ("bad recovery password checksum", "the volume has no password
-// protector"); empty when it did not fail or the status says it all.
-// Valid until the thread's next call.
+// words ("the password does not open the volume", "the volume has no clear
+// key protector"), naming no startup key file; empty when it did not fail
+// or the status says it all.  Valid until the thread's next call.
 ZQ_BITLOCKER_API const char* bitlocker_open_failure(void);
 
 }  // extern "C"

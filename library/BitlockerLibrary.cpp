@@ -21,9 +21,17 @@ int OpenDevice(const char* rawDevice, const char* credential, IVolume** volume) 
   if (status != bitlocker::Status::kOk) return status;
 
   std::unique_ptr<bitlocker::CUnlockedVolume> unlocked;
-  status = locked->Unlock(bitlocker::Credential::FromText(credential ? credential : ""), &unlocked,
-                          &why);
-  if (status != bitlocker::Status::kOk) return status;
+  const bitlocker::Credential given = bitlocker::Credential::FromText(credential ? credential : "");
+  status = locked->Unlock(given, &unlocked, &why);
+  if (status != bitlocker::Status::kOk) {
+    // The reason goes into logs, which must not name the credential, not
+    // even a startup key file's path.
+    const std::string& text = given.text();
+    const bool named = given.kind() == bitlocker::Credential::Kind::kStartupKeyFile;
+    for (size_t at; named && (at = why.find(text)) != std::string::npos;)
+      why.replace(at, text.size(), "(the file given)");
+    return status;
+  }
   *volume = unlocked.release();
   return bitlocker::kOk;
 }

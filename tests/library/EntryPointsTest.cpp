@@ -54,7 +54,8 @@ TEST(BitlockerLibrary, TellsTheCredentialFromItsTextAndReportsEachFailure) {
 }
 
 // Why a credential failed reaches the library's caller in the words
-// zq-bitlocker uses for it; an open that works leaves no reason behind.
+// zq-bitlocker uses for it, never naming a startup key file; an open that
+// works leaves no reason behind.
 TEST(BitlockerLibrary, TellsWhyAnOpenFailed) {
   std::string why;
   const testimages::Image* image = testimages::FindImage("bitlk-aes-xts-128", &why);
@@ -67,6 +68,9 @@ TEST(BitlockerLibrary, TellsWhyAnOpenFailed) {
     EXPECT_EQ(RunProgram(ZQ_TOOL_FILE, {"verify", image->path}, credential + "\n").errors,
               "zq-bitlocker: " + image->path + ": wrong credential: " + reason + "\n");
   }
+  const std::string key = testimages::WriteScratchFile("not-a-key.BEK", {1, 2, 3});
+  EXPECT_EQ(Open(image->path, key), bitlocker::kWrongCredential);
+  EXPECT_EQ(std::string(bitlocker_open_failure()).find(key), std::string::npos) << "logs would name the credential";
   EXPECT_EQ(Open(image->path, image->password), bitlocker::kOk);
   EXPECT_STREQ(bitlocker_open_failure(), "");
 }
