@@ -154,6 +154,10 @@ std::string MissingOperand(const Subcommand& sub, size_t given) {
 }  // namespace
 
 bool ParseZqctlArguments(const std::vector<std::string>& arguments, ZqctlRequest* request, std::string* error) {
+  // A usage error is told in JSON too when --json is among the options,
+  // even after the word that is wrong.
+  for (size_t j = 0; j < arguments.size() && arguments[j].rfind("-", 0) == 0; ++j)
+    request->json = request->json || arguments[j] == "--json";
   size_t i = 0;
   for (; i < arguments.size() && arguments[i].size() > 1 && arguments[i][0] == '-'; ++i) {
     const std::string& option = arguments[i];

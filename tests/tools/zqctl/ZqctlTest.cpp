@@ -228,9 +228,9 @@ TEST_F(ZqctlTest, EachAnswerAndRefusalNamesItsCause) {
           {"--json explore loop0", "",
            {2, "{\"subcommand\":\"explore\",\"client\":\"MainUI\",\"device\":\"loop0\",\"ok\":false,\"status\":2,"
                "\"message\":\"no credential could be read from standard input\"}\n"}},
-          {"--json frobnicate", "",
-           {2, "{\"subcommand\":\"frobnicate\",\"client\":\"MainUI\",\"ok\":false,\"status\":2,\"message\":"
-               "\"unknown subcommand 'frobnicate'\\n" + kUsageLine.substr(0, kUsageLine.size() - 1) + "\"}\n"}},
+          {"--bogus --json", "",
+           {2, "{\"subcommand\":\"\",\"client\":\"MainUI\",\"ok\":false,\"status\":2,\"message\":"
+               "\"unknown option '--bogus'\\n" + kUsageLine.substr(0, kUsageLine.size() - 1) + "\"}\n"}},
           {"unmount loop0", "", {1, "zqctl: loop0: not unmounted: it was not mounted\n"}},
           {"unmount /dev/loop0", "",
            {1, "zqctl: loop0: not unmounted: not a BitLocker volume, and only those are unmounted\n"}, "rm is_bitlocker"},
