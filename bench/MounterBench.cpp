@@ -89,7 +89,8 @@ std::optional<double> ReadPass(int fd, uint64_t size) {
 std::optional<double> LibraryPass(const std::string& mounter, const std::string& image, const std::string& credential) {
   SetMainBundlePath(mounter.substr(0, mounter.rfind("/Contents/MacOS/")));
   std::unique_ptr<IVolume> volume;
-  if (OpenPackageVolume(image, credential, &volume) != bitlocker::kOk) return std::nullopt;
+  std::string why;
+  if (OpenPackageVolume(image, credential, &volume, &why) != bitlocker::kOk) return std::nullopt;
   return MeasureReadThroughput(
       [&volume](uint64_t offset, void* buffer, size_t length) { return volume->Read(offset, buffer, length); },
       volume->Size());

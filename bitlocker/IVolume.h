@@ -1,7 +1,7 @@
 // The interface of the package's BitLocker library, "libBitLockerWapper.dylib".
 //
 // The service loads the library at run time and calls the two entry points
-// below.  A volume that the library opens is handed over as an IVolume; the
+// below; the mounter also asks the third why an open failed.  A volume that the library opens is handed over as an IVolume; the
 // receiver deletes it, which releases everything and wipes its keys.
 #ifndef ZQ_BITLOCKER_IVOLUME_H_
 #define ZQ_BITLOCKER_IVOLUME_H_
@@ -42,7 +42,7 @@ class IVolume {
   virtual int Flush() = 0;
 };
 
-// The entry points are the library's only exported symbols; everything
+// These are the library's only exported symbols; everything
 // else in it is built with hidden visibility.
 #define ZQ_BITLOCKER_API __attribute__((visibility("default")))
 
@@ -61,6 +61,12 @@ ZQ_BITLOCKER_API bool is_bitlocker_drive(const char* rawDevice);
 // that says why not.
 ZQ_BITLOCKER_API int open_bitlocker_device(const char* rawDevice, const char* credential,
                                            IVolume** volume);
+
+// Why the calling thread's last open_bitlocker_device failed, in a few
+// words ("the password does not open the volume", "the volume has no clear
+// key protector"), naming no startup key file; empty when it did not fail
+// or the status says it all.  Valid until the thread's next call.
+ZQ_BITLOCKER_API const char* bitlocker_open_failure(void);
 
 }  // extern "C"
 

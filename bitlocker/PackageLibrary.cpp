@@ -39,3 +39,8 @@ OpenBitlockerDeviceFunction PackageOpenBitlockerDevice() {
   static std::atomic<OpenBitlockerDeviceFunction> lpfn{nullptr};
   return Resolved(&lpfn, "open_bitlocker_device");
 }
+
+OpenFailureFunction PackageOpenFailure() {
+  static std::atomic<OpenFailureFunction> lpfn{nullptr};
+  return Resolved(&lpfn, "bitlocker_open_failure");
+}

@@ -1,5 +1,5 @@
 // The package's BitLocker library, "libBitLockerWapper.dylib" in the
-// running program's bundle, and its two entry points.  This is the one
+// running program's bundle, and its entry points.  This is the one
 // place that loads it: the detection and explorer commands of the service
 // and the mounter all come here.
 //
@@ -15,11 +15,13 @@
 
 using IsBitlockerDriveFunction = bool (*)(const char* rawDevice);
 using OpenBitlockerDeviceFunction = int (*)(const char* rawDevice, const char* credential, IVolume** volume);
+using OpenFailureFunction = const char* (*)();
 
 // The library's path: the main bundle's path and its fixed place in it.
 std::string PackageLibraryPath();
 
 IsBitlockerDriveFunction PackageIsBitlockerDrive();
 OpenBitlockerDeviceFunction PackageOpenBitlockerDevice();
+OpenFailureFunction PackageOpenFailure();
 
 #endif  // ZQ_BITLOCKER_PACKAGELIBRARY_H_

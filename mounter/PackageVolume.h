@@ -9,7 +9,9 @@
 
 // Opens `rawDevice` with `credential`.  Returns bitlocker::kOk with *volume
 // set when it opened, kMounterNoLibrary when the library or its entry
-// point is missing, otherwise the library's status.
-int OpenPackageVolume(const std::string& rawDevice, const std::string& credential, std::unique_ptr<IVolume>* volume);
+// point is missing, otherwise the library's status with the library's
+// reason in *why (empty when it gives none).
+int OpenPackageVolume(const std::string& rawDevice, const std::string& credential, std::unique_ptr<IVolume>* volume,
+                      std::string* why);
 
 #endif  // ZQ_MOUNTER_PACKAGEVOLUME_H_

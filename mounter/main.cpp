@@ -110,10 +110,12 @@ int main(int argc, char** argv) {
 
   CCallerReport caller = CCallerReport::Detach();
   std::unique_ptr<IVolume> volume;
-  const int opened = OpenPackageVolume(request.rawDevice, *credential, &volume);
+  std::string why;
+  const int opened = OpenPackageVolume(request.rawDevice, *credential, &volume, &why);
   WipeCredential(&*credential);
   if (opened != bitlocker::kOk) {
-    const std::string report = std::string(DescribeMounterStatus(opened)) + ": " + request.rawDevice;
+    const std::string report =
+        std::string(DescribeMounterStatus(opened)) + ": " + request.rawDevice + (why.empty() ? "" : ": " + why);
     logRun(opened, report);
     caller.Send(opened, report);
     return opened;

@@ -1,5 +1,6 @@
-// Disk devices: their size and block size, whether they take writes, and
-// the raw device that belongs to a block device.
+// Disk devices: their size and block size, whether they take writes, the
+// raw device that belongs to a block device, and where a device's bytes
+// are stored.
 #ifndef ZQ_PLATFORM_DEVICES_H_
 #define ZQ_PLATFORM_DEVICES_H_
 
@@ -8,6 +9,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace platform {
 
@@ -25,6 +27,15 @@ std::optional<DeviceGeometry> QueryDeviceGeometry(int fd);
 // block device with this device number; empty when there is none.  On Linux
 // a disk has no separate raw device, so this is the block device's own name.
 std::string RawDeviceName(dev_t blockDevice);
+
+// The whole disk a partition lies on; nullopt for a device that is no
+// partition, or when it cannot be known.
+std::optional<dev_t> DiskOfPartition(dev_t blockDevice);
+
+// The file a block device takes its bytes from (the backing file of a loop
+// device or a disk image), as that file's device and inode; nullopt when
+// it has none or it cannot be known.
+std::optional<std::pair<dev_t, ino_t>> BackingFileOf(dev_t blockDevice);
 
 }  // namespace platform
 

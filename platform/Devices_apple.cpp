@@ -28,4 +28,10 @@ std::string RawDeviceName(dev_t blockDevice) {
   return name;
 }
 
+// macOS does not tell here how a disk and its slices nest, and a disk
+// image's backing file is known only to hdiutil: neither is known.
+std::optional<dev_t> DiskOfPartition(dev_t) { return std::nullopt; }
+
+std::optional<std::pair<dev_t, ino_t>> BackingFileOf(dev_t) { return std::nullopt; }
+
 }  // namespace platform

@@ -1,11 +1,13 @@
 #include "util/CredentialInput.h"
 
 #include <openssl/crypto.h>
+#include <signal.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
+#include <iterator>
 
 namespace {
 
@@ -29,6 +31,19 @@ std::optional<std::string> ReadLine(int fd) {
   return line;
 }
 
+// The terminal's settings before the prompt, for a signal that ends the
+// process while echo is off: the shell that started it may not restore
+// them (dash does not).
+termios beforePrompt;
+constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+void RestoreAndEnd(int signal) {
+  ::tcsetattr(STDIN_FILENO, TCSANOW, &beforePrompt);
+  [[maybe_unused]] const ssize_t ended = ::write(STDERR_FILENO, "\n", 1);
+  ::signal(signal, SIG_DFL);
+  ::raise(signal);
+}
+
 }  // namespace
 
 std::optional<std::string> ReadCredential(const char* prompt) {
@@ -38,13 +53,20 @@ std::optional<std::string> ReadCredential(const char* prompt) {
   std::fflush(stderr);
   termios saved;
   bool restore = ::tcgetattr(STDIN_FILENO, &saved) == 0;
+  struct sigaction ending = {}, previous[std::size(kEndingSignals)];
   if (restore) {
+    beforePrompt = saved;
+    ending.sa_handler = RestoreAndEnd;
+    for (size_t i = 0; i < std::size(kEndingSignals); ++i) ::sigaction(kEndingSignals[i], &ending, &previous[i]);
     termios quiet = saved;
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
   }
   auto line = ReadLine(STDIN_FILENO);
-  if (restore) ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
+  if (restore) {
+    ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
+    for (size_t i = 0; i < std::size(kEndingSignals); ++i) ::sigaction(kEndingSignals[i], &previous[i], nullptr);
+  }
   std::fprintf(stderr, "\n");
   return line;
 }

@@ -7,7 +7,9 @@
 #include <string>
 
 // With a terminal on standard input, asks on standard error with `prompt`
-// and echo off; otherwise reads the first line of standard input.  The line
+// and echo off, turned back on should SIGINT, SIGTERM, SIGHUP or SIGQUIT
+// end the process meanwhile; otherwise reads the first line of standard
+// input.  The line
 // end is dropped; an empty line is the empty credential.  nullopt when not
 // even that could be read.
 std::optional<std::string> ReadCredential(const char* prompt);

@@ -1,4 +1,4 @@
-// The library's two entry points, as the service calls them, and the
+// The library's entry points, as the service and the mounter call them, and the
 // zq-bitlocker tool as people and scripts use it: the credential on
 // standard input, the result in the exit status.
 #include <dlfcn.h>
@@ -53,6 +53,28 @@ TEST(BitlockerLibrary, TellsTheCredentialFromItsTextAndReportsEachFailure) {
   EXPECT_FALSE(is_bitlocker_drive(nullptr));
 }
 
+// Why a credential failed reaches the library's caller in the words
+// zq-bitlocker uses for it, never naming a startup key file; an open that
+// works leaves no reason behind.
+TEST(BitlockerLibrary, TellsWhyAnOpenFailed) {
+  std::string why;
+  const testimages::Image* image = testimages::FindImage("bitlk-aes-xts-128", &why);
+  if (!image) GTEST_SKIP() << why;
+  for (const std::string credential : {"not it", "111112-111111-111111-111111-111111-111111-111111-111111", ""}) {
+    SCOPED_TRACE(credential);
+    EXPECT_EQ(Open(image->path, credential), bitlocker::kWrongCredential);
+    const std::string reason = bitlocker_open_failure();
+    EXPECT_FALSE(reason.empty());
+    EXPECT_EQ(RunProgram(ZQ_TOOL_FILE, {"verify", image->path}, credential + "\n").errors,
+              "zq-bitlocker: " + image->path + ": wrong credential: " + reason + "\n");
+  }
+  const std::string key = testimages::WriteScratchFile("not-a-key.BEK", {1, 2, 3});
+  EXPECT_EQ(Open(image->path, key), bitlocker::kWrongCredential);
+  EXPECT_EQ(std::string(bitlocker_open_failure()).find(key), std::string::npos) << "logs would name the credential";
+  EXPECT_EQ(Open(image->path, image->password), bitlocker::kOk);
+  EXPECT_STREQ(bitlocker_open_failure(), "");
+}
+
 TEST(ZqBitlockerTool, VerifiesInformsAndDumpsWithTheCredentialOnStandardInput) {
   std::string why;
   const testimages::Image* xts = testimages::FindImage("bitlk-aes-xts-128", &why);
@@ -81,7 +103,7 @@ TEST(ZqBitlockerTool, VerifiesInformsAndDumpsWithTheCredentialOnStandardInput) {
       // A dump never destroys its own volume, another file unasked, or a terminal.
       {{"dump", "--output", out, xts->path}, xts->password + "\n", 64, "exists: give --force"},
       {{"dump", "--output", out, "--force", xts->path}, xts->password + "\n", 0, ""},
-      {{"dump", "--output", xts->path, "--force", xts->path}, xts->password + "\n", 64, "is the volume itself"},
+      {{"dump", "--output", xts->path, "--force", xts->path}, xts->password + "\n", 64, "is where the volume itself is stored"},
       {{"-qec", std::string(ZQ_TOOL_FILE) + " dump --kind clear-key " + xts->path, "/dev/null"}, "", 64,
        "standard output is a terminal"},
   };
@@ -100,7 +122,8 @@ TEST(ZqBitlockerTool, VerifiesInformsAndDumpsWithTheCredentialOnStandardInput) {
 TEST(BitlockerLibrary, ExportsOnlyItsEntryPoints) {
   void* library = ::dlopen(ZQ_LIBRARY_FILE, RTLD_NOW | RTLD_LOCAL);
   ASSERT_TRUE(library) << ::dlerror();
-  EXPECT_TRUE(::dlsym(library, "is_bitlocker_drive") && ::dlsym(library, "open_bitlocker_device"));
+  EXPECT_TRUE(::dlsym(library, "is_bitlocker_drive") && ::dlsym(library, "open_bitlocker_device") &&
+              ::dlsym(library, "bitlocker_open_failure"));
   // bitlocker::CBitlockerVolume::IsBitlocker(const std::string&), an engine function inside.
   EXPECT_FALSE(::dlsym(library, "_ZN9bitlocker16CBitlockerVolume11IsBitlockerERKNSt7__cxx1112basic_stringIcSt11char_"
                                 "traitsIcESaIcEEE"));

@@ -204,23 +204,29 @@ TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
       << "others may use it";
 }
 
-// zqctl tells the mount in the mounter's words and the mount table's, lists
-// it in its status, and tells what check then unmounted.
-TEST_F(MountEndToEndTest, ZqctlTellsTheMountAndWhatCheckUnmounted) {
+// zqctl tells the mount in the mounter's words and the mount table's (a
+// failed one with the library's reason), lists it in its status, and tells
+// what unmount and check unmounted.
+TEST_F(MountEndToEndTest, ZqctlTellsTheMountAndWhatUnmountAndCheckUnmounted) {
   ZQ_REQUIRE_IMAGES(images);
   const testimages::Image& image = images->front();
   LoopDevice loop(image.path, 0, true);
   ASSERT_TRUE(loop.valid());
   const std::string name = loop.bsdName();
-  EXPECT_EQ(Zqctl({"mount", name, mountPoint_, "raw"}, "not it\n"),
+  EXPECT_EQ(Zqctl({"mount", name, mountPoint_, "raw"}, "111112-111111-111111-111111-111111-111111-111111-111111\n"),
             std::make_pair(1, "zqctl: mount of " + name + " at " + mountPoint_ +
                                   " failed: wrong credential (2); the mounter said: wrong credential: " +
-                                  loop.devicePath() + "\n"));
+                                  loop.devicePath() +
+                                  ": not a valid recovery password: each group of six digits must be a multiple of "
+                                  "11 below 720896\n"));
   EXPECT_EQ(Zqctl({"mount", name, mountPoint_, "raw"}, image.recoveryPassword + "\n"),
             std::make_pair(0, name + " at " + mountPoint_ + ": mounted read-only: the device is read-only\n"));
   const std::string status = Zqctl({"status"}).second;
   EXPECT_NE(status.find("\n  " + loop.devicePath() + " at " + mountPoint_ + ": read-only, since "), std::string::npos)
       << status;
+  EXPECT_EQ(Zqctl({"unmount", mountPoint_}), std::make_pair(0, name + ": unmounted from " + mountPoint_ + "\n"));
+  EXPECT_EQ(Zqctl({"unmount", name}), std::make_pair(1, "zqctl: " + name + ": not unmounted: it was not mounted\n"));
+  ASSERT_EQ(Zqctl({"mount", name, mountPoint_, "raw"}, image.recoveryPassword + "\n").first, 0);
   EXPECT_EQ(Zqctl({"check", loop.devicePath()}),
             std::make_pair(0, name + ": BitLocker volume; unmounted it from " + mountPoint_ + "\n"));
 }

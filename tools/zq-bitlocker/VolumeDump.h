@@ -16,11 +16,16 @@ struct DumpTarget {
 
 // Why a dump may not go where it is asked to, or the empty string.  Checked
 // before anything is read or written: a dump must never destroy its own
-// volume, another file unasked, or a terminal.
+// volume (the same file or device under any name, the file behind a loop
+// device, the disk of a partition or a partition of the disk), another
+// file unasked, or a terminal.
 std::string DumpRefusal(const DumpTarget& target);
 
 // Writes every byte of `volume` to the target, telling its progress on
-// standard error in `style`.  Returns 0, or the status it reported.
+// standard error in `style`.  A file output appears under its name only
+// once whole.  SIGINT or SIGTERM stops the dump: it says after how many
+// bytes and returns 130, leaving no file behind.  Returns 0, or the status
+// it reported.
 int DumpVolume(bitlocker::CUnlockedVolume& volume, const DumpTarget& target, ProgressStyle style);
 
 #endif  // ZQ_TOOLS_ZQ_BITLOCKER_VOLUMEDUMP_H_

@@ -76,6 +76,19 @@ std::string JoinedPaths(const std::vector<std::string>& paths) {
   return joined;
 }
 
+// unmount rides on check, whose service unmounts a BitLocker volume
+// wherever it is mounted and leaves any other device alone.
+ZqctlOutcome DescribeUnmount(const std::string& device, const ZqctlOutcome& checked, const ZqctlObservation& seen) {
+  if (checked.status != kZqctlSuccess)
+    return {kZqctlFailure, device + ": not unmounted: " + checked.message + ", and only those are unmounted"};
+  if (!seen.stillMounted.empty())
+    return {kZqctlFailure, device + ": still mounted at " + JoinedPaths(seen.stillMounted) +
+                               " (something there is in use)" +
+                               (seen.unmounted.empty() ? "" : "; unmounted from " + JoinedPaths(seen.unmounted))};
+  if (seen.unmounted.empty()) return {kZqctlFailure, device + ": not unmounted: it was not mounted"};
+  return {kZqctlSuccess, device + ": unmounted from " + JoinedPaths(seen.unmounted)};
+}
+
 }  // namespace
 
 ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapper<char>& answer,
@@ -88,6 +101,7 @@ ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapp
   const ZqctlOutcome& worded = *found;
   switch (command) {
     case eCOMMAND_BITLOCKER_CHECK:
+      if (request.subcommand == "unmount") return DescribeUnmount(request.device, worded, seen);
       return {worded.status, TextOf(answer) + ": " + worded.message +
                                  (seen.unmounted.empty() ? "" : "; unmounted it from " + JoinedPaths(seen.unmounted))};
     case eCOMMAND_BITLOCKER_MOUNT: {
@@ -106,14 +120,18 @@ ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapp
   }
 }
 
-ZqctlOutcome DescribeStartup(bool on, const StartupItemsState& before, const StartupItemsState& after) {
+ZqctlOutcome DescribeStartup(bool on, bool bundleThere, const StartupItemsState& before,
+                             const StartupItemsState& after) {
   if (!on) {
-    if (after.daemon || after.agent) return {kZqctlFailure, "startup off: the startup items are still there"};
+    if (after.daemon || after.agent) return {kZqctlFailure, "startup off: the startup items are still there", false};
     return {kZqctlSuccess, before.daemon || before.agent ? "startup off: startup items removed"
                                                          : "startup off: there were no startup items"};
   }
   if (!after.agent || after.agent == before.agent)
-    return {kZqctlFailure, "startup on: the startup items did not change: see /tmp/zqlog.log"};
+    return {kZqctlFailure, "startup on: the startup items did not change: see /tmp/zqlog.log", false};
+  if (!bundleThere)
+    return {kZqctlFailure, "startup on: the bundle is not there; the login item was written all the same and points "
+                           "at nothing, no boot-time item was written (zqctl startup off removes it)"};
   if (after.daemon && after.daemon != before.daemon)
     return {kZqctlSuccess, "startup on: boot-time item and login item written"};
   return {kZqctlSuccess,
@@ -126,7 +144,7 @@ std::string AnswerJson(const ZqctlRequest& request, const CCommandDataWrapper<ch
   std::string json = "{\"subcommand\":" + JsonQuoted(request.subcommand) + ",\"client\":" +
                      JsonQuoted(request.channel.name);
   if (!request.device.empty()) json += ",\"device\":" + JsonQuoted(request.device);
-  if (!request.mountPoint.empty()) json += ",\"mountPoint\":" + JsonQuoted(request.mountPoint);
+  if (!request.mountPoint.empty()) json += ",\"mount_point\":" + JsonQuoted(request.mountPoint);
   if (answer != nullptr)
     json += ",\"result\":" + std::to_string(answer->reply.result) + ",\"text\":" + JsonQuoted(TextOf(*answer));
   json += ",\"ok\":" + std::string(outcome.status == kZqctlSuccess ? "true" : "false") +
@@ -136,6 +154,11 @@ std::string AnswerJson(const ZqctlRequest& request, const CCommandDataWrapper<ch
     std::string paths;
     for (const std::string& path : seen.unmounted) paths += (paths.empty() ? "" : ",") + JsonQuoted(path);
     json += ",\"unmounted\":[" + paths + "]";
+  }
+  if (request.subcommand == "unmount" && !seen.stillMounted.empty()) {
+    std::string paths;
+    for (const std::string& path : seen.stillMounted) paths += (paths.empty() ? "" : ",") + JsonQuoted(path);
+    json += ",\"still_mounted\":[" + paths + "]";
   }
   return json + "}";
 }

@@ -15,6 +15,7 @@
 struct ZqctlOutcome {
   int status;           // a ZqctlStatus
   std::string message;  // one line for a person
+  bool settled = true;  // startup: false while the items may still change
 };
 
 // What zqctl saw on the machine around a request.
@@ -22,6 +23,7 @@ struct ZqctlObservation {
   std::optional<Activity> activity;     // mount: the mounter's line for this request
   std::optional<bool> readOnly;         // mount: how the mount point is mounted now
   std::vector<std::string> unmounted;   // check: mount points of the device gone since the request
+  std::vector<std::string> stillMounted;  // check: mount points of the device after the answer
 };
 
 // Judges the answer record the service sent to `request`: the answer code
@@ -31,8 +33,10 @@ ZqctlOutcome DescribeAnswer(const ZqctlRequest& request, const CCommandDataWrapp
                             const ZqctlObservation& seen);
 
 // Judges a startup request by its items before and after: `on` must have
-// written the login item anew, `off` left neither item.
-ZqctlOutcome DescribeStartup(bool on, const StartupItemsState& before, const StartupItemsState& after);
+// written the login item anew, `off` left neither item.  `on` for a bundle
+// that is not there fails, saying what was written all the same.
+ZqctlOutcome DescribeStartup(bool on, bool bundleThere, const StartupItemsState& before,
+                             const StartupItemsState& after);
 
 // One JSON object for an answer or an outcome.
 std::string AnswerJson(const ZqctlRequest& request, const CCommandDataWrapper<char>* answer,

@@ -84,13 +84,23 @@ bool CheckMountOptions(const std::string& options, std::string* error) {
   for (std::string option; std::getline(list, option, ',');) {
     const size_t equals = option.find('=');
     const std::string key = option.substr(0, equals), value = equals == std::string::npos ? "" : option.substr(equals + 1);
-    const bool known = option == "raw" || option == "ro" ||
-                       ((key == "uid" || key == "gid") && IsNumber(value, 10, 0xFFFFFFFEul)) ||
-                       (key == "umask" && IsNumber(value, 8, 0777));
-    if (!known && !option.empty()) {
+    const bool owner = key == "uid" || key == "gid";
+    if (equals != std::string::npos && (owner || key == "umask")) {
+      if (owner ? IsNumber(value, 10, 0xFFFFFFFEul) : IsNumber(value, 8, 0777)) continue;
+      *error = "bad value in mount option '" + option + "': " + key +
+               (owner ? " takes a whole number from 0 to 4294967294" : " takes an octal number from 0 to 777");
+      return false;
+    }
+    if (option != "raw" && option != "ro" && !option.empty()) {
       *error = "unknown mount option '" + option + "' (known: raw, ro, uid=N, gid=N, umask=OOO)";
       return false;
     }
   }
   return true;
+}
+
+std::string CredentialForService(const std::string& typed) {
+  struct stat info;
+  if (typed.empty() || typed[0] == '/' || stat(typed.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return typed;
+  return AbsolutePath(typed);
 }

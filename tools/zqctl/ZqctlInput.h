@@ -27,6 +27,12 @@ bool CheckMountPoint(const std::string& typed, std::string* path, std::string* w
 std::string ShellWordOf(const std::string& path);
 
 // OPTIONS: a comma-separated list of raw, ro, uid=N, gid=N and umask=OOO.
+// A known option with a bad value is named as such.
 bool CheckMountOptions(const std::string& options, std::string* error);
+
+// The credential as the service is to get it: a startup key file named
+// from the current folder becomes its absolute path, since the mounter
+// and the explorer run elsewhere; any other credential stays as typed.
+std::string CredentialForService(const std::string& typed);
 
 #endif  // ZQ_TOOLS_ZQCTL_ZQCTLINPUT_H_

@@ -109,6 +109,21 @@ std::vector<std::string> MountPointsOf(const std::string& name) {
   return points;
 }
 
+std::string DeviceMountedAt(const std::string& mountPoint) {
+  std::string source;
+  if (const std::optional<MounterVolume> volume = MounterVolumeAt(mountPoint)) {
+    source = volume->device;
+  } else if (const std::optional<MountEntry> top = TopMountAt(platform::ReadMountTable(), mountPoint)) {
+    source = top->source;
+  }
+  if (source.rfind("/dev/", 0) != 0) return "";
+  std::string name = source.substr(5);
+  // A raw device's name (macOS's rdisk2s1) stands for its block device's.
+  struct stat info;
+  if (name[0] == 'r' && (stat(source.c_str(), &info) != 0 || !S_ISBLK(info.st_mode))) name.erase(0, 1);
+  return name;
+}
+
 std::optional<MounterVolume> MounterVolumeAt(const std::string& mountPoint) {
   for (const MounterVolume& volume : MounterVolumes())
     if (volume.mountPoint == mountPoint) return volume;

@@ -50,6 +50,11 @@ std::vector<MounterVolume> MounterVolumes();
 // mounter serves from it.
 std::vector<std::string> MountPointsOf(const std::string& name);
 
+// The name under /dev of the device whose volume is mounted at
+// `mountPoint`, by the mounter or straight from the device; empty when
+// none is.
+std::string DeviceMountedAt(const std::string& mountPoint);
+
 // The mounter's volume at `mountPoint`, if there is one.
 std::optional<MounterVolume> MounterVolumeAt(const std::string& mountPoint);
 

@@ -7,6 +7,7 @@
 
 #include "Include/CPipeDataWrapper.h"
 #include "tools/zqctl/ZqctlInput.h"
+#include "tools/zqctl/ZqctlMachine.h"
 
 namespace {
 
@@ -27,6 +28,10 @@ const std::map<std::string, Subcommand>& Subcommands() {
       {"check", {eCOMMAND_BITLOCKER_CHECK, 1, 1, "check DEVICE",
                  "Asks whether DEVICE (loop3 or /dev/loop3, disk2s1 on macOS) holds a BitLocker\n"
                  "volume; the service unmounts a BitLocker volume, and zqctl says what it unmounted."}},
+      {"unmount", {eCOMMAND_BITLOCKER_CHECK, 1, 1, "unmount DEVICE|MOUNT_POINT",
+                   "Asks the service to unmount the BitLocker volume on DEVICE, or the one mounted at\n"
+                   "MOUNT_POINT (a relative path is taken from the current folder), wherever it is\n"
+                   "mounted, and says where it was unmounted from, or why it was not."}},
       {"mount", {eCOMMAND_BITLOCKER_MOUNT, 3, 2, "mount DEVICE MOUNT_POINT [OPTIONS]",
                  "Unmounts DEVICE and starts the mounter on it. MOUNT_POINT is a path below /media,\n"
                  "/run/media or /mnt (/Volumes on macOS), typed as it is: blanks and any script are\n"
@@ -39,7 +44,7 @@ const std::map<std::string, Subcommand>& Subcommands() {
       {"startup", {eCOMMAND_SET_STARTUP, 2, 1, "startup on BUNDLE | startup off",
                    "Writes (on) or removes (off) the items that start the service at boot and\n"
                    "the main application at login, and checks that they changed. BUNDLE is the\n"
-                   "application bundle's path."}},
+                   "application bundle's path; a BUNDLE that is not there ends with status 1."}},
       {"to-explorer", {eCOMMAND_TO_FILE_EXPLORER, 1, 1, "to-explorer BYTE",
                        "Passes BYTE (0-255, or one character) on to the FileExplorer client."}},
       {"to-main", {eCOMMAND_TO_MAIN_UI, 1, 1, "to-main BYTE", "Passes BYTE (0-255, or one character) on to the MainUI client."}},
@@ -94,8 +99,17 @@ bool FillRecord(const Subcommand& sub, ZqctlRequest* request, std::string* error
   std::string word;
   switch (sub.type) {
     case eCOMMAND_BITLOCKER_CHECK:
-      return CheckDevice(operands[0], &request->device, error) &&
-             CopyField(record.check.deviceName, request->device, "DEVICE", error);
+      if (request->subcommand == "unmount" && !CheckDevice(operands[0], &request->device, &word)) {
+        const std::string folder = AbsolutePath(operands[0]);
+        request->device = DeviceMountedAt(folder);
+        if (request->device.empty()) {
+          *error = "'" + operands[0] + "' is neither a device on this machine nor a folder a device is mounted at";
+          return false;
+        }
+      } else if (request->subcommand != "unmount" && !CheckDevice(operands[0], &request->device, error)) {
+        return false;
+      }
+      return CopyField(record.check.deviceName, request->device, "DEVICE", error);
     case eCOMMAND_BITLOCKER_MOUNT:
       request->needsCredential = true;
       return CheckDevice(operands[0], &request->device, error) &&
@@ -111,7 +125,8 @@ bool FillRecord(const Subcommand& sub, ZqctlRequest* request, std::string* error
     case eCOMMAND_SET_STARTUP:
       if (operands[0] == "on" && operands.size() == 2) {
         record.startup.enable = 1;
-        return CopyField(record.startup.bundlePath, AbsolutePath(operands[1]), "BUNDLE", error);
+        request->bundle = AbsolutePath(operands[1]);
+        return CopyField(record.startup.bundlePath, request->bundle, "BUNDLE", error);
       }
       if (operands[0] == "off" && operands.size() == 1) return true;
       *error = Misused(operands[0] == "on"    ? "startup on: BUNDLE is missing"
@@ -139,6 +154,10 @@ std::string MissingOperand(const Subcommand& sub, size_t given) {
 }  // namespace
 
 bool ParseZqctlArguments(const std::vector<std::string>& arguments, ZqctlRequest* request, std::string* error) {
+  // A usage error is told in JSON too when --json is among the options,
+  // even after the word that is wrong.
+  for (size_t j = 0; j < arguments.size() && arguments[j].rfind("-", 0) == 0; ++j)
+    request->json = request->json || arguments[j] == "--json";
   size_t i = 0;
   for (; i < arguments.size() && arguments[i].size() > 1 && arguments[i][0] == '-'; ++i) {
     const std::string& option = arguments[i];

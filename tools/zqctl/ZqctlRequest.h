@@ -27,8 +27,9 @@ struct ZqctlRequest {
   bool version = false;
   std::string subcommand;
   std::vector<std::string> operands;
-  std::string device;      // check, mount, explore: the device's name, without "/dev/"
+  std::string device;      // check, unmount, mount, explore: the device's name, without "/dev/"
   std::string mountPoint;  // mount: the absolute path the mounter gets
+  std::string bundle;      // startup on: the bundle's absolute path
   bool needsCredential = false;  // read from standard input before sending
   bool listen = false;
   bool status = false;  // nothing is sent: zqctl looks at the machine

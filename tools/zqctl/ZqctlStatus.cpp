@@ -43,8 +43,8 @@ int PrintStatus(bool json) {
     for (size_t i = 0; i < volumes.size(); ++i) {
       const MounterVolume& volume = volumes[i];
       out += std::string(i == 0 ? "" : ",") + "{\"device\":" + JsonQuoted(volume.device) +
-             ",\"mountPoint\":" + JsonQuoted(volume.mountPoint) +
-             ",\"readOnly\":" + (volume.readOnly ? "true" : "false");
+             ",\"mount_point\":" + JsonQuoted(volume.mountPoint) +
+             ",\"read_only\":" + (volume.readOnly ? "true" : "false");
       out += (volume.since.empty() ? "" : ",\"since\":" + JsonQuoted(volume.since)) + "}";
     }
     std::printf("%s]}\n", out.c_str());

@@ -1,5 +1,6 @@
 // zqctl: talks to the service as one of its client applications, so that
 // users, testers and administrators can drive every command from a shell.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +17,7 @@
 #include "ipc/PipeFlags.h"
 #include "platform/Folders.h"
 #include "tools/zqctl/ZqctlAnswer.h"
+#include "tools/zqctl/ZqctlInput.h"
 #include "tools/zqctl/ZqctlMachine.h"
 #include "tools/zqctl/ZqctlRequest.h"
 #include "tools/zqctl/ZqctlStatus.h"
@@ -66,10 +68,13 @@ int SendWithoutAnswer(IIPCConnector* connector, const ZqctlRequest& request, CPi
 // they are given five seconds to change, for a machine under load.
 ZqctlOutcome StartupOutcome(const ZqctlRequest& request, const StartupItemsState& before) {
   const bool on = request.record.startup.enable != 0;
-  ZqctlOutcome outcome = DescribeStartup(on, before, ReadStartupItems());
-  for (int tenth = 0; outcome.status != kZqctlSuccess && tenth < 50; ++tenth) {
+  struct stat bundle;
+  const bool bundleThere = !on || (stat(request.bundle.c_str(), &bundle) == 0 && S_ISDIR(bundle.st_mode));
+  const auto describe = [&] { return DescribeStartup(on, bundleThere, before, ReadStartupItems()); };
+  ZqctlOutcome outcome = describe();
+  for (int tenth = 0; !outcome.settled && tenth < 50; ++tenth) {
     usleep(100 * 1000);
-    outcome = DescribeStartup(on, before, ReadStartupItems());
+    outcome = describe();
   }
   return outcome;
 }
@@ -98,7 +103,8 @@ Before TakeBefore(const ZqctlRequest& request) {
 ZqctlObservation Observe(const ZqctlRequest& request, const Before& before) {
   ZqctlObservation seen;
   if (request.record.type == eCOMMAND_BITLOCKER_CHECK) {
-    const std::vector<std::string> after = MountPointsOf(request.device);
+    seen.stillMounted = MountPointsOf(request.device);
+    const std::vector<std::string>& after = seen.stillMounted;
     for (const std::string& path : before.mounted)
       if (std::find(after.begin(), after.end(), path) == after.end()) seen.unmounted.push_back(path);
   } else if (request.record.type == eCOMMAND_BITLOCKER_MOUNT) {
@@ -161,7 +167,7 @@ int main(int argc, char** argv) {
   ZqctlRequest request;
   std::string error;
   if (!ParseZqctlArguments(std::vector<std::string>(argv + 1, argv + argc), &request, &error)) {
-    std::fprintf(stderr, "zqctl: %s\n", error.c_str());
+    Report(request, nullptr, {}, {kZqctlUsage, error});
     return kZqctlUsage;
   }
   if (request.help) {
@@ -176,13 +182,15 @@ int main(int argc, char** argv) {
   if (request.needsCredential) {
     std::optional<std::string> credential = ReadCredential("Credential: ");
     if (!credential) {
-      std::fprintf(stderr, "zqctl: no credential could be read from standard input\n");
+      Report(request, nullptr, {}, {kZqctlUsage, "no credential could be read from standard input"});
       return kZqctlUsage;
     }
-    const bool fits = SetCredential(*credential, &request, &error);
+    std::string forService = CredentialForService(*credential);
     WipeCredential(&*credential);
+    const bool fits = SetCredential(forService, &request, &error);
+    WipeCredential(&forService);
     if (!fits) {
-      std::fprintf(stderr, "zqctl: %s\n", error.c_str());
+      Report(request, nullptr, {}, {kZqctlUsage, error});
       return kZqctlUsage;
     }
   }

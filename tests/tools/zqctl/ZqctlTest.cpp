@@ -9,11 +9,14 @@
 #include <cmath>
 #include <ctime>
 #include <fstream>
+#include <tuple>
 
 #include "service/ClientInputChecks.h"
 #include "system/ActivityLog.h"
 #include "system/CDevLogs.h"
 #include "tests/support/FileContents.h"
+#include "tests/support/LoopDevice.h"
+#include "tests/support/ProgramRun.h"
 #include "tests/support/ServiceTestEnvironment.h"
 #include "tests/support/TempDir.h"
 #include "tools/zqctl/ZqctlInput.h"
@@ -87,6 +90,52 @@ TEST(ZqctlInputTest, MountPointsBecomeTheWordTheServiceTakes) {
   EXPECT_TRUE(CheckMountOptions("raw,ro,uid=0,gid=1000,umask=027,", &error)) << error;
   for (const char* options : {"rw", "umask=0778", "uid=-1", "gid=", "raw,uid=x"})
     EXPECT_FALSE(CheckMountOptions(options, &error)) << options;
+}
+
+// The mounter and the explorer read a startup key file from another
+// folder, so a relative one must reach them whole; nothing else changes.
+TEST(ZqctlInputTest, ARelativeStartupKeyBecomesAbsolute) {
+  const TempDir folder;
+  ASSERT_EQ(RunShell("mkdir " + folder("keys") + " && touch " + folder("keys/k.BEK")), 0);
+  ASSERT_EQ(chdir(folder.path().c_str()), 0);
+  for (const std::string& typed : {std::string("keys/k.BEK"), std::string("./keys/k.BEK"), folder("keys/k.BEK")})
+    EXPECT_EQ(CredentialForService(typed), folder("keys/k.BEK")) << typed;
+  for (const std::string typed : {"keys", "my password", ""}) EXPECT_EQ(CredentialForService(typed), typed);
+  ASSERT_EQ(chdir("/"), 0);
+}
+
+// What bash completion offers for the words before the cursor.
+std::string Completions(const std::string& program, const std::string& words) {
+  const ProgramRun run = RunProgram(
+      "/bin/bash", {"-c", "source \"$0\"; COMP_WORDS=($1); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); "
+                          "f=$(complete -p \"${0##*/}\"); f=${f#*-F }; ${f%% *}; "
+                          "printf '%s\\n' \"${COMPREPLY[@]}\" | sort",
+                    std::string(ZQ_COMPLETION_DIR) + "/" + program, words});
+  return run.output;
+}
+
+// Devices are offered for DEVICE, but a loop device with nothing attached
+// is no device to offer.
+TEST(CompletionTest, OffersAttachedLoopDevicesOnly) {
+  const std::string unavailable = LoopDevicesUnavailable();
+  if (!unavailable.empty()) GTEST_SKIP() << unavailable;
+  const TempDir folder;
+  ASSERT_EQ(RunShell("truncate -s 1M " + folder("image")), 0);
+  LoopDevice attached(folder("image"));
+  ASSERT_TRUE(attached.valid());
+  const std::string free = RunProgram("/sbin/losetup", {"-f"}).output;
+  ASSERT_EQ(free.rfind("/dev/loop", 0), 0u) << free;
+  const std::string detached = free.substr(5, free.size() - 6);
+  for (const auto& [program, words, offered] :
+       {std::make_tuple("zqctl", "zqctl check loop", attached.bsdName()),
+        std::make_tuple("zqctl", "zqctl unmount /dev/loop", attached.devicePath()),
+        std::make_tuple("zq-bitlocker", "zq-bitlocker info /dev/loop", attached.devicePath())}) {
+    SCOPED_TRACE(words);
+    const std::string completions = "\n" + Completions(program, words);
+    EXPECT_NE(completions.find("\n" + std::string(offered) + "\n"), std::string::npos) << completions;
+    EXPECT_EQ(completions.find(detached + "\n"), std::string::npos) << completions;
+  }
+  EXPECT_EQ(Completions("zqctl", "zqctl unm"), "unmount\n");
 }
 
 class ZqctlTest : public ServiceTestBase {
@@ -172,6 +221,20 @@ TEST_F(ZqctlTest, EachAnswerAndRefusalNamesItsCause) {
           {"check sdz9", "", {2, "zqctl: 'sdz9' is not a device on this machine\n"}},
           {"check 'loop0!'", "", {2, "zqctl: 'loop0!' is not a device name\n"}},
           {"mount loop0 x rw2", "", {2, "zqctl: unknown mount option 'rw2' (known: raw, ro, uid=N, gid=N, umask=OOO)\n"}},
+          {"mount loop0 x ro,umask=999", "",
+           {2, "zqctl: bad value in mount option 'umask=999': umask takes an octal number from 0 to 777\n"}},
+          {"mount loop0 x uid=", "",
+           {2, "zqctl: bad value in mount option 'uid=': uid takes a whole number from 0 to 4294967294\n"}},
+          {"--json explore loop0", "",
+           {2, "{\"subcommand\":\"explore\",\"client\":\"MainUI\",\"device\":\"loop0\",\"ok\":false,\"status\":2,"
+               "\"message\":\"no credential could be read from standard input\"}\n"}},
+          {"--bogus --json", "",
+           {2, "{\"subcommand\":\"\",\"client\":\"MainUI\",\"ok\":false,\"status\":2,\"message\":"
+               "\"unknown option '--bogus'\\n" + kUsageLine.substr(0, kUsageLine.size() - 1) + "\"}\n"}},
+          {"unmount loop0", "", {1, "zqctl: loop0: not unmounted: it was not mounted\n"}},
+          {"unmount /dev/loop0", "",
+           {1, "zqctl: loop0: not unmounted: not a BitLocker volume, and only those are unmounted\n"}, "rm is_bitlocker"},
+          {"unmount x", "", {2, "zqctl: 'x' is neither a device on this machine nor a folder a device is mounted at\n"}},
           {"mount loop0 /etc/x", "", {2, "zqctl: the mount point /etc/x is not below /media, /run/media, /mnt\n"}},
           {"mount loop0 x/../y", "", {2, "zqctl: the mount point /media/x/../y holds \".\" or \"..\"\n"}},
           {"explore loop0", "", {2, "zqctl: no credential could be read from standard input\n"}},
@@ -184,6 +247,9 @@ TEST_F(ZqctlTest, EachAnswerAndRefusalNamesItsCause) {
 TEST_F(ZqctlTest, StartupSaysWhetherItsItemsChanged) {
   StartService();
   Expect({{"startup on /x", "",
+           {1, "zqctl: startup on: the bundle is not there; the login item was written all the same and points at "
+               "nothing, no boot-time item was written (zqctl startup off removes it)\n"}},
+          {"startup on '" + bundle->stubDir() + "'", "",
            {0, "startup on: login item written; no boot-time item, as the bundle's service program is missing or "
                "not root's alone (see /tmp/zqlog.log)\n"}},
           {"startup on '" + MakeRootOwnedBundle() + "'", "", {0, "startup on: boot-time item and login item written\n"}},
