@@ -64,8 +64,8 @@ if [ -f "$images_tarball" ]; then
   printf '%s  the mounted volume\n' "$(sha256sum <"$mount_point/volume" | cut -d' ' -f1)"
   printf '%s  decrypted_sha256 in the manifest\n' "$(ini "$manifest" "$name" decrypted_sha256)"
 
-  step "diskutil unmount '$mount_point'    # the bundle's diskutil; umount works too"
-  "$bundle/Contents/MacOS/diskutil" unmount "$mount_point"
+  step "zqctl unmount '$mount_point'"
+  "$zqctl" unmount "$mount_point"
 
   step "echo '$password' | zqctl explore $disk    # the explorer prints below"
   printf '%s\n' "$password" | "$zqctl" explore "$disk"
