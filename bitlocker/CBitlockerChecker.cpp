@@ -134,8 +134,12 @@ bool CBitlockerChecker::checkBitlockerMark(const char* bsdName) {
   const std::optional<std::string> volumePath = bsdNameToFilePath(bsdName);
   const std::optional<std::string> marker = FindMarkerFile(volumePath);
   if (!marker) return false;
-  const FileDescriptor markerFile(open((*volumePath + "/" + *marker).c_str(), O_RDONLY | O_CLOEXEC));
-  if (markerFile.get() == -1) return false;
+  // The volume is the user's: its marker may be a link to a file of root's
+  // or a FIFO that never answers, and only a plain file of its own counts.
+  const FileDescriptor markerFile(
+      open((*volumePath + "/" + *marker).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat markerInfo;
+  if (markerFile.get() == -1 || fstat(markerFile.get(), &markerInfo) != 0 || !S_ISREG(markerInfo.st_mode)) return false;
   unsigned char offsetBytes[8];
   if (pread(markerFile.get(), offsetBytes, sizeof offsetBytes, kMarkerOffsetPosition) != sizeof offsetBytes)
     return false;

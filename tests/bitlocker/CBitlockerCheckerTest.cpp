@@ -1,6 +1,7 @@
 #include "bitlocker/CBitlockerChecker.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <fstream>
 
@@ -24,6 +25,7 @@ TEST(CheckBitlockerMarkTest, FindsTheSignatureWhereItCounts) {
     std::vector<std::pair<std::string, std::string>> markers;  // file name, offset bytes
     std::vector<std::pair<off_t, std::string>> planted;  // written into the volume after it is made
     bool expected;
+    const char* linkedMarker = nullptr;  // a marker that is a link to a file outside the volume
   } cases[] = {
       {"signature at byte three", {}, {{0, std::string("\xeb\x58\x90-FVE-FS-", 11)}}, true},
       {"signature behind a zero byte", {}, {{0, std::string("\xeb\x58\x90" "ab\0cd" "---FVE-FS-", 18)}}, false},
@@ -36,6 +38,7 @@ TEST(CheckBitlockerMarkTest, FindsTheSignatureWhereItCounts) {
        {{0x7f0000, signature}}, false},
       {"lower case serves alone", {{"A 0000. bl", toNearEnd}}, {{0x7f0000, signature}}, true},
       {"extension without the blank", {{"COV 0000.BL", toNearEnd}}, {{0x7f0000, signature}}, false},
+      {"a marker that is a link is not followed", {}, {{0x7f0000, signature}}, false, "COV 0000. BL"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -44,6 +47,11 @@ TEST(CheckBitlockerMarkTest, FindsTheSignatureWhereItCounts) {
     ASSERT_EQ(RunShell("mkdir '" + files + "' '" + mountPoint + "' && truncate -s 8M '" + image + "'"), 0);
     for (const auto& [name, offset] : c.markers)
       std::ofstream(files + "/" + name, std::ios::binary) << std::string(16, 'M') << offset;
+    const bool mounted = !c.markers.empty() || c.linkedMarker != nullptr;
+    if (c.linkedMarker != nullptr) {
+      std::ofstream(dir("outside"), std::ios::binary) << std::string(16, 'M') << toNearEnd;
+      ASSERT_EQ(symlink(dir("outside").c_str(), (files + "/" + c.linkedMarker).c_str()), 0);
+    }
     ASSERT_EQ(RunShell("mkfs.ext2 -q -F -d '" + files + "' '" + image + "'"), 0);
     std::fstream volume(image, std::ios::in | std::ios::out | std::ios::binary);
     for (const auto& [offset, bytes] : c.planted) volume.seekp(offset).write(bytes.data(), bytes.size());
@@ -51,11 +59,11 @@ TEST(CheckBitlockerMarkTest, FindsTheSignatureWhereItCounts) {
     {
       // The signature cases need no mount, so their device may have
       // 4096-byte blocks, which the check must read in.
-      const unsigned blockSize = c.markers.empty() ? 4096 : 512;
+      const unsigned blockSize = mounted ? 512 : 4096;
       LoopDevice loop(image, blockSize);
       ASSERT_TRUE(loop.valid());
       CBitlockerChecker checker;
-      if (!c.markers.empty()) {
+      if (mounted) {
         ASSERT_TRUE(loop.Mount(mountPoint, "ext2"));
         EXPECT_EQ(checker.bsdNameToFilePath(loop.bsdName().c_str()), std::optional<std::string>(mountPoint));
       }
