@@ -63,6 +63,16 @@ bool ParseMountRequest(const std::vector<std::string>& words, MountRequest* requ
 bool SettleOwner(uid_t consoleUser, gid_t consoleGroup, MountRequest* request, std::string* error) {
   if (!request->uidGiven) request->uid = consoleUser;
   if (!request->gidGiven) request->gid = consoleGroup;
+  // Files that show as root's on a disk the user brought would pass every
+  // check that trusts an owner, and the user chose every byte of them.
+  for (const char* option : {request->uidGiven && request->uid == 0 ? "uid=0" : nullptr,
+                             request->gidGiven && request->gid == 0 ? "gid=0" : nullptr}) {
+    if (option != nullptr && consoleUser != 0) {
+      *error = std::string("the option ") + option +
+               " would make what is served look like root's; only root at the machine may ask for it";
+      return false;
+    }
+  }
   if (request->uid != 0 && request->uid != consoleUser) {
     *error = "uid=" + std::to_string(request->uid) + " is neither root nor the user at the machine (uid " +
              std::to_string(consoleUser) + ")";

@@ -11,10 +11,10 @@
 //               instead of mounting the file system inside it
 //   ro          mount read-only even where the volume could be written
 //               (without it, the mount is read-write wherever it can be)
-//   uid=N       owner of what is served: root (0) or the user at the machine,
-//               who is the default
-//   gid=N       group of what is served: root's (0) or that user's group,
-//               the default
+//   uid=N       owner of what is served: the user at the machine, the
+//               default, or root (0) when that user is root
+//   gid=N       group of what is served: that user's group, the default,
+//               or root's (0) when that user is root
 //   umask=OOO   permission bits taken away, in octal (default 077: what is
 //               served is the owner's alone)
 #ifndef ZQ_MOUNTER_MOUNTREQUEST_H_
@@ -45,7 +45,8 @@ bool ParseMountRequest(const std::vector<std::string>& words, MountRequest* requ
 // Makes the user at the machine, `consoleUser` of group `consoleGroup`, the
 // owner of what is served unless the options named one, and refuses an
 // owner or group that is neither root's nor that user's: nobody may hand a
-// volume to a third user.  False with the reason in *error.
+// volume to a third user.  Root's own (uid=0, gid=0) is refused too unless
+// the user at the machine is root.  False with the reason in *error.
 bool SettleOwner(uid_t consoleUser, gid_t consoleGroup, MountRequest* request, std::string* error);
 
 #endif  // ZQ_MOUNTER_MOUNTREQUEST_H_

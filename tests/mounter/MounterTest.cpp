@@ -289,4 +289,42 @@ TEST(MountRequestTest, RefusesWhatWouldBeMisread) {
   }
 }
 
+// The owner and the group are checked alike: each may be the user at the
+// machine's (the default), never a third user's, and root's only when the
+// user at the machine is root.
+TEST(MountRequestTest, SettlesTheOwnerAndGroupOnlyOnTheUserAtTheMachineOrRootForRoot) {
+  constexpr uid_t kUser = 4242;
+  constexpr gid_t kGroup = 4200;
+  const struct {
+    uid_t console;
+    const char* options;
+    const char* refusal;  // a part of the reason, or nullptr when settled
+    uid_t uid;
+    gid_t gid;
+  } cases[] = {
+      {kUser, "", nullptr, kUser, kGroup},
+      {kUser, "uid=4242,gid=4200", nullptr, kUser, kGroup},
+      {kUser, "uid=4343", "uid=4343 is neither root nor the user", 0, 0},
+      {kUser, "gid=4343", "gid=4343 is neither root's group nor that", 0, 0},
+      {kUser, "uid=0", "the option uid=0 would make what is served look like root's", 0, 0},
+      {kUser, "gid=0", "the option gid=0 would make what is served look like root's", 0, 0},
+      {kUser, "uid=4242,gid=0", "the option gid=0", 0, 0},
+      {0, "uid=0,gid=0", nullptr, 0, 0},
+      {0, "", nullptr, 0, kGroup},
+  };
+  for (const auto& test : cases) {
+    MountRequest request;
+    std::string error;
+    ASSERT_TRUE(ParseMountRequest({"/dev/loop3", "/m", test.options}, &request, &error)) << error;
+    const bool settled = SettleOwner(test.console, kGroup, &request, &error);
+    if (test.refusal == nullptr) {
+      EXPECT_TRUE(settled) << test.options << ": " << error;
+      EXPECT_TRUE(request.uid == test.uid && request.gid == test.gid) << test.options;
+    } else {
+      EXPECT_FALSE(settled) << test.options;
+      EXPECT_NE(error.find(test.refusal), std::string::npos) << test.options << ": " << error;
+    }
+  }
+}
+
 }  // namespace

@@ -194,7 +194,8 @@ TEST_F(MountEndToEndTest, WhatIsMountedIsTheUserAtTheMachinesAlone) {
             0);
   EXPECT_EQ(Mount(loop, rootsKey), bitlocker::kWrongCredential);
   EXPECT_EQ(Ask(eCOMMAND_BITLOCKER_EXPLORER, loop, rootsKey), bitlocker::kWrongCredential);
-  EXPECT_EQ(Mount(loop, image->recoveryPassword, "raw,uid=4343"), kMounterUsage) << "a volume handed to a third user";
+  for (const char* options : {"raw,uid=4343", "raw,gid=4343", "raw,uid=0", "raw,gid=0"})
+    EXPECT_EQ(Mount(loop, image->recoveryPassword, options), kMounterUsage) << options << ": not a third user's, not root's";
   ASSERT_EQ(Mount(loop, theirKey), bitlocker::kOk);
   ASSERT_EQ(Mount(loop, image->recoveryPassword), bitlocker::kOk);
   EXPECT_EQ(LiveProcessesWithWord(mountPoint_).size(), 1u) << "one mounter serves the mount point";
