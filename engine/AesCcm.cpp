@@ -2,6 +2,8 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
+
 #include "engine/Bytes.h"
 #include "engine/EvpCipherContext.h"
 
@@ -35,6 +37,26 @@ std::optional<CSecureBuffer> DecryptAesCcmEntry(const MetadataEntry& entry,
             EVP_DecryptUpdate(ctx.get(), plain.data(), &length, sealed, sealedSize) == 1;
   if (!ok) return std::nullopt;
   return plain;
+}
+
+std::optional<CSecureBuffer> EncryptAesCcmValue(const CSecureBuffer& plain, const CSecureBuffer& key,
+                                                const uint8_t* nonce) {
+  if (key.size() != kKeySize) return std::nullopt;
+  CSecureBuffer value(kNonceSize + kMacSize + plain.size());
+  uint8_t* mac = value.data() + kNonceSize;
+  uint8_t* sealed = mac + kMacSize;
+  std::copy(nonce, nonce + kNonceSize, value.data());
+  EvpCipherContext ctx(EVP_CIPHER_CTX_new());
+  int length = 0;
+  bool ok = ctx && EVP_EncryptInit_ex(ctx.get(), EVP_aes_256_ccm(), nullptr, nullptr, nullptr) == 1 &&
+            EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_AEAD_SET_IVLEN, kNonceSize, nullptr) == 1 &&
+            EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_AEAD_SET_TAG, kMacSize, nullptr) == 1 &&
+            EVP_EncryptInit_ex(ctx.get(), nullptr, nullptr, key.data(), nonce) == 1 &&
+            EVP_EncryptUpdate(ctx.get(), sealed, &length, plain.data(), static_cast<int>(plain.size())) == 1 &&
+            EVP_EncryptFinal_ex(ctx.get(), sealed + length, &length) == 1 &&
+            EVP_CIPHER_CTX_ctrl(ctx.get(), EVP_CTRL_AEAD_GET_TAG, kMacSize, mac) == 1;
+  if (!ok) return std::nullopt;
+  return value;
 }
 
 std::optional<UnwrappedKey> ReadKeyEntry(const MetadataEntry& entry) {

@@ -22,6 +22,12 @@ struct UnwrappedKey {
 std::optional<CSecureBuffer> DecryptAesCcmEntry(const MetadataEntry& entry,
                                                 const CSecureBuffer& key);
 
+// The value of an AES-CCM encrypted entry (as DecryptAesCcmEntry reads it)
+// holding `plain` sealed under a 256-bit key with a 12-byte nonce; nullopt
+// when the key has the wrong size.
+std::optional<CSecureBuffer> EncryptAesCcmValue(const CSecureBuffer& plain, const CSecureBuffer& key,
+                                                const uint8_t* nonce);
+
 // Decrypts an AES-CCM encrypted key entry whose plain data is itself a key
 // entry (value type 1: 32-bit method, key bytes), and returns that key.
 std::optional<UnwrappedKey> UnwrapKeyEntry(const MetadataEntry& entry, const CSecureBuffer& key);

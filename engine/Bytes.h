@@ -28,6 +28,11 @@ inline uint32_t LoadLe32(const uint8_t* p) {
          (static_cast<uint32_t>(p[2]) << 16) | (static_cast<uint32_t>(p[3]) << 24);
 }
 
+inline void StoreLe16(uint16_t value, uint8_t* p) {
+  p[0] = static_cast<uint8_t>(value);
+  p[1] = static_cast<uint8_t>(value >> 8);
+}
+
 inline void StoreLe32(uint32_t value, uint8_t* p) {
   if (kLittleEndianHost) {
     std::memcpy(p, &value, sizeof(value));

@@ -84,21 +84,39 @@ MetadataCopies ReadFveMetadataCopies(const IByteSource& source, const VolumeHead
       reject(std::string("unreadable: ") + std::strerror(errno));
       continue;
     }
-    size_t total = FveMetadataBlock::kHeaderSize + LoadLe32(bytes.data() + FveMetadataBlock::kHeaderSize);
+    const size_t total = FveMetadataBlock::kHeaderSize + LoadLe32(bytes.data() + FveMetadataBlock::kHeaderSize);
     if (total < kFixed || total > kMaxMetadataSize || total > source.Size() - offset) {
       reject("bad metadata size");
       continue;
     }
-    bytes.resize(total);
-    if (!source.ReadAt(offset + kFixed, bytes.data() + kFixed, total - kFixed)) {
+    // Windows 7 and later follow the copy, padded to 16 bytes, with its
+    // validation.  Vista's copies are read as they are: no Vista-made
+    // volume was at hand to show whether they carry one.
+    const bool validated = LoadLe16(bytes.data() + 10) == 2;
+    const size_t covered = validated ? size_t{LoadLe16(bytes.data() + 8)} * 16 : total;
+    const size_t length = validated ? covered + MetadataValidation::kSize : total;
+    if (covered < total || length > kMaxMetadataSize || length > source.Size() - offset) {
+      reject("bad size of the validated copy");
+      continue;
+    }
+    bytes.resize(length);
+    if (!source.ReadAt(offset + kFixed, bytes.data() + kFixed, length - kFixed)) {
       copies.ioError = true;
       reject(std::string("unreadable: ") + std::strerror(errno));
       continue;
     }
-    auto block = ParseFveMetadataBlock(bytes.data(), bytes.size());
+    auto block = ParseFveMetadataBlock(bytes.data(), total);
     if (!block) {
       reject("damaged header or entries");
       continue;
+    }
+    if (validated) {
+      std::string why;
+      block->validation = ReadMetadataValidation(bytes.data(), covered, &why);
+      if (!block->validation) {
+        reject(why);
+        continue;
+      }
     }
     if (std::find(block->metadataOffsets.begin(), block->metadataOffsets.end(), offset) ==
         block->metadataOffsets.end()) {

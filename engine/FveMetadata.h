@@ -14,6 +14,7 @@
 #include "engine/Guid.h"
 #include "engine/IByteSource.h"
 #include "engine/MetadataEntry.h"
+#include "engine/MetadataValidation.h"
 #include "engine/VolumeHeader.h"
 
 namespace bitlocker {
@@ -51,6 +52,9 @@ struct FveMetadataBlock {
   // Version 1: the cluster of the MFT mirror.
   uint64_t volumeHeaderOffset = 0;
   FveMetadata metadata;
+  // Version 2: what vouches for this copy.  Its CRC-32 has been checked
+  // when the copy is read; its SHA-256 needs the volume master key.
+  std::optional<MetadataValidation> validation;
 };
 
 // Parses a metadata header and its entries.  Returns nullopt when the header
@@ -61,7 +65,7 @@ std::optional<FveMetadata> ParseFveMetadata(const uint8_t* data, size_t size);
 std::optional<FveMetadataBlock> ParseFveMetadataBlock(const uint8_t* data, size_t size);
 
 // The usable metadata copies of a volume, in on-disk order.  A copy that is
-// unreadable or damaged is left out.
+// unreadable, damaged or fails its CRC-32 validation is left out.
 struct MetadataCopies {
   std::vector<FveMetadataBlock> blocks;
   bool ioError = false;  // at least one copy could not be read

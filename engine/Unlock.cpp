@@ -94,6 +94,17 @@ std::optional<UnwrappedKey> OpenFullVolumeKey(const FveMetadata& metadata,
 
 }  // namespace
 
+std::optional<CSecureBuffer> OpenVolumeMasterKey(const FveMetadataBlock& copy, const Credential& credential) {
+  Secret secret;
+  std::string why;
+  if (PrepareSecret(credential, &secret, &why) != Status::kOk) return std::nullopt;
+  for (const auto& protector : ListKeyProtectors(copy.metadata)) {
+    if (protector.protection != secret.protection) continue;
+    if (auto volumeMasterKey = OpenProtector(protector, &secret)) return volumeMasterKey;
+  }
+  return std::nullopt;
+}
+
 Status UnlockFullVolumeKey(const std::vector<FveMetadataBlock>& copies,
                            const Credential& credential, UnwrappedKey* fullVolumeKey,
                            size_t* copyUsed, std::string* why) {
@@ -103,6 +114,7 @@ Status UnlockFullVolumeKey(const std::vector<FveMetadataBlock>& copies,
 
   bool anyProtector = false;
   bool openedButDamaged = false;
+  bool digestWrong = false;
   for (size_t index = 0; index < copies.size(); ++index) {
     const FveMetadata& metadata = copies[index].metadata;
     for (const auto& protector : ListKeyProtectors(metadata)) {
@@ -110,6 +122,12 @@ Status UnlockFullVolumeKey(const std::vector<FveMetadataBlock>& copies,
       anyProtector = true;
       auto volumeMasterKey = OpenProtector(protector, &secret);
       if (!volumeMasterKey) continue;
+      // A copy whose SHA-256 does not hold was changed by someone without
+      // the master key: another copy may still be whole.
+      if (copies[index].validation && !DigestMatches(*copies[index].validation, *volumeMasterKey)) {
+        digestWrong = true;
+        break;
+      }
       if (auto key = OpenFullVolumeKey(metadata, *volumeMasterKey)) {
         *fullVolumeKey = std::move(*key);
         *copyUsed = index;
@@ -120,6 +138,9 @@ Status UnlockFullVolumeKey(const std::vector<FveMetadataBlock>& copies,
   }
   if (!anyProtector) {
     *why = "the volume has no " + ProtectionName(secret.protection) + " protector";
+  } else if (digestWrong) {
+    *why = "the volume master key opened, but the metadata's SHA-256 validation is wrong";
+    return Status::kUnsupported;
   } else if (openedButDamaged) {
     *why = "the volume master key opened, but the full volume encryption key is damaged";
     return Status::kUnsupported;

@@ -4,6 +4,7 @@
 #ifndef ZQ_ENGINE_UNLOCK_H_
 #define ZQ_ENGINE_UNLOCK_H_
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,10 @@ namespace bitlocker {
 Status UnlockFullVolumeKey(const std::vector<FveMetadataBlock>& copies,
                            const Credential& credential, UnwrappedKey* fullVolumeKey,
                            size_t* copyUsed, std::string* why);
+
+// The volume master key that `credential` opens in `copy`, unchecked
+// against the copy's validation; nullopt when no protector opens with it.
+std::optional<CSecureBuffer> OpenVolumeMasterKey(const FveMetadataBlock& copy, const Credential& credential);
 
 }  // namespace bitlocker
 

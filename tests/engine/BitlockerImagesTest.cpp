@@ -2,8 +2,10 @@
 // every credential its manifest gives and reads back to the manifest's
 // digest, refuses what does not open it, and reads alike in pieces of any
 // size and through whole blocks.  Then volumes changed by overlaying bytes
-// on the images: a clear key protector added, metadata copies damaged,
-// encryption left part way, and the encrypt-on-write volume of
+// on the images, each copy sealed again (its CRC-32 and wrapped SHA-256)
+// as a writer holding the master key would: a clear key protector added,
+// metadata copies damaged, changes made without the key refused by their
+// validation, encryption left part way, and the encrypt-on-write volume of
 // ../shared/bitlocker-eow.tar.xz, opened and then refused once its fields
 // say what the engine must not read.  Last, writes, on sparse copies of the
 // images: every byte written back as it reads gives the image again, byte
@@ -25,6 +27,8 @@
 #include "engine/CBitlockerVolume.h"
 #include "engine/CFileSource.h"
 #include "engine/KeyProtector.h"
+#include "engine/MetadataValidation.h"
+#include "engine/Unlock.h"
 #include "system/TaskWrapper.h"
 #include "tests/support/FileContents.h"
 #include "tests/support/LoopDevice.h"
@@ -183,10 +187,28 @@ class PatchedImageTest : public ::testing::Test {
     Restore();
     ASSERT_EQ(CBitlockerVolume::Open(source_, &volume_, &why_), Status::kOk) << why_;
     offsets_ = volume_->header().metadataOffsets;
+    auto key = OpenVolumeMasterKey(volume_->copies().blocks[0], Credential::RecoveryPassword(image->recoveryPassword));
+    ASSERT_TRUE(key.has_value());
+    volumeMasterKey_ = std::move(*key);
   }
   void Restore() { source_ = std::make_shared<CPatchedSource>(file_); }
+  // Changes a field of every copy as a writer with the master key does.
   void PatchEveryCopy(uint64_t at, const Bytes& bytes) {
-    for (uint64_t offset : offsets_) source_->Patch(offset + at, bytes);
+    for (uint64_t offset : offsets_) {
+      source_->Patch(offset + at, bytes);
+      Reseal(offset);
+    }
+  }
+  // Seals the copy at `offset` again: its size in 16-byte units, then its
+  // CRC-32 and its SHA-256 under the master key.
+  void Reseal(uint64_t offset) {
+    const size_t covered = (64 + LeAt(offset + 64, 4) + 15) / 16 * 16;
+    source_->Patch(offset + 8, Le(covered / 16, 2));
+    Bytes copy(covered + MetadataValidation::kSize);
+    ASSERT_TRUE(source_->ReadAt(offset, copy.data(), copy.size()));
+    const Bytes nonce(12, 0x17);
+    ASSERT_TRUE(SealMetadataCopy(copy.data(), covered, volumeMasterKey_, nonce.data()));
+    source_->Patch(offset, copy);
   }
   uint64_t LeAt(uint64_t at, size_t size) {
     uint8_t bytes[8] = {};
@@ -210,6 +232,7 @@ class PatchedImageTest : public ::testing::Test {
   std::unique_ptr<CBitlockerVolume> volume_;  // the image as it was
   std::unique_ptr<CUnlockedVolume> unlocked_;
   std::array<uint64_t, 3> offsets_{};
+  CSecureBuffer volumeMasterKey_;
   std::string why_;
 };
 
@@ -235,6 +258,7 @@ TEST_F(StartupKeyImageTest, AnAddedClearKeyProtectorOpensWithAnEmptyCredential) 
   const uint64_t size = LeAt(offsets_[0] + 64, 4);
   source_->Patch(offsets_[0] + 64 + size, entry);
   source_->Patch(offsets_[0] + 64, Le(size + entry.size(), 4));
+  Reseal(offsets_[0]);
   EXPECT_EQ(Digest(ReadUnlocked(Credential::ClearKey())), image_->decryptedSha256);
   EXPECT_EQ(Digest(ReadUnlocked(Credential::FromText(""))), image_->decryptedSha256);
 }
@@ -255,8 +279,42 @@ TEST_F(PatchedImageTest, ADamagedMetadataCopyGivesWayToTheNext) {
     ASSERT_EQ(LeAt(entry + 2, 2), 0x0003u) << "no full volume key in copy " << copy;
     const uint64_t key = entry + 8 + 12 + 16;
     source_->Patch(key, {static_cast<uint8_t>(LeAt(key, 1) ^ 0x40)});
+    Reseal(offsets_[copy]);
   }
   EXPECT_EQ(Digest(ReadUnlocked(Credential::RecoveryPassword(image_->recoveryPassword))), image_->decryptedSha256);
+}
+
+// A change made without the master key shows in the CRC-32; one that also
+// mends the CRC-32 shows in the SHA-256 once a credential opens the key.  A
+// copy that fails either gives way to one that holds.
+TEST_F(PatchedImageTest, RefusesMetadataWhoseValidationIsWrong) {
+  const uint64_t creationTime = 64 + 40;  // a field nothing else reads
+  auto tamper = [&](uint64_t offset, bool mendCrc) {
+    source_->Patch(offset + creationTime, {static_cast<uint8_t>(LeAt(offset + creationTime, 1) ^ 1)});
+    if (!mendCrc) return;
+    const size_t covered = LeAt(offset + 8, 2) * 16;
+    Bytes copy(covered);
+    ASSERT_TRUE(source_->ReadAt(offset, copy.data(), covered));
+    source_->Patch(offset + covered + 4, Le(Crc32(copy.data(), covered), 4));
+  };
+  const Credential password = Credential::Password(image_->password);
+  for (uint64_t offset : offsets_) tamper(offset, false);
+  EXPECT_EQ(Unlock(password), Status::kUnsupported);
+  for (int copy = 1; copy <= 3; ++copy)
+    EXPECT_NE(why_.find("metadata copy " + std::to_string(copy) + " at 0x" ), std::string::npos) << why_;
+  EXPECT_NE(why_.find("its CRC-32 validation is wrong"), std::string::npos) << why_;
+
+  Restore();
+  for (uint64_t offset : offsets_) tamper(offset, true);
+  EXPECT_EQ(Unlock(password), Status::kUnsupported);
+  EXPECT_NE(why_.find("SHA-256 validation is wrong"), std::string::npos) << why_;
+  EXPECT_EQ(Unlock(Credential::RecoveryPassword("111111-111111-111111-111111-111111-111111-111111-111111")),
+            Status::kWrongCredential);
+
+  Restore();
+  tamper(offsets_[0], true);
+  tamper(offsets_[1], false);
+  EXPECT_EQ(Digest(ReadUnlocked(password)), image_->decryptedSha256);
 }
 
 TEST_F(PatchedImageTest, APartlyEncryptedVolumeShowsItsPlainPartAsItIs) {
