@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <thread>
+#include <vector>
 
 #include "engine/CFileSource.h"
 #include "engine/SectorCipher.h"
@@ -27,22 +28,27 @@ bool IsBootSector(const uint8_t* sector) {
   return (sector[0] == 0xeb || sector[0] == 0xe9) && sector[510] == 0x55 && sector[511] == 0xaa;
 }
 
-// Encrypt-on-write volumes keep their stored boot sectors in the clear.  A
-// volume whose copy does not read as a boot sector is not one this engine
-// has seen, and its first sectors would be shown wrong.
-Status CheckStoredHeaderInClear(const IByteSource& source, const VolumeLayout& layout,
-                                std::string* why) {
-  uint8_t sector[VolumeHeader::kSize];
-  if (!source.ReadAt(layout.storedHeader().offset, sector, sizeof(sector))) {
+// Encrypt-on-write volumes made by Windows keep their stored boot sectors
+// in the clear; a volume that began as an ordinary one keeps them encrypted
+// like any other sector.  The sectors themselves tell which: whichever
+// reading gives a boot sector.  One that gives none would show the volume's
+// first sectors wrong, and is refused.
+Status ChooseStoredHeaderForm(const std::shared_ptr<const IByteSource>& source, const UnwrappedKey& fullVolumeKey,
+                              VolumeLayout* layout, std::string* why) {
+  std::vector<uint8_t> sector(layout->sectorSize());
+  if (!source->ReadAt(layout->storedHeader().offset, sector.data(), sector.size())) {
     *why = std::string("cannot read the stored boot sectors: ") + std::strerror(errno);
     return Status::kIoError;
   }
-  if (!IsBootSector(sector)) {
-    *why = "the stored boot sectors of this encrypt-on-write volume are not in the clear, "
-           "unlike those of the encrypt-on-write volumes this engine reads";
-    return Status::kUnsupported;
+  if (IsBootSector(sector.data())) return Status::kOk;
+  auto cipher = MakeSectorCipher(fullVolumeKey.method, fullVolumeKey.key, layout->sectorSize());
+  if (cipher && cipher->Decrypt(layout->storedHeader().offset, sector.data(), 1) && IsBootSector(sector.data())) {
+    layout->KeepStoredHeaderEncrypted();
+    return Status::kOk;
   }
-  return Status::kOk;
+  *why = "the stored boot sectors of this encrypt-on-write volume read as a boot sector neither in the clear "
+         "nor decrypted";
+  return Status::kUnsupported;
 }
 
 }  // namespace
@@ -112,7 +118,7 @@ Status CBitlockerVolume::Unlock(const Credential& credential,
   status = VolumeLayout::Build(header_, copies_.blocks[copyUsed], source_->Size(), &layout, why);
   if (status != Status::kOk) return status;
   if (layout.storedHeaderInClear()) {
-    status = CheckStoredHeaderInClear(*source_, layout, why);
+    status = ChooseStoredHeaderForm(source_, fullVolumeKey, &layout, why);
     if (status != Status::kOk) return status;
   }
 

@@ -3,7 +3,7 @@
 // elsewhere on the volume, in their place at the start; the FVE metadata
 // blocks and the stored boot sectors as zeros; the part that is not (yet)
 // encrypted as it lies on the device.  Ordinary volumes keep the stored boot
-// sectors encrypted, encrypt-on-write volumes in the clear.
+// sectors encrypted, encrypt-on-write volumes in the clear or encrypted.
 #ifndef ZQ_ENGINE_VOLUMELAYOUT_H_
 #define ZQ_ENGINE_VOLUMELAYOUT_H_
 
@@ -52,6 +52,9 @@ class VolumeLayout {
   uint64_t encryptedSize() const { return encryptedSize_; }
   const Extent& storedHeader() const { return storedHeader_; }
   bool storedHeaderInClear() const { return storedHeaderInClear_; }
+  // For an encrypt-on-write volume whose stored boot sectors turn out to be
+  // encrypted like an ordinary volume's.
+  void KeepStoredHeaderEncrypted() { storedHeaderInClear_ = false; }
   const std::vector<Extent>& hidden() const { return hidden_; }
   uint64_t mftMirrorCluster() const { return mftMirrorCluster_; }
 

@@ -28,6 +28,7 @@
 #include "engine/CFileSource.h"
 #include "engine/KeyProtector.h"
 #include "engine/MetadataValidation.h"
+#include "engine/SectorCipher.h"
 #include "engine/Unlock.h"
 #include "system/TaskWrapper.h"
 #include "tests/support/FileContents.h"
@@ -364,6 +365,24 @@ TEST_F(EncryptOnWriteTest, OpensWithEachCredentialToAnNtfsVolumeOfItsSize) {
   }
 }
 
+// A volume that began as an ordinary one keeps its stored boot sectors
+// encrypted; it reads the same.
+TEST_F(EncryptOnWriteTest, OpensWithItsStoredBootSectorsInTheClearOrEncrypted) {
+  const Credential password = Credential::Password(image_->password);
+  const Bytes clear = ReadUnlocked(password);
+  ASSERT_FALSE(clear.empty());
+  const Extent stored = unlocked_->layout().storedHeader();
+  const uint32_t sectorSize = unlocked_->layout().sectorSize();
+  UnwrappedKey key;
+  size_t copy = 0;
+  ASSERT_EQ(UnlockFullVolumeKey(volume_->copies().blocks, password, &key, &copy, &why_), Status::kOk) << why_;
+  Bytes sectors(clear.begin(), clear.begin() + stored.length);
+  ASSERT_TRUE(MakeSectorCipher(key.method, key.key, sectorSize)->Encrypt(stored.offset, sectors.data(), stored.length / sectorSize));
+  source_->Patch(stored.offset, sectors);
+  EXPECT_TRUE(ReadUnlocked(password) == clear);
+  EXPECT_FALSE(unlocked_->layout().storedHeaderInClear());
+}
+
 // Complete, it may be written; part way, with no record of where
 // encrypt-on-write put sectors (which it would refuse), only read.
 TEST_F(EncryptOnWriteTest, MayBeWrittenOnlyOnceComplete) {
@@ -384,7 +403,7 @@ TEST_F(EncryptOnWriteTest, RefusesWhatItCannotReadWithTheReason) {
     bool everyCopy;
   } refusals[] = {
       {"identifier 92a84d3c", 160, {0x3c}, false},
-      {"not in the clear", storedCopy + 511, {0}, false},
+      {"neither in the clear nor decrypted", storedCopy + 511, {0}, false},
       {"metadata copy 3", 10, {9, 0}, true},  // an unknown version in every copy
       {"unknown conversion state 9", 12, {9, 0}, true},
       {"conversion state 3 (encrypt-on-write", 12, {3, 0}, true},
