@@ -7,4 +7,6 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 ./scripts/build.sh
-exec unshare --mount --pid --fork --mount-proc --propagation private ./scripts/private-root.sh ./scripts/demo.sh
+keep=()
+if [ -d ../shared ]; then keep=(--keep ../shared); fi
+exec unshare --mount --pid --fork --mount-proc --propagation private ./scripts/private-root.sh "${keep[@]}" ./scripts/demo.sh
