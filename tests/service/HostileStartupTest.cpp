@@ -1,6 +1,10 @@
 // Attacks a local user could try on how the service starts: a program on
-// the user's own disk made to start as root at boot.
+// the user's own disk made to start as root at boot, and a process named
+// like the service that keeps it from starting.
+#include <grp.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -146,6 +150,48 @@ TEST_F(ConsoleUserStartup, NoBootItemsForAProgramOnFuse) {
                                        MakeBundleLine(folder + "/Z.app") + " && [ \"$(stat -c %u '" + folder +
                                        "/Z.app')\" = 0 ]",
                                    folder + "/Z.app", "umount '" + folder + "'; rmdir '" + folder + "'; rm " + disk));
+}
+
+// Starts `program` (a link to sleep, so its short name is the link's) as
+// `owner`, and waits until the kernel shows it under that name.
+pid_t StartNamesake(const std::string& program, uid_t owner) {
+  const pid_t child = fork();
+  if (child == 0) {
+    if (setgroups(0, nullptr) != 0 || setgid(owner) != 0 || setuid(owner) != 0) _exit(126);
+    execl(program.c_str(), program.c_str(), "30", static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  const std::string comm = "/proc/" + std::to_string(child) + "/comm";
+  for (int i = 0; i < 50 && ReadFile(comm) != "zq\n"; ++i) usleep(100 * 1000);
+  return child;
+}
+
+bool Alive(pid_t pid) { return waitpid(pid, nullptr, WNOHANG) == 0; }
+
+// Any user can run a process whose short name begins like the service's.
+// Only root's counts as a running copy: a plain start beside another
+// user's namesake serves, and a start that takes over leaves it alone.
+TEST_F(HostileStartupTest, OnlyRootsNamesakesCountAsARunningCopy) {
+  ASSERT_EQ(RunShell("ln -sf /bin/sleep /tmp/zq"), 0);
+  for (const uid_t owner : {kUser, uid_t{0}}) {
+    SCOPED_TRACE("the namesake is uid " + std::to_string(owner) + "'s");
+    const pid_t namesake = StartNamesake("/tmp/zq", owner);
+    service = std::make_unique<ServiceProcess>(bundle->bundlePath());
+    if (owner == 0) {
+      service->Start();
+      EXPECT_EQ(service->WaitForExit(10), std::optional<int>(0)) << "started beside a running copy";
+    } else {
+      StartWithClients();
+      ServiceProcess newer(bundle->bundlePath());
+      newer.Start({"--take-over"});
+      EXPECT_EQ(service->WaitForExit(10), std::optional<int>(-1)) << "the older copy is taken over";
+      EXPECT_TRUE(newer.Running());
+      EXPECT_TRUE(Ping(*mainUI));
+    }
+    EXPECT_TRUE(Alive(namesake));
+    kill(namesake, SIGKILL);
+    waitpid(namesake, nullptr, 0);
+  }
 }
 
 }  // namespace
