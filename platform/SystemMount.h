@@ -8,11 +8,11 @@
 namespace platform {
 
 // True when the file or folder open as `fd` lies on a mount that is not
-// nosuid, nodev or noexec, not FUSE, not the mounter's, and not in a
-// folder where removable disks and users' volumes go: /media, /run/media
-// and /mnt on Linux, /Volumes on macOS, where it must also be local, not
-// removable and keep its owners.  Asked of the descriptor itself, so no
-// path is looked up again.
+// nosuid, nodev or noexec, not FUSE, and not in a folder where removable
+// disks and users' volumes go: /media, /run/media and /mnt on Linux,
+// /Volumes on macOS, where it must also be local, not removable and keep
+// its owners.  Every mount the mounter makes is FUSE or nosuid and nodev.
+// Asked of the descriptor itself, so no path is looked up again.
 bool IsOnSystemMount(int fd);
 
 }  // namespace platform

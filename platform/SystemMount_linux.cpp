@@ -41,8 +41,8 @@ bool IsOnSystemMount(int fd) {
   for (const MountEntry& mount : ReadMountTable()) {
     if (mount.id != *mountId) continue;
     const bool fuse = mount.type == "fuse" || mount.type == "fuseblk" || mount.type.rfind("fuse.", 0) == 0;
-    return !fuse && !mount.mounterServes && !IsUnder(mount.mountPoint, "/media") &&
-           !IsUnder(mount.mountPoint, "/run/media") && !IsUnder(mount.mountPoint, "/mnt");
+    return !fuse && !IsUnder(mount.mountPoint, "/media") && !IsUnder(mount.mountPoint, "/run/media") &&
+           !IsUnder(mount.mountPoint, "/mnt");
   }
   return false;
 }
