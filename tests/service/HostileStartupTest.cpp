@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "tests/service/ServiceClients.h"
 #include "tests/support/FileContents.h"
 
@@ -22,6 +24,14 @@ const std::string kAgent = "/Library/LaunchAgents/com.zq.Norvane.plist";
 using HostileStartupTest = ServiceClientTest;
 
 bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+// A new folder of root's, open to all to read, on the machine's own disk:
+// `prefix` and six characters, so that test processes never share one.
+std::string NewSystemFolder(const std::string& prefix) {
+  std::string path = prefix + "XXXXXX";
+  if (mkdtemp(path.data()) == nullptr || chmod(path.c_str(), 0755) != 0) ADD_FAILURE() << "no folder " << path;
+  return path;
+}
 
 // Waits up to five seconds for the service to hand its channels to `owner`.
 bool ChannelsHandedTo(uid_t owner) {
@@ -93,14 +103,14 @@ class ConsoleUserStartup : public HostileStartupTest {
 // mounted and however it leads there.  A bundle in an ordinary folder of
 // root's still gets its boot-time items.
 TEST_F(ConsoleUserStartup, BootItemsAreWrittenOnlyForAProgramOnTheMachinesOwnDisks) {
-  const std::string opt = "/opt/zq-boot-test-" + std::to_string(getpid());
+  const std::string opt = NewSystemFolder("/opt/zq-boot-test-");
   const std::string installed = opt + "/Zq Norvane.app";
   const struct {
     std::string disk;
     std::string bundle;
     bool bootItems;
   } cases[] = {
-      {"mkdir -m 755 '" + opt + "' && " + MakeBundleLine(installed), installed, true},
+      {"mkdir -p -m 755 '" + opt + "' && " + MakeBundleLine(installed), installed, true},
       // As a desktop mounts a user's disk.
       {"mkdir /media/usb && mount -t tmpfs -o nosuid,nodev,mode=755 usb /media/usb && " +
            MakeBundleLine("/media/usb/Zq Norvane.app"),
@@ -112,15 +122,15 @@ TEST_F(ConsoleUserStartup, BootItemsAreWrittenOnlyForAProgramOnTheMachinesOwnDis
            MakeBundleLine("/run/media/u/d/Z.app"),
        "/run/media/u/d/Z.app", false},
       // Elsewhere, with one flag of a mount made for a user.
-      {"mkdir -m 755 '" + opt + "' && mount -t tmpfs -o noexec,mode=755 d '" + opt + "' && " +
+      {"mkdir -p -m 755 '" + opt + "' && mount -t tmpfs -o noexec,mode=755 d '" + opt + "' && " +
            MakeBundleLine(installed),
        installed, false},
-      {"mkdir -m 755 '" + opt + "' && mount -t tmpfs -o nosuid,mode=755 d '" + opt + "' && " +
+      {"mkdir -p -m 755 '" + opt + "' && mount -t tmpfs -o nosuid,mode=755 d '" + opt + "' && " +
            MakeBundleLine(installed),
        installed, false},
       // A link on the user's disk to an installed bundle: the user can
       // change where it leads once the items are written.
-      {"mkdir -m 755 '" + opt + "' && " + MakeBundleLine(installed) +
+      {"mkdir -p -m 755 '" + opt + "' && " + MakeBundleLine(installed) +
            " && mkdir /media/usb && mount -t tmpfs -o nosuid,nodev,mode=755 usb /media/usb && ln -s '" + installed +
            "' /media/usb/Z.app",
        "/media/usb/Z.app", false},
@@ -144,12 +154,12 @@ TEST_F(ConsoleUserStartup, BootItemsAreWrittenOnlyForAProgramOnTheMachinesOwnDis
 TEST_F(ConsoleUserStartup, NoBootItemsForAProgramOnFuse) {
   if (!Exists("/dev/fuse") || RunShell("command -v fusefat >/dev/null") != 0)
     GTEST_SKIP() << "needs /dev/fuse and fusefat";
-  const std::string disk = "/tmp/fuse-disk.img", folder = "/srv/zq-fuse-test-" + std::to_string(getpid());
-  EXPECT_FALSE(BootItemsWrittenFor("truncate -s 8M " + disk + " && mkfs.vfat " + disk + " >/dev/null && mkdir '" +
-                                       folder + "' && fusefat -o rw+,suid,dev " + disk + " '" + folder + "' && " +
-                                       MakeBundleLine(folder + "/Z.app") + " && [ \"$(stat -c %u '" + folder +
-                                       "/Z.app')\" = 0 ]",
-                                   folder + "/Z.app", "umount '" + folder + "'; rmdir '" + folder + "'; rm " + disk));
+  const std::string disk = "/tmp/fuse-disk.img", folder = NewSystemFolder("/srv/zq-fuse-test-");
+  const std::string mount = "truncate -s 8M " + disk + " && mkfs.vfat " + disk + " >/dev/null && fusefat -o " +
+                            "rw+,suid,dev " + disk + " '" + folder + "' && " + MakeBundleLine(folder + "/Z.app") +
+                            " && [ \"$(stat -c %u '" + folder + "/Z.app')\" = 0 ]";
+  EXPECT_FALSE(
+      BootItemsWrittenFor(mount, folder + "/Z.app", "umount '" + folder + "'; rmdir '" + folder + "'; rm " + disk));
 }
 
 // Starts `program` (a link to sleep, so its short name is the link's) as
