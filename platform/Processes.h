@@ -28,6 +28,10 @@ int ListProcessIds(std::vector<pid_t>* ids);
 // be inspected.
 std::optional<std::string> ProcessShortName(pid_t pid);
 
+// The real user id of one process, whom it runs for; nullopt when it has
+// gone or cannot be inspected.
+std::optional<uid_t> ProcessRealUser(pid_t pid);
+
 // When the process started, in seconds since the epoch; nullopt when it has
 // gone or cannot be inspected.
 std::optional<time_t> ProcessStartTime(pid_t pid);

@@ -56,6 +56,12 @@ std::optional<std::string> ProcessShortName(pid_t pid) {
   return std::string(info->pbi_comm, strnlen(info->pbi_comm, kShortNameLength));
 }
 
+std::optional<uid_t> ProcessRealUser(pid_t pid) {
+  const std::optional<proc_bsdinfo> info = BsdInfo(pid);
+  if (!info) return std::nullopt;
+  return info->pbi_ruid;
+}
+
 std::optional<time_t> ProcessStartTime(pid_t pid) {
   const std::optional<proc_bsdinfo> info = BsdInfo(pid);
   if (!info) return std::nullopt;

@@ -52,6 +52,18 @@ std::optional<std::string> ProcessShortName(pid_t pid) {
   return name;
 }
 
+// The status file's "Uid:" line holds the real, effective, saved and file
+// system ids, in that order.
+std::optional<uid_t> ProcessRealUser(pid_t pid) {
+  const std::optional<std::string> status = ReadSmallFile("/proc/" + std::to_string(pid) + "/status");
+  const size_t line = status ? status->find("\nUid:") : std::string::npos;
+  if (line == std::string::npos) return std::nullopt;
+  std::istringstream fields(status->substr(line + 5));
+  unsigned long uid = 0;
+  if (!(fields >> uid)) return std::nullopt;
+  return static_cast<uid_t>(uid);
+}
+
 // The stat line's field 22 is the start in clock ticks after boot, and
 // /proc/stat's btime the boot in seconds since the epoch.
 std::optional<time_t> ProcessStartTime(pid_t pid) {

@@ -22,10 +22,11 @@ bool IsSingleShellWord(const std::optional<std::string>& word);
 // The launch-daemon item runs "<bundle>/Contents/MacOS/Zq-NorvaneServices"
 // as root at every boot, so it is written only for a program that exists
 // and that, with every folder above it (along the path as given and as
-// resolved), is owned by root and writable by no one else.  A group whose
-// members can become root anyway may write, and so may anyone in a sticky
-// folder such as /tmp.  Returns why not, or nullptr when the program is
-// safe.
+// resolved), is owned by root and writable by no one else, and lies on a
+// mount that root made for the machine (platform::IsOnSystemMount): on a
+// user's disk anything may look root's.  A group whose members can become
+// root anyway may write, and so may anyone in a sticky folder such as
+// /tmp.  Returns why not, or nullptr when the program is safe.
 const char* DaemonProgramRefusal(const std::string& bundlePath);
 
 #endif  // ZQ_SERVICE_CLIENTINPUTCHECKS_H_

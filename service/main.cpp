@@ -15,8 +15,9 @@
 #include "system/CFuseInstallerHelper.h"
 #include "system/CProcessManager.h"
 
-// True when another process of the service is already running.
-bool IsRunning() { return FindOtherProcessNamedLike(kServiceProcessName).has_value(); }
+// True when another process of the service is already running: one of
+// root's, as the service always is.
+bool IsRunning() { return FindOtherRootProcessNamedLike(kServiceProcessName).has_value(); }
 
 int main(int argc, char**) {
   if (argc == 1 && IsRunning()) return 0;

@@ -36,10 +36,10 @@ bool CProcessManager::ProcessIsRunning(const char* name) {
 }
 
 void CProcessManager::KillProcess(const char* name) {
-  if (const std::optional<pid_t> pid = FindOtherProcessNamedLike(name)) kill(*pid, SIGKILL);
+  if (const std::optional<pid_t> pid = FindOtherRootProcessNamedLike(name)) kill(*pid, SIGKILL);
 }
 
-std::optional<pid_t> FindOtherProcessNamedLike(const char* name) {
+std::optional<pid_t> FindOtherRootProcessNamedLike(const char* name) {
   if (name == nullptr) return std::nullopt;
   const pid_t self = getpid();
   std::vector<pid_t> ids;
@@ -48,7 +48,8 @@ std::optional<pid_t> FindOtherProcessNamedLike(const char* name) {
     if (pid == 0 || pid == self) continue;
     const std::optional<std::string> shortName = platform::ProcessShortName(pid);
     if (!shortName || shortName->empty()) continue;
-    if (strncasecmp(shortName->c_str(), name, shortName->size()) == 0) return pid;
+    if (strncasecmp(shortName->c_str(), name, shortName->size()) != 0) continue;
+    if (platform::ProcessRealUser(pid) == std::optional<uid_t>(0)) return pid;
   }
   return std::nullopt;
 }

@@ -3,9 +3,11 @@
 //
 // Two name rules are used, each on purpose.  ProcessIsRunning compares a
 // query, cut to the kernel's short-name length, exactly and with case.
-// KillProcess (and FindOtherProcessNamedLike, which the single-copy check
-// of the service shares with it) accepts a process whose short name is any
-// leading part of the given name, in any mix of case.
+// KillProcess (and FindOtherRootProcessNamedLike, which the single-copy
+// check of the service shares with it) accepts a process whose short name
+// is any leading part of the given name, in any mix of case, and looks
+// only at root's processes: the service runs as root, so no other user's
+// process is a copy of it, whatever its name.
 #ifndef ZQ_SYSTEM_CPROCESSMANAGER_H_
 #define ZQ_SYSTEM_CPROCESSMANAGER_H_
 
@@ -39,7 +41,7 @@ class CProcessManager {
   bool ProcessIsRunning(const char* name);
 
   // Sends SIGKILL to the first process, in the kernel's listing order, that
-  // FindOtherProcessNamedLike(name) finds.  Never the calling process.
+  // FindOtherRootProcessNamedLike(name) finds.  Never the calling process.
   void KillProcess(const char* name);
 
  private:
@@ -47,8 +49,9 @@ class CProcessManager {
 };
 
 // The first process, in the kernel's listing order, other than the calling
-// one, whose short name is not empty and is a leading part of `name`
-// without regard to case; nullopt when there is none or `name` is null.
-std::optional<pid_t> FindOtherProcessNamedLike(const char* name);
+// one, whose real user is root and whose short name is not empty and is a
+// leading part of `name` without regard to case; nullopt when there is none
+// or `name` is null.
+std::optional<pid_t> FindOtherRootProcessNamedLike(const char* name);
 
 #endif  // ZQ_SYSTEM_CPROCESSMANAGER_H_
