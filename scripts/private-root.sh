@@ -11,7 +11,8 @@
 # private mount namespace (unshare --mount).
 set -euo pipefail
 
-keep=("$PWD")
+here=$PWD
+keep=("$here")
 while [ "${1-}" = --keep ]; do
   keep+=("$(cd "$2" && pwd -P)")
   shift 2
@@ -23,6 +24,9 @@ mount --make-rprivate /
 mount -t tmpfs -o mode=0700 tmpfs /run
 root=/run/root
 mkdir "$root"
+# A mount of its own, so that it can become the root rather than a chroot
+# inside one: the mount table then shows every folder's mount, / included.
+mount --bind "$root" "$root"
 
 for entry in /* /.[!.]*; do
   name=${entry#/}
@@ -55,4 +59,7 @@ for folder in "${keep[@]}"; do
   esac
 done
 
-exec chroot "$root" /bin/sh -c 'cd "$1" && shift && exec "$@"' sh "$PWD" "$@"
+cd "$root"
+pivot_root . .
+umount -l .
+exec /bin/sh -c 'cd "$1" && shift && exec "$@"' sh "$here" "$@"
