@@ -47,6 +47,11 @@ class Descriptor {
     fd_ = fd;
   }
   int get() const { return fd_; }
+  int Release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
 
  private:
   int fd_;
@@ -74,7 +79,8 @@ bool IsEmptyFolder(int parent, const std::string& name) {
 
 }  // namespace
 
-std::string MountPointRefusal(const std::string& path, uid_t consoleUser, MountedFolder mounted) {
+std::string MountPointRefusal(const std::string& path, uid_t consoleUser, MountedFolder mounted, int* parent) {
+  if (parent != nullptr) *parent = -1;
   const std::string named = "the mount point " + path;
   if (path.empty() || path[0] != '/') return named + " is not an absolute path";
   const std::vector<std::string> parts = Components(path);
@@ -100,13 +106,17 @@ std::string MountPointRefusal(const std::string& path, uid_t consoleUser, Mounte
   }
 
   struct stat info;
-  if (fstatat(folder.get(), parts.back().c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
-    return errno == ENOENT ? std::string() : named + ": " + std::strerror(errno);
+  if (fstatat(folder.get(), parts.back().c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno != ENOENT) return named + ": " + std::strerror(errno);
+    if (parent != nullptr) *parent = folder.Release();
+    return std::string();
+  }
   if (S_ISLNK(info.st_mode)) return named + " is a symbolic link";
   if (!S_ISDIR(info.st_mode)) return named + " is not a folder";
   if (info.st_uid != 0 && info.st_uid != consoleUser) return named + " belongs to another user";
   const bool isMountRoot = info.st_dev != above.st_dev;
   if (!(isMountRoot && mounted == MountedFolder::kReleasedFirst) && !IsEmptyFolder(folder.get(), parts.back()))
     return named + " is not empty";
+  if (parent != nullptr) *parent = folder.Release();
   return std::string();
 }

@@ -12,6 +12,7 @@
 #include <array>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <random>
 
 #include "bitlocker/MounterStatus.h"
@@ -20,6 +21,7 @@
 #include "tests/support/FileContents.h"
 #include "tests/support/MounterHarness.h"
 #include "tests/support/ProgramRun.h"
+#include "tests/support/ServiceTestEnvironment.h"
 #include "tests/support/StubBundle.h"
 #include "tests/support/TempDir.h"
 #include "util/MountTable.h"
@@ -243,6 +245,106 @@ TEST_F(MounterTest, AFileSystemItsDriverWillNotWriteIsMountedReadOnly) {
   ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
   EXPECT_EQ(run.errors, "zq-mounter: mounted read-only: the NTFS file system would only mount read-only\n");
   EXPECT_LT(open((mountPoint_ + "/new.txt").c_str(), O_WRONLY | O_CREAT, 0644), 0) << "the mount is writable";
+}
+
+// The user at the machine owns the folder that holds the mount point and
+// may change it at any moment while the mounter works as root: whatever
+// they put there, root's files elsewhere come to no harm.
+class MountPointRaceTest : public MounterTest {
+ protected:
+  static constexpr uid_t kUser = 4242;
+
+  void SetUp() override {
+    MounterTest::SetUp();
+    if (IsSkipped()) return;
+    ASSERT_EQ(rmdir(mountPoint_.c_str()), 0) << "the mount point must not exist yet";
+    ASSERT_EQ(chown(mountFolder_.c_str(), kUser, kUser), 0);
+    ASSERT_EQ(RunShell("mkdir -m 755 " + Quoted(victimFolder_) + " && echo root\\'s > " + Quoted(victimFolder_ + "/kept") +
+                       " && echo secret > " + Quoted(victimFile_) + " && chmod 600 " + Quoted(victimFile_)),
+              0);
+  }
+
+  void TearDown() override {
+    ForceUnmount(victimFolder_);
+    ForceUnmount(victimFile_);
+    unlink(mountPoint_.c_str());
+    rmdir(awayFolder_.c_str());
+    MounterTest::TearDown();
+  }
+
+  // Runs `work` as the user at the machine; its result, or -1.
+  static int AsUser(const std::function<int()>& work) { return RunAsUser(kUser, [&] { return work() == 0 ? 0 : 1; }) == 0 ? 0 : -1; }
+
+  ConsoleUserIs console_{kUser};
+  std::string victimFolder_ = root_("victim"), victimFile_ = root_("shadow");
+  std::string awayFolder_ = mountFolder_ + "/away";
+};
+
+// Checked, the mount point does not exist; before the mounter goes on, the
+// user puts a link to a folder of root's in its place.
+TEST_F(MountPointRaceTest, ALinkPutAtTheMountPointAfterTheCheckGetsNothingMountedOverItsTarget) {
+  StartedProgram mounter(mounter_, {image_, mountPoint_, "raw"});
+  ASSERT_TRUE(StartedProgram::WaitUntilReadingAPipe(mounter.pid(), 10)) << "the mounter never waited for its credential";
+  ASSERT_EQ(AsUser([&] { return symlink(victimFolder_.c_str(), mountPoint_.c_str()); }), 0);
+  mounter.SendAndClose("plain\n");
+  const std::string said = mounter.FirstErrorLine(30);
+  const int status = mounter.Wait();
+  EXPECT_FALSE(MountedAt(victimFolder_)) << said;
+  EXPECT_EQ(ReadFile(victimFolder_ + "/kept"), "root's\n");
+  EXPECT_NE(status, bitlocker::kOk) << "there was no folder of the mounter's to mount on: " << said;
+}
+
+// The user renames the folder the mounter has just made away and puts a
+// link to a file of root's in its place.  strace holds the mounter for two
+// seconds after each folder it makes, so that the user is always in time.
+TEST_F(MountPointRaceTest, AFolderSwappedForALinkRightAfterItIsMadeLeavesTheLinksTargetRoots) {
+  if (RunShell("command -v strace >/dev/null") != 0) GTEST_SKIP() << "strace is not installed";
+  StartedProgram mounter("/usr/bin/env", {"strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=mkdir,mkdirat", "-e",
+                                          "inject=mkdir,mkdirat:delay_exit=2000000", mounter_, image_, mountPoint_, "raw"});
+  mounter.SendAndClose("plain\n");
+  ASSERT_EQ(AsUser([&] {
+              for (int tries = 0; tries < 2000; ++tries) {
+                struct stat info;
+                if (lstat(mountPoint_.c_str(), &info) == 0 && S_ISDIR(info.st_mode))
+                  return rename(mountPoint_.c_str(), awayFolder_.c_str()) | symlink(victimFile_.c_str(), mountPoint_.c_str());
+                usleep(10000);
+              }
+              return -1;
+            }),
+            0)
+      << "the mounter made no folder";
+  const std::string said = mounter.FirstErrorLine(30);
+  EXPECT_FALSE(MountedAt(victimFile_)) << said;
+  ForceUnmount(victimFile_);
+  struct stat info;
+  ASSERT_EQ(stat(victimFile_.c_str(), &info), 0);
+  EXPECT_TRUE(info.st_uid == 0 && info.st_gid == 0) << "now " << info.st_uid << ":" << info.st_gid << "; " << said;
+  EXPECT_NE(said.rfind("zq-mounter: mounted", 0), 0u) << said;
+}
+
+// At its end the mounter removes the folder it made, and only that one: a
+// folder the user put at the same name, after the mount, is theirs to keep.
+TEST_F(MountPointRaceTest, TheEndRemovesOnlyTheFolderTheMounterMade) {
+  for (const bool swapped : {false, true}) {
+    SCOPED_TRACE(swapped ? "swapped" : "left alone");
+    const ProgramRun run = Mount("raw");
+    ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
+    const std::vector<int> servers = LiveProcessesWithWord(mountPoint_);
+    ASSERT_EQ(servers.size(), 1u);
+    // Stopped, the server cannot take its end before the user is done.
+    kill(servers[0], SIGSTOP);
+    ASSERT_EQ(umount(mountPoint_.c_str()), 0) << std::strerror(errno);
+    if (swapped) {
+      ASSERT_EQ(AsUser([&] { return rename(mountPoint_.c_str(), awayFolder_.c_str()) | mkdir(mountPoint_.c_str(), 0755); }), 0);
+    }
+    kill(servers[0], SIGCONT);
+    EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
+    struct stat info;
+    EXPECT_EQ(lstat(mountPoint_.c_str(), &info) == 0, swapped) << "the user's folder went, or the mounter's stayed";
+    EXPECT_TRUE(!swapped || info.st_uid == kUser);
+    rmdir(mountPoint_.c_str());
+    rmdir(awayFolder_.c_str());
+  }
 }
 
 TEST(MounterCommandLineTest, AnswersHelpAndVersionAndNamesAnUnknownOption) {
