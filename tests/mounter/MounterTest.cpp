@@ -17,6 +17,7 @@
 
 #include "bitlocker/MounterStatus.h"
 #include "mounter/MountRequest.h"
+#include "platform/Folders.h"
 #include "platform/Mounts.h"
 #include "tests/support/FileContents.h"
 #include "tests/support/MounterHarness.h"
@@ -173,6 +174,44 @@ TEST_F(MounterTest, EachFailureHasItsOwnStatusAndMountsNothing) {
   EXPECT_FALSE(MountedAt(mountPoint_));
 }
 
+// The staging root is root's alone, or it is not used: one that is a
+// link, that others may enter or that is the user's is refused, and
+// nothing is made or mounted through it.
+TEST_F(MounterTest, AStagingRootThatIsNotRootsAloneIsNotUsed) {
+  if (RunShell("command -v mkfs.fat >/dev/null") != 0) GTEST_SKIP() << "mkfs.fat is not installed";
+  ASSERT_EQ(RunShell("truncate -s 0 " + Quoted(image_) + " && truncate -s 48M " + Quoted(image_) + " && mkfs.fat " +
+                     Quoted(image_) + " >/dev/null"),
+            0);
+  // The machine's own staging root stays out of reach: /run is a fresh one
+  // in the tests' mount namespace while this test lasts.
+  struct PrivateRun {
+    bool made = mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") == 0;
+    ~PrivateRun() {
+      if (made) umount2("/run", MNT_DETACH);
+    }
+  } run;
+  ASSERT_TRUE(run.made) << std::strerror(errno);
+  const std::string staging = platform::kStagingRoot, elsewhere = root_("elsewhere");
+  const std::string remove = "rm -f " + staging + " 2>/dev/null; rmdir " + staging + " 2>/dev/null; ";
+  const struct {
+    const char* what;
+    std::string make;
+  } cases[] = {
+      {"a link", "mkdir -m 700 " + Quoted(elsewhere) + " && ln -s " + Quoted(elsewhere) + " " + staging},
+      {"open to others", "mkdir -m 755 " + staging},
+      {"the user's", "mkdir -m 700 " + staging + " && chown 4242 " + staging},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.what);
+    ASSERT_EQ(RunShell(remove + test.make), 0);
+    const ProgramRun mounted = Mount("");
+    EXPECT_EQ(mounted.status, kMounterMountFailed) << mounted.errors;
+    EXPECT_NE(mounted.errors.find("staging root"), std::string::npos) << mounted.errors;
+    EXPECT_FALSE(MountedAt(mountPoint_));
+    EXPECT_EQ(RunShell("[ -z \"$(ls -A " + staging + "/)\" ]"), 0) << "something was made in it";
+  }
+}
+
 // An unencrypted file system image holding one known file, made with the
 // distribution's tools: a tool that must be installed, and a shell command
 // that makes "$IMAGE" and puts "$FILE" in it.
@@ -259,8 +298,9 @@ class MountPointRaceTest : public MounterTest {
     if (IsSkipped()) return;
     ASSERT_EQ(rmdir(mountPoint_.c_str()), 0) << "the mount point must not exist yet";
     ASSERT_EQ(chown(mountFolder_.c_str(), kUser, kUser), 0);
-    ASSERT_EQ(RunShell("mkdir -m 755 " + Quoted(victimFolder_) + " && echo root\\'s > " + Quoted(victimFolder_ + "/kept") +
-                       " && echo secret > " + Quoted(victimFile_) + " && chmod 600 " + Quoted(victimFile_)),
+    // Empty, because libfuse 2's drivers will not mount over anything else.
+    ASSERT_EQ(RunShell("mkdir -m 755 " + Quoted(victimFolder_) + " && echo secret > " + Quoted(victimFile_) + " && chmod 600 " +
+                       Quoted(victimFile_)),
               0);
   }
 
@@ -281,17 +321,25 @@ class MountPointRaceTest : public MounterTest {
 };
 
 // Checked, the mount point does not exist; before the mounter goes on, the
-// user puts a link to a folder of root's in its place.
+// user puts a link to a folder of root's in its place.  Both ways of
+// mounting are tried: FUSE itself, and a file-system driver.
 TEST_F(MountPointRaceTest, ALinkPutAtTheMountPointAfterTheCheckGetsNothingMountedOverItsTarget) {
-  StartedProgram mounter(mounter_, {image_, mountPoint_, "raw"});
-  ASSERT_TRUE(StartedProgram::WaitUntilReadingAPipe(mounter.pid(), 10)) << "the mounter never waited for its credential";
-  ASSERT_EQ(AsUser([&] { return symlink(victimFolder_.c_str(), mountPoint_.c_str()); }), 0);
-  mounter.SendAndClose("plain\n");
-  const std::string said = mounter.FirstErrorLine(30);
-  const int status = mounter.Wait();
-  EXPECT_FALSE(MountedAt(victimFolder_)) << said;
-  EXPECT_EQ(ReadFile(victimFolder_ + "/kept"), "root's\n");
-  EXPECT_NE(status, bitlocker::kOk) << "there was no folder of the mounter's to mount on: " << said;
+  const bool fat = RunShell("command -v mkfs.fat >/dev/null && truncate -s 0 " + Quoted(image_) + " && truncate -s 48M " +
+                            Quoted(image_) + " && mkfs.fat " + Quoted(image_) + " >/dev/null") == 0;
+  for (const char* options : {"raw", "umask=077"}) {
+    SCOPED_TRACE(options);
+    if (!fat && std::string(options) != "raw") GTEST_SKIP() << "mkfs.fat is not installed: no file-system driver was tried";
+    StartedProgram mounter(mounter_, {image_, mountPoint_, options});
+    ASSERT_TRUE(StartedProgram::WaitUntilReadingAPipe(mounter.pid(), 10)) << "the mounter never waited for its credential";
+    ASSERT_EQ(AsUser([&] { return symlink(victimFolder_.c_str(), mountPoint_.c_str()); }), 0);
+    mounter.SendAndClose("plain\n");
+    const std::string said = mounter.FirstErrorLine(30);
+    const int status = mounter.Wait();
+    EXPECT_FALSE(MountedAt(victimFolder_)) << said;
+    EXPECT_NE(status, bitlocker::kOk) << "there was no folder of the mounter's to mount on: " << said;
+    ForceUnmount(victimFolder_);
+    unlink(mountPoint_.c_str());
+  }
 }
 
 // The user renames the folder the mounter has just made away and puts a
