@@ -163,7 +163,7 @@ int CMountSession::StartFilesystem(std::string* message) {
     *message = std::string("the ") + FilesystemName(type) + " file system could not be mounted:\n" + driversSaid;
     return kMounterMountFailed;
   }
-  if (options.writable && platform::IsReadOnlyMount(mountPointMountId_))
+  if (options.writable && IsReadOnlyMount(platform::ReadMountTable(), mountPointMountId_))
     readOnlyReason_ = std::string("the ") + FilesystemName(type) + " file system would only mount read-only";
   return bitlocker::kOk;
 }

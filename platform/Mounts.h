@@ -44,9 +44,6 @@ int MountIdOn(const HeldFolder& held);
 // it is the mount `mountId`.
 void DetachMountOn(const HeldFolder& held, int mountId);
 
-// Whether the mount `mountId` is read-only.
-bool IsReadOnlyMount(int mountId);
-
 // Where the volume on /dev/<bsdName> is mounted; nullopt when it is not.
 // Only a mount of the volume's own root counts.
 std::optional<std::string> VolumeMountPath(const std::string& bsdName);

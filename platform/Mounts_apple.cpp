@@ -105,12 +105,6 @@ void DetachMountOn(const HeldFolder& held, int mountId) {
   if (fcntl(held.folder, F_GETPATH, path) == 0) unmount(path, MNT_FORCE);
 }
 
-bool IsReadOnlyMount(int mountId) {
-  for (const MountEntry& entry : ReadMountTable())
-    if (entry.id == mountId) return entry.readOnly;
-  return false;
-}
-
 std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   CFHolder<DASessionRef> session(DASessionCreate(kCFAllocatorDefault));
   if (session.get() == nullptr) return std::nullopt;

@@ -112,12 +112,6 @@ void DetachMountOn(const HeldFolder& held, int mountId) {
   if (mountId >= 0 && MountIdOn(held) == mountId) umount2(MountTarget(held).c_str(), MNT_DETACH);
 }
 
-bool IsReadOnlyMount(int mountId) {
-  for (const MountEntry& entry : ReadMountTable())
-    if (entry.id == mountId) return entry.readOnly;
-  return false;
-}
-
 std::optional<std::string> VolumeMountPath(const std::string& bsdName) {
   struct stat info;
   if (stat(("/dev/" + bsdName).c_str(), &info) != 0 || !S_ISBLK(info.st_mode)) return std::nullopt;
