@@ -29,4 +29,7 @@ enum class MountedFolder {
 // path again; -1 there otherwise.
 std::string MountPointRefusal(const std::string& path, uid_t consoleUser, MountedFolder mounted, int* parent = nullptr);
 
+// Whether the open folder `folder` holds nothing; `folder` is left as it is.
+bool IsEmptyFolder(int folder);
+
 #endif  // ZQ_BITLOCKER_MOUNTPOINT_H_

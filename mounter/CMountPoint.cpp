@@ -1,12 +1,13 @@
 #include "mounter/CMountPoint.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+
+#include "bitlocker/MountPoint.h"
 
 namespace {
 
@@ -16,25 +17,6 @@ std::string LastName(const std::string& path) {
   if (end == std::string::npos) return std::string();
   const size_t start = path.rfind('/', end);
   return path.substr(start + 1, end - start);
-}
-
-// Whether the open folder `fd` holds nothing.
-bool IsEmpty(int fd) {
-  const int copy = dup(fd);
-  DIR* folder = copy < 0 ? nullptr : fdopendir(copy);
-  if (folder == nullptr) {
-    if (copy >= 0) close(copy);
-    return false;
-  }
-  bool empty = true;
-  while (const dirent* entry = readdir(folder)) {
-    if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
-      empty = false;
-      break;
-    }
-  }
-  closedir(folder);
-  return empty;
 }
 
 }  // namespace
@@ -60,7 +42,7 @@ std::unique_ptr<CMountPoint> CMountPoint::Open(int parent, const std::string& pa
   // A folder just made is root's until it is given away below; any other
   // owner means another folder took its place, one the user may keep.
   const bool ownerAllowed = made ? info.st_uid == 0 : info.st_uid == 0 || info.st_uid == consoleUser;
-  if (!ownerAllowed || !IsEmpty(held.folder)) {
+  if (!ownerAllowed || !IsEmptyFolder(held.folder)) {
     *error = named + " was changed after it was checked";
     return nullptr;
   }
