@@ -47,34 +47,45 @@ class Descriptor {
     fd_ = fd;
   }
   int get() const { return fd_; }
+  int Release() {
+    const int fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
 
  private:
   int fd_;
 };
 
 // Whether the folder `name` in `parent` holds nothing.
-bool IsEmptyFolder(int parent, const std::string& name) {
-  const int fd = openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return false;
-  DIR* folder = fdopendir(fd);
-  if (folder == nullptr) {
-    close(fd);
+bool IsEmptyFolderIn(int parent, const std::string& name) {
+  const Descriptor folder(openat(parent, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  return folder.get() >= 0 && IsEmptyFolder(folder.get());
+}
+
+}  // namespace
+
+bool IsEmptyFolder(int folder) {
+  const int copy = dup(folder);
+  DIR* entries = copy < 0 ? nullptr : fdopendir(copy);
+  if (entries == nullptr) {
+    if (copy >= 0) close(copy);
     return false;
   }
+  rewinddir(entries);  // the copy shares its place in the folder with `folder`
   bool empty = true;
-  while (const dirent* entry = readdir(folder)) {
+  while (const dirent* entry = readdir(entries)) {
     if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
       empty = false;
       break;
     }
   }
-  closedir(folder);
+  closedir(entries);
   return empty;
 }
 
-}  // namespace
-
-std::string MountPointRefusal(const std::string& path, uid_t consoleUser, MountedFolder mounted) {
+std::string MountPointRefusal(const std::string& path, uid_t consoleUser, MountedFolder mounted, int* parent) {
+  if (parent != nullptr) *parent = -1;
   const std::string named = "the mount point " + path;
   if (path.empty() || path[0] != '/') return named + " is not an absolute path";
   const std::vector<std::string> parts = Components(path);
@@ -100,13 +111,17 @@ std::string MountPointRefusal(const std::string& path, uid_t consoleUser, Mounte
   }
 
   struct stat info;
-  if (fstatat(folder.get(), parts.back().c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
-    return errno == ENOENT ? std::string() : named + ": " + std::strerror(errno);
+  if (fstatat(folder.get(), parts.back().c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno != ENOENT) return named + ": " + std::strerror(errno);
+    if (parent != nullptr) *parent = folder.Release();
+    return std::string();
+  }
   if (S_ISLNK(info.st_mode)) return named + " is a symbolic link";
   if (!S_ISDIR(info.st_mode)) return named + " is not a folder";
   if (info.st_uid != 0 && info.st_uid != consoleUser) return named + " belongs to another user";
   const bool isMountRoot = info.st_dev != above.st_dev;
-  if (!(isMountRoot && mounted == MountedFolder::kReleasedFirst) && !IsEmptyFolder(folder.get(), parts.back()))
+  if (!(isMountRoot && mounted == MountedFolder::kReleasedFirst) && !IsEmptyFolderIn(folder.get(), parts.back()))
     return named + " is not empty";
+  if (parent != nullptr) *parent = folder.Release();
   return std::string();
 }

@@ -23,7 +23,13 @@ enum class MountedFolder {
 };
 
 // Why `path` may not be a mount point for `consoleUser`, or the empty string
-// when it may.  The reason names the path.
-std::string MountPointRefusal(const std::string& path, uid_t consoleUser, MountedFolder mounted);
+// when it may.  The reason names the path.  With `parent`, an accepted
+// path's last folder but one is left open there (close-on-exec), the very
+// folder that was walked, so that the mount point is never looked up by
+// path again; -1 there otherwise.
+std::string MountPointRefusal(const std::string& path, uid_t consoleUser, MountedFolder mounted, int* parent = nullptr);
+
+// Whether the open folder `folder` holds nothing; `folder` is left as it is.
+bool IsEmptyFolder(int folder);
 
 #endif  // ZQ_BITLOCKER_MOUNTPOINT_H_

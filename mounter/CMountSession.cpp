@@ -2,7 +2,6 @@
 
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +12,7 @@
 #include "bitlocker/MounterStatus.h"
 #include "platform/FilesystemMount.h"
 #include "platform/Folders.h"
+#include "platform/Fuse.h"
 #include "platform/Mounts.h"
 #include "platform/Pipes.h"
 #include "system/TaskWrapper.h"
@@ -49,14 +49,9 @@ FilesystemType DetectVolumeFilesystem(IVolume* volume) {
 
 }  // namespace
 
-CMountSession::CMountSession(std::unique_ptr<IVolume> volume, const MountRequest& request, bool removeMountPoint)
-    : volume_(std::move(volume)), request_(request), removeMountPoint_(removeMountPoint) {
-  struct stat info;
-  if (removeMountPoint_ && lstat(request_.mountPoint.c_str(), &info) == 0) {
-    mountPointDevice_ = info.st_dev;
-    mountPointInode_ = info.st_ino;
-  }
-}
+CMountSession::CMountSession(std::unique_ptr<IVolume> volume, const MountRequest& request,
+                             std::unique_ptr<CMountPoint> mountPoint)
+    : volume_(std::move(volume)), request_(request), mountPoint_(std::move(mountPoint)) {}
 
 CMountSession::~CMountSession() { TakeDown(); }
 
@@ -79,10 +74,15 @@ int CMountSession::Start(std::string* message) {
   return status;
 }
 
-bool CMountSession::MountServer(const std::string& at, CVolumeFuseServer::Options options, std::string* message) {
+bool CMountSession::MountServer(const std::string& at, const std::function<int()>& findMount,
+                                CVolumeFuseServer::Options options, std::string* message) {
   server_ = std::make_unique<CVolumeFuseServer>(volume_.get(), std::move(options));
   if (!server_->Mount(at, message)) return false;
-  serverMountId_ = platform::MountIdAt(at);
+  serverMountId_ = findMount();
+  if (serverMountId_ < 0) {
+    *message = "the FUSE mount did not land on the folder that was checked";
+    return false;
+  }
   if (const int error = platform::MakePipe(servingEnded_)) {
     *message = std::string("no pipe for the serving thread: ") + std::strerror(error);
     return false;
@@ -94,7 +94,7 @@ bool CMountSession::MountServer(const std::string& at, CVolumeFuseServer::Option
   });
   // Only now may anything look at the mount: the kernel's first request
   // waits for the serving thread.
-  server_->SetReadAhead(kReadAheadKilobytes);
+  platform::SetFuseReadAhead(serverMountId_, kReadAheadKilobytes);
   return true;
 }
 
@@ -111,7 +111,9 @@ int CMountSession::StartRaw(std::string* message) {
   // page cache only slows down; file-system drivers read the same places
   // again and again, and keep the cache.
   options.directIo = true;
-  if (!MountServer(request_.mountPoint, options, message)) return kMounterMountFailed;
+  const platform::HeldFolder& held = mountPoint_->held();
+  if (!MountServer(platform::MountTarget(held), [&held] { return platform::MountIdOn(held); }, options, message))
+    return kMounterMountFailed;
   mountPointMountId_ = serverMountId_;
   return bitlocker::kOk;
 }
@@ -122,14 +124,15 @@ int CMountSession::StartFilesystem(std::string* message) {
     *message = "the volume holds no NTFS, exFAT or FAT file system (mount it with the option raw)";
     return bitlocker::kUnsupported;
   }
-  mkdir(platform::kStagingRoot, 0700);
   std::string folder = std::string(platform::kStagingRoot) + "/XXXXXX";
+  if (!MakeStagingRoot(message) || !platform::PrepareStagingRoot(message)) return kMounterMountFailed;
   if (mkdtemp(folder.data()) == nullptr) {
     *message = std::string("no staging folder under ") + platform::kStagingRoot + ": " + std::strerror(errno);
     return kMounterMountFailed;
   }
   // The mount table names mount points by their real path, and the staging
-  // root may lie behind a symbolic link (/var on macOS).
+  // root may lie behind a symbolic link (/var on macOS); every folder on
+  // the way is root's alone.
   char resolved[PATH_MAX];
   if (realpath(folder.c_str(), resolved) == nullptr) {
     *message = "the staging folder " + folder + " cannot be resolved: " + std::strerror(errno);
@@ -141,25 +144,26 @@ int CMountSession::StartFilesystem(std::string* message) {
   options.sourceName = request_.rawDevice;
   options.writable = readOnlyReason_.empty();
   options.fileMode = options.writable ? 0600 : 0400;
-  if (!MountServer(stagingFolder_, options, message)) return kMounterMountFailed;
+  const std::string staging = stagingFolder_;
+  if (!MountServer(staging, [staging] { return platform::MountIdAt(staging); }, options, message))
+    return kMounterMountFailed;
 
   const platform::Ownership ownership{request_.uid, request_.gid, request_.umask};
   const std::string image = stagingFolder_ + "/" + CVolumeFuseServer::kFileName;
   std::string driversSaid;
   mountPointMountId_ =
-      platform::MountFilesystem(RunToEnd, type, image, request_.mountPoint, ownership, !options.writable, &driversSaid);
+      platform::MountFilesystem(RunToEnd, type, image, mountPoint_->held(), ownership, !options.writable, &driversSaid);
   // A file system its driver will not write (one left unclean, say) is
   // still worth reading.
   if (mountPointMountId_ < 0 && options.writable) {
     std::string readOnlySaid;
-    mountPointMountId_ = platform::MountFilesystem(RunToEnd, type, image, request_.mountPoint, ownership, true, &readOnlySaid);
+    mountPointMountId_ = platform::MountFilesystem(RunToEnd, type, image, mountPoint_->held(), ownership, true, &readOnlySaid);
   }
   if (mountPointMountId_ < 0) {
     *message = std::string("the ") + FilesystemName(type) + " file system could not be mounted:\n" + driversSaid;
     return kMounterMountFailed;
   }
-  struct statvfs mounted;
-  if (options.writable && statvfs(request_.mountPoint.c_str(), &mounted) == 0 && (mounted.f_flag & ST_RDONLY))
+  if (options.writable && IsReadOnlyMount(platform::ReadMountTable(), mountPointMountId_))
     readOnlyReason_ = std::string("the ") + FilesystemName(type) + " file system would only mount read-only";
   return bitlocker::kOk;
 }
@@ -169,18 +173,19 @@ void CMountSession::ServeUntilUnmounted() {
   TakeDown();
 }
 
-void CMountSession::DetachIfOurs(const std::string& path, int mountId) {
-  if (mountId >= 0 && platform::MountIdAt(path) == mountId) platform::DetachMount(path);
+void CMountSession::DetachStagingIfOurs(int mountId) {
+  if (mountId >= 0 && platform::MountIdAt(stagingFolder_) == mountId) platform::DetachMount(stagingFolder_);
 }
 
 void CMountSession::TakeDown() {
+  // In raw mode the server's mount is the one on the mount point.
+  platform::DetachMountOn(mountPoint_->held(), mountPointMountId_);
   if (!stagingFolder_.empty()) {
-    DetachIfOurs(request_.mountPoint, mountPointMountId_);
     platform::ReleaseFilesystemImage(RunToEnd, stagingFolder_ + "/" + CVolumeFuseServer::kFileName);
+    // Once detached, the FUSE connection ends as soon as nothing holds the
+    // file open any more, and with it the serving threads.
+    DetachStagingIfOurs(serverMountId_);
   }
-  // Once detached, the FUSE connection ends as soon as nothing holds the
-  // file open any more, and with it the serving threads.
-  if (server_) DetachIfOurs(server_->mountPoint(), serverMountId_);
   if (serving_.joinable()) serving_.join();
   if (server_) server_->FlushWrites();
   server_.reset();
@@ -192,8 +197,17 @@ void CMountSession::TakeDown() {
     rmdir(stagingFolder_.c_str());
     stagingFolder_.clear();
   }
+  mountPoint_->RemoveIfMade();
+}
+
+// The staging root is made by root in a folder of root's, so its path is
+// trusted once checked: a folder, no link, root's alone.
+bool CMountSession::MakeStagingRoot(std::string* message) {
+  mkdir(platform::kStagingRoot, 0700);
   struct stat info;
-  if (removeMountPoint_ && lstat(request_.mountPoint.c_str(), &info) == 0 && info.st_dev == mountPointDevice_ &&
-      info.st_ino == mountPointInode_ && rmdir(request_.mountPoint.c_str()) == 0)
-    removeMountPoint_ = false;
+  if (lstat(platform::kStagingRoot, &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == 0 &&
+      (info.st_mode & 07777) == 0700)
+    return true;
+  *message = std::string("the staging root ") + platform::kStagingRoot + " is not a folder of root's alone (mode 0700)";
+  return false;
 }

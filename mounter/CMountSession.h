@@ -10,21 +10,21 @@
 #ifndef ZQ_MOUNTER_CMOUNTSESSION_H_
 #define ZQ_MOUNTER_CMOUNTSESSION_H_
 
-#include <sys/types.h>
-
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
 
 #include "bitlocker/IVolume.h"
+#include "mounter/CMountPoint.h"
 #include "mounter/CVolumeFuseServer.h"
 #include "mounter/MountRequest.h"
 
 class CMountSession {
  public:
-  // `mountPoint` in the request must be the canonical path of a folder;
-  // with `removeMountPoint` the session removes that folder when it ends.
-  CMountSession(std::unique_ptr<IVolume> volume, const MountRequest& request, bool removeMountPoint);
+  // Mounts on `mountPoint`, not on whatever the request's path names by
+  // then, and removes it when the session ends if it was made for it.
+  CMountSession(std::unique_ptr<IVolume> volume, const MountRequest& request, std::unique_ptr<CMountPoint> mountPoint);
   ~CMountSession();
   CMountSession(const CMountSession&) = delete;
   CMountSession& operator=(const CMountSession&) = delete;
@@ -50,19 +50,21 @@ class CMountSession {
  private:
   int StartRaw(std::string* message);
   int StartFilesystem(std::string* message);
-  bool MountServer(const std::string& at, CVolumeFuseServer::Options options, std::string* message);
-  // Unmounts `path` lazily if the mount visible there is `mountId`.
-  static void DetachIfOurs(const std::string& path, int mountId);
+  // Mounts the server at `at` and starts serving; `findMount` tells the
+  // mount's id once it is made, -1 when it is not where it was meant to be.
+  bool MountServer(const std::string& at, const std::function<int()>& findMount, CVolumeFuseServer::Options options,
+                   std::string* message);
+  // Unmounts the staging folder lazily if the mount visible there is `mountId`.
+  void DetachStagingIfOurs(int mountId);
+  static bool MakeStagingRoot(std::string* message);
   void TakeDown();
 
   std::unique_ptr<IVolume> volume_;
   MountRequest request_;
   std::string readOnlyReason_;  // empty while the mount is read-write
-  // The folder the session made, to be removed when it ends: only that
-  // folder, not one made anew at the same path in the meantime.
-  bool removeMountPoint_;
-  dev_t mountPointDevice_ = 0;
-  ino_t mountPointInode_ = 0;
+  // Declared before the server, whose FUSE session may name the mount
+  // point by its descriptor until it ends.
+  std::unique_ptr<CMountPoint> mountPoint_;
   std::unique_ptr<CVolumeFuseServer> server_;
   std::thread serving_;
   int servingEnded_[2] = {-1, -1};  // a pipe the serving thread writes to as it ends

@@ -7,7 +7,6 @@
 #include <cstring>
 #include <vector>
 
-#include "platform/Fuse.h"
 
 namespace {
 
@@ -256,11 +255,8 @@ bool CVolumeFuseServer::Mount(const std::string& mountPoint, std::string* error)
                              OptionValue(options_.sourceName);
   if (options_.allowOther) mountOptions += ",allow_other";
   fuse_ = CFuseSession::Mount(mountPoint, mountOptions, kOperations, this, error);
-  if (fuse_ == nullptr) return false;
-  mountPoint_ = mountPoint;
-  return true;
+  return fuse_ != nullptr;
 }
 
 int CVolumeFuseServer::Serve() { return fuse_->Serve(); }
 
-bool CVolumeFuseServer::SetReadAhead(unsigned kilobytes) const { return platform::SetFuseReadAhead(mountPoint_, kilobytes); }

@@ -54,11 +54,6 @@ class CVolumeFuseServer {
   // an error number when serving failed.
   int Serve();
 
-  // Tunes the kernel for this mount: reads ahead `kilobytes` at a time.
-  bool SetReadAhead(unsigned kilobytes) const;
-
-  const std::string& mountPoint() const { return mountPoint_; }
-
   // What the server answers for one of its two inodes: the folder (1) and
   // the file (2).  Used by the request handlers.
   struct stat Attributes(uint64_t inode) const;
@@ -83,7 +78,6 @@ class CVolumeFuseServer {
   // Set after each write, before it is acknowledged; taken back, under
   // flushing_, just before the volume is flushed.
   std::atomic<bool> unflushed_{false};
-  std::string mountPoint_;
   std::unique_ptr<CFuseSession> fuse_;
 };
 

@@ -17,14 +17,9 @@
 // written ("the device is read-only", ...), or "the NTFS (exFAT, FAT) file
 // system would only mount read-only".  `umount MOUNT_POINT` ends
 // everything the mount made, the background process included.
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,6 +28,7 @@
 #include "bitlocker/MountPoint.h"
 #include "bitlocker/MounterStatus.h"
 #include "mounter/CCallerReport.h"
+#include "mounter/CMountPoint.h"
 #include "mounter/CMountSession.h"
 #include "mounter/MountRequest.h"
 #include "mounter/PackageVolume.h"
@@ -50,26 +46,6 @@ constexpr char kUsage[] =
     "  OPTIONS: comma-separated; raw, ro, uid=N, gid=N, umask=OOO\n"
     "           (default: read-write where the volume can be written, the user at the machine's alone)\n"
     "  On success it says \"mounted read-write\" or \"mounted read-only: REASON\" and exits 0.\n";
-
-// Makes the mount point when it is missing, for the user at the machine
-// alone, and turns it into the path the mount table will show.  *made
-// tells whether it was made here, so that the session removes it again.
-bool PrepareMountPoint(std::string* mountPoint, bool* made, std::string* error) {
-  *made = mkdir(mountPoint->c_str(), 0700) == 0;
-  if (*made && chown(mountPoint->c_str(), platform::ConsoleUser(), static_cast<gid_t>(-1)) != 0) {
-    *error = "cannot give the mount point " + *mountPoint + " to the user at the machine: " + std::strerror(errno);
-    rmdir(mountPoint->c_str());
-    return false;
-  }
-  char resolved[PATH_MAX];
-  if (realpath(mountPoint->c_str(), resolved) == nullptr) {
-    *error = "cannot make the mount point " + *mountPoint + ": " + std::strerror(errno);
-    if (*made) rmdir(mountPoint->c_str());
-    return false;
-  }
-  *mountPoint = resolved;
-  return true;
-}
 
 }  // namespace
 
@@ -92,13 +68,14 @@ int main(int argc, char** argv) {
                     DescribeMounterStatus(status), report.empty() ? DescribeMounterStatus(status) : report, ""});
   };
   const uid_t consoleUser = platform::ConsoleUser();
+  int mountPointParent = -1;
   // Only the first word is named back when it is not understood: a later
   // one may be a credential given by mistake.
   if (first.rfind('-', 0) == 0) {
     error = "unknown option \"" + first + "\"";
   } else if (ParseMountRequest(std::vector<std::string>(argv + 1, argv + argc), &request, &error) &&
              SettleOwner(consoleUser, PrimaryGroupOf(consoleUser), &request, &error)) {
-    error = MountPointRefusal(request.mountPoint, consoleUser, MountedFolder::kRefused);
+    error = MountPointRefusal(request.mountPoint, consoleUser, MountedFolder::kRefused, &mountPointParent);
   }
   std::optional<std::string> credential;
   if (error.empty() && !(credential = ReadCredential("Credential: "))) error = "no credential on standard input";
@@ -121,14 +98,16 @@ int main(int argc, char** argv) {
     return opened;
   }
 
-  bool madeMountPoint = false;
-  if (!PrepareMountPoint(&request.mountPoint, &madeMountPoint, &error)) {
+  // Made only now that the volume has unlocked, so that a wrong credential
+  // leaves nothing behind.
+  std::unique_ptr<CMountPoint> mountPoint = CMountPoint::Open(mountPointParent, request.mountPoint, consoleUser, &error);
+  if (mountPoint == nullptr) {
     logRun(kMounterMountFailed, error);
     caller.Send(kMounterMountFailed, error);
     return kMounterMountFailed;
   }
   CMountSession::BlockStopSignals();
-  CMountSession session(std::move(volume), request, madeMountPoint);
+  CMountSession session(std::move(volume), request, std::move(mountPoint));
   std::string message;
   const int status = session.Start(&message);
   logRun(status, message);

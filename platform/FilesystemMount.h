@@ -3,7 +3,8 @@
 // loop device that clears itself when the file system is unmounted, or
 // else the FUSE driver that reads the file (ntfs-3g and fusefat directly,
 // exfat-fuse, which as root wants a block device, through a loop device of
-// its own).  On macOS: the file attached as a raw disk image, mounted by
+// its own), each mounting in a folder of root's from which the mount is
+// moved onto the mount point.  On macOS: the file attached as a raw disk image, mounted by
 // macOS's own driver.
 #ifndef ZQ_PLATFORM_FILESYSTEMMOUNT_H_
 #define ZQ_PLATFORM_FILESYSTEMMOUNT_H_
@@ -14,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/Mounts.h"
 #include "util/FilesystemType.h"
 
 namespace platform {
@@ -36,11 +38,17 @@ struct Ownership {
   mode_t umask = 0222;
 };
 
+// Readies the staging root (Folders.h), which the caller has made and
+// checked to be root's alone, for MountFilesystem, before anything is
+// mounted in it.  False with the reason in *error.
+bool PrepareStagingRoot(std::string* error);
+
 // Tries each driver for `type` in turn, each step a program `run` runs,
-// until one has mounted `image` at `mountPoint`, read-only when `readOnly`
-// says so and otherwise read-write.  Returns the mount's id in the mount
-// table, or -1 with what each driver said in *error.
-int MountFilesystem(const ProgramRunner& run, FilesystemType type, const std::string& image, const std::string& mountPoint,
+// until one has mounted `image` on the held folder `mountPoint`, read-only
+// when `readOnly` says so and otherwise read-write.  Returns the mount's id
+// in the mount table, or -1 with what each driver said in *error; a mount
+// that did not land on the held folder is taken away again at once.
+int MountFilesystem(const ProgramRunner& run, FilesystemType type, const std::string& image, const HeldFolder& mountPoint,
                     const Ownership& ownership, bool readOnly, std::string* error);
 
 // Lets go of what MountFilesystem set up to read `image`, once the file

@@ -1,6 +1,8 @@
 // The volume's file becomes a disk through hdiutil, without a mount, and
 // mount(8) mounts that disk at the mount point, so that macOS's own drivers
 // read NTFS, exFAT and FAT; a read-only mount is read-only at both steps.
+#include <sys/mount.h>
+
 #include <map>
 #include <mutex>
 #include <vector>
@@ -34,7 +36,9 @@ const char* MountType(FilesystemType type) {
 
 // mount(8) takes no owner or permission bits of its own, so `ownership` is
 // what the file system driver gives.
-int MountFilesystem(const ProgramRunner& run, FilesystemType type, const std::string& image, const std::string& mountPoint,
+bool PrepareStagingRoot(std::string*) { return true; }
+
+int MountFilesystem(const ProgramRunner& run, FilesystemType type, const std::string& image, const HeldFolder& mountPoint,
                     const Ownership&, bool readOnly, std::string* error) {
   std::vector<std::string> attachArguments = {"attach", "-plist", "-imagekey", "diskimage-class=CRawDiskImage", "-nomount"};
   if (readOnly) attachArguments.push_back("-readonly");
@@ -53,10 +57,20 @@ int MountFilesystem(const ProgramRunner& run, FilesystemType type, const std::st
   // reaches the user-space exFAT and FAT drivers of macOS 14 and later
   // without -F is not documented.
   const ProgramOutcome mount = run("/sbin/mount", {"-t", MountType(type), "-o", readOnly ? "nosuid,nodev,rdonly" : "nosuid,nodev",
-                                                   disk, mountPoint});
-  const int mountId = MountIdAt(mountPoint);
+                                                   disk, MountTarget(mountPoint)});
+  // mount(8) takes only a path, which the user who owns the mount point's
+  // folder may have pointed elsewhere since it was checked, and macOS has
+  // no path that names an open folder.  So the mount counts only if it lies
+  // on the held folder; any mount of the disk elsewhere goes at once.
+  const int mountId = MountIdOn(mountPoint);
   if (mount.status != 0 || mountId < 0) {
     *error = "mount of the " + std::string(FilesystemName(type)) + " file system: " + Said(mount);
+    for (const MountEntry& stray : ReadMountTable()) {
+      if (stray.source != disk) continue;
+      unmount(stray.mountPoint.c_str(), MNT_FORCE);
+      *error += "it landed on " + stray.mountPoint + " and not on the folder " + mountPoint.path +
+                " that was checked, and was unmounted again\n";
+    }
     Detach(run, disk);
     return -1;
   }

@@ -25,9 +25,9 @@ std::vector<FuseBackend> FuseBackends(const std::string& mountPoint);
 // What the person at the machine can do when no backend could mount.
 std::string FuseMountAdvice();
 
-// Makes the kernel read ahead `kilobytes` at a time on the mount at
-// `mountPoint`; false where it cannot be told.
-bool SetFuseReadAhead(const std::string& mountPoint, unsigned kilobytes);
+// Makes the kernel read ahead `kilobytes` at a time on the mount
+// `mountId`; false where it cannot be told.
+bool SetFuseReadAhead(int mountId, unsigned kilobytes);
 
 }  // namespace platform
 

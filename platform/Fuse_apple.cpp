@@ -46,6 +46,6 @@ std::string FuseMountAdvice() {
 
 // Apple documents no per-mount read-ahead setting, and macFUSE names none in
 // its headers, so the kernel keeps its own.
-bool SetFuseReadAhead(const std::string&, unsigned) { return false; }
+bool SetFuseReadAhead(int, unsigned) { return false; }
 
 }  // namespace platform

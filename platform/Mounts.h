@@ -18,7 +18,31 @@ namespace platform {
 std::vector<MountEntry> ReadMountTable();
 
 // The id of the mount visible at `path`; -1 when `path` is no mount point.
+// Only for paths that root alone can change.
 int MountIdAt(const std::string& path);
+
+// A folder to mount on, held open since its path was checked, so that what
+// is done to it reaches that folder whatever its path has come to name
+// since.  The descriptors stay the caller's.
+struct HeldFolder {
+  int parent = -1;   // the folder that holds it
+  std::string name;  // its name there
+  int folder = -1;   // the folder itself
+  std::string path;  // where it was checked, for messages
+};
+
+// What names the held folder to mount(2) and to libfuse in this process:
+// on Linux /proc/self/fd/N, which the kernel follows to the open folder
+// itself; on macOS, which has no such path, the path it was checked at.
+std::string MountTarget(const HeldFolder& held);
+
+// The id of the mount visible on the held folder itself (not on another
+// folder since put at its name); -1 when none is.
+int MountIdOn(const HeldFolder& held);
+
+// Takes the mount visible on the held folder away, as DetachMount does, if
+// it is the mount `mountId`.
+void DetachMountOn(const HeldFolder& held, int mountId);
 
 // Where the volume on /dev/<bsdName> is mounted; nullopt when it is not.
 // Only a mount of the volume's own root counts.

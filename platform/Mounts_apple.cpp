@@ -4,12 +4,16 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <DiskArbitration/DiskArbitration.h>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/mount.h>
 #include <sys/param.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
+#include <cstring>
 
 namespace platform {
 namespace {
@@ -74,6 +78,31 @@ int MountIdAt(const std::string& path) {
   struct statfs info;
   if (statfs(path.c_str(), &info) != 0 || path != info.f_mntonname) return -1;
   return IdOf(info);
+}
+
+std::string MountTarget(const HeldFolder& held) { return held.path; }
+
+// macOS has no path that names an open folder, so the folder's name in the
+// held parent is looked up again: what it finds counts only when it is the
+// root of a mount made over the held folder's own path.
+int MountIdOn(const HeldFolder& held) {
+  const int top = openat(held.parent, held.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (top < 0) return -1;
+  struct stat below, root;
+  struct statfs mounted;
+  char heldPath[MAXPATHLEN], rootPath[MAXPATHLEN];
+  const bool onHeld = fstat(held.folder, &below) == 0 && fstat(top, &root) == 0 && fstatfs(top, &mounted) == 0 &&
+                      fcntl(held.folder, F_GETPATH, heldPath) == 0 && fcntl(top, F_GETPATH, rootPath) == 0 &&
+                      root.st_dev != below.st_dev && std::strcmp(rootPath, mounted.f_mntonname) == 0 &&
+                      std::strcmp(heldPath, mounted.f_mntonname) == 0;
+  close(top);
+  return onHeld ? IdOf(mounted) : -1;
+}
+
+void DetachMountOn(const HeldFolder& held, int mountId) {
+  if (mountId < 0 || MountIdOn(held) != mountId) return;
+  char path[MAXPATHLEN];
+  if (fcntl(held.folder, F_GETPATH, path) == 0) unmount(path, MNT_FORCE);
 }
 
 std::optional<std::string> VolumeMountPath(const std::string& bsdName) {

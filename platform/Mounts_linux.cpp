@@ -11,7 +11,9 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -61,6 +63,15 @@ std::optional<MountEntry> ParseLine(const std::string& line) {
   return entry;
 }
 
+// The id of the mount that the open file lies on, as /proc tells it.
+int MountIdOfDescriptor(int fd) {
+  std::ifstream info("/proc/self/fdinfo/" + std::to_string(fd));
+  for (std::string line; std::getline(info, line);) {
+    if (line.rfind("mnt_id:", 0) == 0) return std::atoi(line.c_str() + 7);
+  }
+  return -1;
+}
+
 }  // namespace
 
 std::vector<MountEntry> ReadMountTable() {
@@ -75,6 +86,30 @@ std::vector<MountEntry> ReadMountTable() {
 int MountIdAt(const std::string& path) {
   const std::optional<MountEntry> top = TopMountAt(ReadMountTable(), path);
   return top ? top->id : -1;
+}
+
+std::string MountTarget(const HeldFolder& held) { return "/proc/self/fd/" + std::to_string(held.folder); }
+
+// A mount made on the held folder lies on the mount that holds the folder,
+// at the folder's present path, and each one stacked on it lies on the one
+// before at the same path; the table lists them in that order.  Two live
+// folders never share a path, so no other folder's mounts match.
+int MountIdOn(const HeldFolder& held) {
+  const int below = MountIdOfDescriptor(held.folder);
+  char path[PATH_MAX];
+  const ssize_t length = readlink(MountTarget(held).c_str(), path, sizeof path - 1);
+  if (below < 0 || length <= 0) return -1;
+  const std::string at(path, static_cast<size_t>(length));
+  int top = -1;
+  for (const MountEntry& entry : ReadMountTable()) {
+    if (entry.mountPoint == at && (entry.parentId == below || (top >= 0 && entry.parentId == top))) top = entry.id;
+  }
+  return top;
+}
+
+// Unmounting /proc/self/fd/N takes away the mount visible on that folder.
+void DetachMountOn(const HeldFolder& held, int mountId) {
+  if (mountId >= 0 && MountIdOn(held) == mountId) umount2(MountTarget(held).c_str(), MNT_DETACH);
 }
 
 std::optional<std::string> VolumeMountPath(const std::string& bsdName) {

@@ -5,6 +5,7 @@
 # tests' independent readers of what the mounter wrote, cryptsetup-bin's
 # bitlkDump the tests' independent reader of metadata; the product never
 # links them.
+# strace holds the mounter still in the tests of mount points changed under it.
 # scdoc turns the man pages into roff, bash-completion tells where
 # completions go, and systemd's systemd-analyze reads back the unit that
 # starts the service at boot.
@@ -18,7 +19,7 @@ packages=(
   dosfstools mtools ntfs-3g exfat-fuse exfatprogs fusefat e2fsprogs
   clang libclang-rt-14-dev libc++-14-dev
   dislocker libbde-utils cryptsetup-bin fdisk
-  scdoc bash-completion systemd
+  scdoc bash-completion systemd strace
 )
 
 missing=()

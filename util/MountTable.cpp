@@ -17,3 +17,9 @@ bool HasMount(const std::vector<MountEntry>& table, int id) {
     if (entry.id == id) return true;
   return false;
 }
+
+bool IsReadOnlyMount(const std::vector<MountEntry>& table, int id) {
+  for (const MountEntry& entry : table)
+    if (entry.id == id) return entry.readOnly;
+  return false;
+}

@@ -30,4 +30,7 @@ std::optional<MountEntry> TopMountAt(const std::vector<MountEntry>& table, const
 
 bool HasMount(const std::vector<MountEntry>& table, int id);
 
+// Whether the mount `id` is in the table and read-only.
+bool IsReadOnlyMount(const std::vector<MountEntry>& table, int id);
+
 #endif  // ZQ_UTIL_MOUNTTABLE_H_

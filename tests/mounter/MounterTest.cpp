@@ -12,14 +12,17 @@
 #include <array>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <random>
 
 #include "bitlocker/MounterStatus.h"
 #include "mounter/MountRequest.h"
+#include "platform/Folders.h"
 #include "platform/Mounts.h"
 #include "tests/support/FileContents.h"
 #include "tests/support/MounterHarness.h"
 #include "tests/support/ProgramRun.h"
+#include "tests/support/ServiceTestEnvironment.h"
 #include "tests/support/StubBundle.h"
 #include "tests/support/TempDir.h"
 #include "util/MountTable.h"
@@ -171,6 +174,44 @@ TEST_F(MounterTest, EachFailureHasItsOwnStatusAndMountsNothing) {
   EXPECT_FALSE(MountedAt(mountPoint_));
 }
 
+// The staging root is root's alone, or it is not used: one that is a
+// link, that others may enter or that is the user's is refused, and
+// nothing is made or mounted through it.
+TEST_F(MounterTest, AStagingRootThatIsNotRootsAloneIsNotUsed) {
+  if (RunShell("command -v mkfs.fat >/dev/null") != 0) GTEST_SKIP() << "mkfs.fat is not installed";
+  ASSERT_EQ(RunShell("truncate -s 0 " + Quoted(image_) + " && truncate -s 48M " + Quoted(image_) + " && mkfs.fat " +
+                     Quoted(image_) + " >/dev/null"),
+            0);
+  // The machine's own staging root stays out of reach: /run is a fresh one
+  // in the tests' mount namespace while this test lasts.
+  struct PrivateRun {
+    bool made = mount("tmpfs", "/run", "tmpfs", 0, "mode=0755") == 0;
+    ~PrivateRun() {
+      if (made) umount2("/run", MNT_DETACH);
+    }
+  } run;
+  ASSERT_TRUE(run.made) << std::strerror(errno);
+  const std::string staging = platform::kStagingRoot, elsewhere = root_("elsewhere");
+  const std::string remove = "rm -f " + staging + " 2>/dev/null; rmdir " + staging + " 2>/dev/null; ";
+  const struct {
+    const char* what;
+    std::string make;
+  } cases[] = {
+      {"a link", "mkdir -m 700 " + Quoted(elsewhere) + " && ln -s " + Quoted(elsewhere) + " " + staging},
+      {"open to others", "mkdir -m 755 " + staging},
+      {"the user's", "mkdir -m 700 " + staging + " && chown 4242 " + staging},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.what);
+    ASSERT_EQ(RunShell(remove + test.make), 0);
+    const ProgramRun mounted = Mount("");
+    EXPECT_EQ(mounted.status, kMounterMountFailed) << mounted.errors;
+    EXPECT_NE(mounted.errors.find("staging root"), std::string::npos) << mounted.errors;
+    EXPECT_FALSE(MountedAt(mountPoint_));
+    EXPECT_EQ(RunShell("[ -z \"$(ls -A " + staging + "/)\" ]"), 0) << "something was made in it";
+  }
+}
+
 // An unencrypted file system image holding one known file, made with the
 // distribution's tools: a tool that must be installed, and a shell command
 // that makes "$IMAGE" and puts "$FILE" in it.
@@ -243,6 +284,115 @@ TEST_F(MounterTest, AFileSystemItsDriverWillNotWriteIsMountedReadOnly) {
   ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
   EXPECT_EQ(run.errors, "zq-mounter: mounted read-only: the NTFS file system would only mount read-only\n");
   EXPECT_LT(open((mountPoint_ + "/new.txt").c_str(), O_WRONLY | O_CREAT, 0644), 0) << "the mount is writable";
+}
+
+// The user at the machine owns the folder that holds the mount point and
+// may change it at any moment while the mounter works as root: whatever
+// they put there, root's files elsewhere come to no harm.
+class MountPointRaceTest : public MounterTest {
+ protected:
+  static constexpr uid_t kUser = 4242;
+
+  void SetUp() override {
+    MounterTest::SetUp();
+    if (IsSkipped()) return;
+    ASSERT_EQ(rmdir(mountPoint_.c_str()), 0) << "the mount point must not exist yet";
+    ASSERT_EQ(chown(mountFolder_.c_str(), kUser, kUser), 0);
+    // Empty, because libfuse 2's drivers will not mount over anything else.
+    ASSERT_EQ(RunShell("mkdir -m 755 " + Quoted(victimFolder_) + " && echo secret > " + Quoted(victimFile_) + " && chmod 600 " +
+                       Quoted(victimFile_)),
+              0);
+  }
+
+  void TearDown() override {
+    ForceUnmount(victimFolder_);
+    ForceUnmount(victimFile_);
+    unlink(mountPoint_.c_str());
+    rmdir(awayFolder_.c_str());
+    MounterTest::TearDown();
+  }
+
+  // Runs `work` as the user at the machine; its result, or -1.
+  static int AsUser(const std::function<int()>& work) { return RunAsUser(kUser, [&] { return work() == 0 ? 0 : 1; }) == 0 ? 0 : -1; }
+
+  ConsoleUserIs console_{kUser};
+  std::string victimFolder_ = root_("victim"), victimFile_ = root_("shadow");
+  std::string awayFolder_ = mountFolder_ + "/away";
+};
+
+// Checked, the mount point does not exist; before the mounter goes on, the
+// user puts a link to a folder of root's in its place.  Both ways of
+// mounting are tried: FUSE itself, and a file-system driver.
+TEST_F(MountPointRaceTest, ALinkPutAtTheMountPointAfterTheCheckGetsNothingMountedOverItsTarget) {
+  const bool fat = RunShell("command -v mkfs.fat >/dev/null && truncate -s 0 " + Quoted(image_) + " && truncate -s 48M " +
+                            Quoted(image_) + " && mkfs.fat " + Quoted(image_) + " >/dev/null") == 0;
+  for (const char* options : {"raw", "umask=077"}) {
+    SCOPED_TRACE(options);
+    if (!fat && std::string(options) != "raw") GTEST_SKIP() << "mkfs.fat is not installed: no file-system driver was tried";
+    StartedProgram mounter(mounter_, {image_, mountPoint_, options});
+    ASSERT_TRUE(StartedProgram::WaitUntilReadingAPipe(mounter.pid(), 10)) << "the mounter never waited for its credential";
+    ASSERT_EQ(AsUser([&] { return symlink(victimFolder_.c_str(), mountPoint_.c_str()); }), 0);
+    mounter.SendAndClose("plain\n");
+    const std::string said = mounter.FirstErrorLine(30);
+    const int status = mounter.Wait();
+    EXPECT_FALSE(MountedAt(victimFolder_)) << said;
+    EXPECT_NE(status, bitlocker::kOk) << "there was no folder of the mounter's to mount on: " << said;
+    ForceUnmount(victimFolder_);
+    unlink(mountPoint_.c_str());
+  }
+}
+
+// The user renames the folder the mounter has just made away and puts a
+// link to a file of root's in its place.  strace holds the mounter for two
+// seconds after each folder it makes, so that the user is always in time.
+TEST_F(MountPointRaceTest, AFolderSwappedForALinkRightAfterItIsMadeLeavesTheLinksTargetRoots) {
+  if (RunShell("command -v strace >/dev/null") != 0) GTEST_SKIP() << "strace is not installed";
+  StartedProgram mounter("/usr/bin/env", {"strace", "-f", "-qq", "-o", "/dev/null", "-e", "trace=mkdir,mkdirat", "-e",
+                                          "inject=mkdir,mkdirat:delay_exit=2000000", mounter_, image_, mountPoint_, "raw"});
+  mounter.SendAndClose("plain\n");
+  ASSERT_EQ(AsUser([&] {
+              for (int tries = 0; tries < 2000; ++tries) {
+                struct stat info;
+                if (lstat(mountPoint_.c_str(), &info) == 0 && S_ISDIR(info.st_mode))
+                  return rename(mountPoint_.c_str(), awayFolder_.c_str()) | symlink(victimFile_.c_str(), mountPoint_.c_str());
+                usleep(10000);
+              }
+              return -1;
+            }),
+            0)
+      << "the mounter made no folder";
+  const std::string said = mounter.FirstErrorLine(30);
+  EXPECT_FALSE(MountedAt(victimFile_)) << said;
+  ForceUnmount(victimFile_);
+  struct stat info;
+  ASSERT_EQ(stat(victimFile_.c_str(), &info), 0);
+  EXPECT_TRUE(info.st_uid == 0 && info.st_gid == 0) << "now " << info.st_uid << ":" << info.st_gid << "; " << said;
+  EXPECT_NE(said.rfind("zq-mounter: mounted", 0), 0u) << said;
+}
+
+// At its end the mounter removes the folder it made, and only that one: a
+// folder the user put at the same name, after the mount, is theirs to keep.
+TEST_F(MountPointRaceTest, TheEndRemovesOnlyTheFolderTheMounterMade) {
+  for (const bool swapped : {false, true}) {
+    SCOPED_TRACE(swapped ? "swapped" : "left alone");
+    const ProgramRun run = Mount("raw");
+    ASSERT_EQ(run.status, bitlocker::kOk) << run.errors;
+    const std::vector<int> servers = LiveProcessesWithWord(mountPoint_);
+    ASSERT_EQ(servers.size(), 1u);
+    // Stopped, the server cannot take its end before the user is done.
+    kill(servers[0], SIGSTOP);
+    ASSERT_EQ(umount(mountPoint_.c_str()), 0) << std::strerror(errno);
+    if (swapped) {
+      ASSERT_EQ(AsUser([&] { return rename(mountPoint_.c_str(), awayFolder_.c_str()) | mkdir(mountPoint_.c_str(), 0755); }), 0);
+    }
+    kill(servers[0], SIGCONT);
+    EXPECT_TRUE(WaitUntilNoProcessWithWord(mountPoint_, 10));
+    struct stat info;
+    EXPECT_EQ(lstat(mountPoint_.c_str(), &info) == 0, swapped) << "the user's folder went, or the mounter's stayed";
+    EXPECT_TRUE(!swapped || info.st_uid == kUser);
+    rmdir(mountPoint_.c_str());
+    rmdir(awayFolder_.c_str());
+  }
 }
 
 TEST(MounterCommandLineTest, AnswersHelpAndVersionAndNamesAnUnknownOption) {

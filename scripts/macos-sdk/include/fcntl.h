@@ -5,6 +5,7 @@
 
 #include_next <fcntl.h>
 
+#define F_GETPATH 50
 #define F_FULLFSYNC 51
 #define F_SETNOSIGPIPE 73
 #define F_GETNOSIGPIPE 74
