@@ -35,9 +35,9 @@ int OpenFifoAt(int folder, const char* name) {
   return openat(folder, name, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
 }
 
-// Gives the FIFO at `path`, root's or already `owner`'s, to `owner` alone,
-// through a descriptor, so that a link put in its place meanwhile changes
-// nothing else.
+// Gives root's FIFO at `path`, which only root could open so far, to
+// `owner`, through a descriptor, so that a link put in its place meanwhile
+// changes nothing else.
 int Restrict(const std::string& path, uid_t owner) {
   const int fd = OpenFifoAt(AT_FDCWD, path.c_str());
   if (fd < 0) return errno;
@@ -76,8 +76,10 @@ void ChannelGuard::Keep(Channel* channel, uid_t owner) {
   if (!found && errno != ENOENT) return;
   std::string held;
   int error = 0;
-  if (found && S_ISFIFO(info.st_mode) && (info.st_uid == owner || info.st_uid == 0)) {
-    if (info.st_uid == owner && (info.st_mode & 07777) == 0600) return;
+  // A FIFO that others could open may be held open by one of them, and is
+  // replaced rather than narrowed.
+  if (found && S_ISFIFO(info.st_mode) && (info.st_mode & 07777) == 0600 && (info.st_uid == owner || info.st_uid == 0)) {
+    if (info.st_uid == owner) return;
     error = Restrict(channel->path, owner);
   } else {
     if (found) held = std::string(KindOf(info.st_mode)) + " of uid " + std::to_string(info.st_uid);

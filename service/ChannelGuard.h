@@ -4,8 +4,9 @@
 // when nobody is logged in at it) with mode 0600, so that no other user can
 // read a request, credential included, or write one.  The service makes the
 // FIFOs itself, at start and whenever one is missing or replaced.  Anything
-// else at a channel path (another user's FIFO, a file, a link, a folder) is
-// replaced in one step by a new FIFO, and logged in one line.  When another
+// else at a channel path (another user's FIFO, a FIFO others could open, a
+// file, a link, a folder) is replaced in one step by a new FIFO, and logged
+// in one line.  When another
 // user logs in at the machine, the FIFOs are replaced by new ones of that
 // user's, so that the previous user keeps no open end of them; the path
 // never stands free meanwhile for anyone else to take.  A path that cannot

@@ -100,6 +100,42 @@ TEST_F(HeldPathTest, AFolderPlantedAtTheLogGivesWayToTheLog) {
   EXPECT_EQ(RunShell("grep -qx theirs /tmp/zqlog.log.refused.*/deep/x"), 0) << "the folder is kept whole";
 }
 
+// A FIFO of root's or of the user at the machine that others could open,
+// as a client could have made it before the service ran, may be held open
+// by one of them: it is replaced, not narrowed, and a FIFO already right is
+// kept.
+TEST_F(HeldPathTest, AChannelOthersCouldOpenIsReplacedNotNarrowed) {
+  constexpr uid_t kAtTheMachine = 4242;
+  ConsoleUserIs console(kAtTheMachine);
+  const struct {
+    const char* path;
+    uid_t owner;
+    mode_t mode;
+    bool kept;
+  } cases[] = {{"/tmp/zq_btl_1", 0, 0666, false},
+               {"/tmp/zq_btl_2", kAtTheMachine, 0644, false},
+               {"/tmp/zq_btl_3", 0, 0600, true},
+               {"/tmp/zq_btl_4", kAtTheMachine, 0600, true}};
+  ino_t before[4];
+  for (size_t i = 0; i < 4; ++i) {
+    struct stat info;
+    ASSERT_EQ(mkfifo(cases[i].path, 0600), 0);
+    ASSERT_EQ(chown(cases[i].path, cases[i].owner, cases[i].owner), 0);
+    ASSERT_EQ(chmod(cases[i].path, cases[i].mode), 0);
+    ASSERT_EQ(lstat(cases[i].path, &info), 0);
+    before[i] = info.st_ino;
+  }
+  service->Start();
+  for (size_t i = 0; i < 4; ++i) {
+    SCOPED_TRACE(cases[i].path);
+    struct stat info;
+    EXPECT_TRUE(FifoOf(cases[i].path, kAtTheMachine));
+    ASSERT_EQ(lstat(cases[i].path, &info), 0);
+    EXPECT_EQ(info.st_ino == before[i], cases[i].kept);
+  }
+  EXPECT_TRUE(Served(kAtTheMachine));
+}
+
 // Another user that tries all along to take the channel paths, with FIFOs
 // it would hold open and with links, while the user at the machine changes
 // back and forth, never finds a path free: every change leaves a new FIFO
