@@ -18,15 +18,7 @@ namespace {
 
 constexpr uid_t kPlanter = 4343;
 
-// Each case starts with nothing of an earlier one's at the paths.
-class HeldPathTest : public ServiceClientTest {
- protected:
-  void SetUp() override {
-    ServiceClientTest::SetUp();
-    if (IsSkipped()) return;
-    ASSERT_EQ(RunShell("rm -rf /tmp/zq_btl_* /tmp/.zq_btl_* /tmp/zqlog.log* /tmp/.zqlog.log*"), 0);
-  }
-};
+using HeldPathTest = ServiceClientTest;
 
 std::string AsPlanter(const std::string& script) {
   return "setpriv --reuid " + std::to_string(kPlanter) + " --regid " + std::to_string(kPlanter) +
