@@ -21,7 +21,7 @@ void CPipeWrapper::InitPipe(const char* name, int flags) {
 }
 
 int CPipeWrapper::OpenPipe() {
-  if (flags_ & kPipeCreateFlag) mkfifo(path_, 0600);
+  if (flags_ & kPipeCreateFlag) mkfifo(path_, 0777);
   descriptor_ = open(path_, (flags_ & ~kPipeCreateFlag) | O_CLOEXEC | O_NOFOLLOW);
   struct stat info;
   if (descriptor_ != -1 && (fstat(descriptor_, &info) != 0 || !S_ISFIFO(info.st_mode))) {

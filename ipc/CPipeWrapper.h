@@ -17,8 +17,7 @@ class CPipeWrapper {
   // must be shorter than kPathSize.
   void InitPipe(const char* name, int flags);
 
-  // Makes the FIFO first, for this process's user alone, when the flags
-  // hold the create bit, then opens it.
+  // Makes the FIFO first when the flags hold the create bit, then opens it.
   // A symbolic link is not followed, and anything but a FIFO is not kept
   // open (EINVAL).  Returns the new descriptor, or -1 with errno set.
   int OpenPipe();
