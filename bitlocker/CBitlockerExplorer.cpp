@@ -1,5 +1,7 @@
 #include "bitlocker/CBitlockerExplorer.h"
 
+#include <utility>
+
 #include "bitlocker/BundleLayout.h"
 #include "bitlocker/DeviceNames.h"
 #include "bitlocker/PackageLibrary.h"
@@ -20,7 +22,8 @@ bool CBitlockerExplorer::openBitlockerDevice(const char* rawDevicePath, const ch
 }
 
 int CBitlockerExplorer::OpenExplorer(const std::optional<std::string>& bsdName,
-                                     const std::optional<std::string>& explorerArg2) {
+                                     const std::optional<std::string>& explorerArg2,
+                                     std::shared_ptr<void> keptUntilExit) {
   const std::string rawDevice = getDeviceRname(BlockDevicePath(bsdName).c_str());
   const std::string credential = Described(explorerArg2);
   int status = kLibraryMissing;
@@ -29,7 +32,7 @@ int CBitlockerExplorer::OpenExplorer(const std::optional<std::string>& bsdName,
       status == bitlocker::kOk) {
     // The explorer opens the volume itself; the service keeps nothing of it.
     delete volume;
-    TaskWrapper::launchTaskInBackground(explorerPath_, {rawDevice}, credential + "\n");
+    TaskWrapper::launchTaskInBackground(explorerPath_, {rawDevice}, credential + "\n", std::move(keptUntilExit));
   }
   return status;
 }

@@ -3,6 +3,7 @@
 #ifndef ZQ_BITLOCKER_CBITLOCKEREXPLORER_H_
 #define ZQ_BITLOCKER_CBITLOCKEREXPLORER_H_
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -17,8 +18,9 @@ class CBitlockerExplorer {
   CBitlockerExplorer();
 
   // kLibraryMissing, or the library's status.  The explorer is started
-  // only when the volume opened.
-  int OpenExplorer(const std::optional<std::string>& bsdName, const std::optional<std::string>& explorerArg2);
+  // only when the volume opened; `keptUntilExit` is kept until it ends.
+  int OpenExplorer(const std::optional<std::string>& bsdName, const std::optional<std::string>& explorerArg2,
+                   std::shared_ptr<void> keptUntilExit = nullptr);
 
   std::string getDeviceRname(const char* devicePath);
 

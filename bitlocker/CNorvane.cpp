@@ -1,5 +1,7 @@
 #include "bitlocker/CNorvane.h"
 
+#include <utility>
+
 #include "Include/CommandData.h"
 #include "bitlocker/BundleLayout.h"
 #include "bitlocker/CBitlockerExplorer.h"
@@ -66,9 +68,10 @@ int CNorvane::Bitlocker_Mount(const OptionalString& bsdName, const OptionalStrin
   return run.terminationStatus() == TaskWrapper::kNotStarted ? kMounterMissing : run.terminationStatus();
 }
 
-int CNorvane::Bitlocker_Explorer(const OptionalString& bsdName, const OptionalString& explorerArg2) {
+int CNorvane::Bitlocker_Explorer(const OptionalString& bsdName, const OptionalString& explorerArg2,
+                                 std::shared_ptr<void> keptUntilExit) {
   if (const int answer = BitlockerDeviceOr(bsdName, CBitlockerExplorer::kLibraryMissing)) return answer;
   if (!Unmount(bsdName)) return kResultUnmountFailed;
   CBitlockerExplorer explorer;
-  return explorer.OpenExplorer(bsdName, explorerArg2);
+  return explorer.OpenExplorer(bsdName, explorerArg2, std::move(keptUntilExit));
 }

@@ -10,6 +10,7 @@
 #ifndef ZQ_BITLOCKER_CNORVANE_H_
 #define ZQ_BITLOCKER_CNORVANE_H_
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -28,7 +29,9 @@ class CNorvane {
 
   // Unmounts `bsdName`, then opens it in the explorer application with the
   // credential; returns the library's status, 255 without a library, or 19.
-  int Bitlocker_Explorer(const OptionalString& bsdName, const OptionalString& explorerArg2);
+  // `keptUntilExit` is kept until the explorer started has ended.
+  int Bitlocker_Explorer(const OptionalString& bsdName, const OptionalString& explorerArg2,
+                         std::shared_ptr<void> keptUntilExit = nullptr);
 
   // True when "diskutil unmount" reports the volume unmounted or not mounted.
   bool Unmount(const OptionalString& name);

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "Include/CPipeDataWrapper.h"
 #include "bitlocker/CBitlockerChecker.h"
@@ -15,11 +16,27 @@
 #include "service/CPipeServerWrapper.h"
 #include "service/ClientInputChecks.h"
 #include "system/CDevLogs.h"
+#include "system/ChildQuota.h"
 #include "system/CStartupManager.h"
 #include "util/ShellQuoting.h"
 #include "util/Utf8.h"
 
 namespace {
+
+// At most this many mounters run at once, one at the most on each device,
+// and this many explorers, however many requests arrive.
+constexpr size_t kMaxMounters = 4;
+constexpr size_t kMaxExplorers = 4;
+
+ChildQuota& Mounters() {
+  static ChildQuota quota(kMaxMounters);
+  return quota;
+}
+
+ChildQuota& Explorers() {
+  static ChildQuota quota(kMaxExplorers);
+  return quota;
+}
 
 // A string field of a record: UTF-8 text up to its zero byte, never past
 // the end of its array.  Text that is not UTF-8 gives no string.
@@ -104,10 +121,28 @@ void Refuse(const char* command, const std::string& reason, uint32_t answer, IIP
   Answer(answer).SendOn(connector, msgId);
 }
 
+// Answers a request for which no child may start now as one whose device
+// could not be had.  Only the first refusal of a burst is logged.
+void RefuseBusy(const char* command, const std::string& reason, bool burstStarts, IIPCConnector* connector,
+                uint32_t msgId) {
+  if (burstStarts) {
+    CDevLogs::Instance()->WriteLog("refused %s, and the like until one can start again: %s", command,
+                                   reason.c_str());
+  }
+  Answer(kResultUnmountFailed).SendOn(connector, msgId);
+}
+
 void MountBitlocker(const CCommandDataWrapper<char>& record, IIPCConnector* connector, uint32_t msgId) {
   const std::string refusal = MountRefusal(record);
   if (!refusal.empty()) return Refuse("eCOMMAND_BITLOCKER_MOUNT", refusal, kMounterUsage, connector, msgId);
   const auto& mount = record.mount;
+  bool burstStarts = false;
+  const ChildQuota::Slot slot = Mounters().Take(*FieldText(mount.deviceName), &burstStarts);
+  if (!slot) {
+    return RefuseBusy("eCOMMAND_BITLOCKER_MOUNT",
+                      "a mounter runs on the device, or " + std::to_string(kMaxMounters) + " mounters run",
+                      burstStarts, connector, msgId);
+  }
   CNorvane norvane;
   const int result = norvane.Bitlocker_Mount(FieldText(mount.deviceName), FieldText(mount.mountArg2),
                                              FieldText(mount.mountArg3), FieldText(mount.mountArg4));
@@ -119,9 +154,15 @@ void OpenExplorer(const CCommandDataWrapper<char>& record, IIPCConnector* connec
     return Refuse("eCOMMAND_BITLOCKER_EXPLORER", "the device name is not a plain device name", bitlocker::kUnsupported,
                   connector, msgId);
   }
+  bool burstStarts = false;
+  ChildQuota::Slot slot = Explorers().Take(std::string(), &burstStarts);
+  if (!slot) {
+    return RefuseBusy("eCOMMAND_BITLOCKER_EXPLORER", std::to_string(kMaxExplorers) + " explorers run", burstStarts,
+                      connector, msgId);
+  }
   CNorvane norvane;
-  const int result =
-      norvane.Bitlocker_Explorer(FieldText(record.explorer.deviceName), FieldText(record.explorer.explorerArg2));
+  const int result = norvane.Bitlocker_Explorer(FieldText(record.explorer.deviceName),
+                                                FieldText(record.explorer.explorerArg2), std::move(slot));
   Answer(static_cast<uint32_t>(result)).SendOn(connector, msgId);
 }
 

@@ -11,6 +11,8 @@
 #include <memory>
 #include <new>
 
+#include "system/OwnPath.h"
+
 namespace {
 
 constexpr char kLinePrefix[] = "[Zq Norvane]";
@@ -37,15 +39,22 @@ int OpenOwnFile(const std::string& path) {
   return -1;
 }
 
-// Takes away whatever lies at `path` and makes the file anew, mode 0644.
+// Makes the file anew, mode 0644, in place of whatever lies at `path`.
 int MakeAnew(const std::string& path) {
-  struct stat info;
-  if (lstat(path.c_str(), &info) == 0) {
-    if (S_ISDIR(info.st_mode) ? rmdir(path.c_str()) != 0 : unlink(path.c_str()) != 0) return -1;
-  }
-  const int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
-  if (fd >= 0) fchmod(fd, 0644);
-  return fd;
+  int fd = -1;
+  const int error = PutOwnFileAt(path, [&fd](int folder, const char* name) {
+    fd = openat(folder, name, O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
+    if (fd < 0) return errno;
+    if (fchmod(fd, 0644) == 0) return 0;
+    const int failure = errno;
+    close(fd);
+    fd = -1;
+    return failure;
+  });
+  if (error == 0) return fd;
+  if (fd >= 0) close(fd);
+  errno = error;
+  return -1;
 }
 
 }  // namespace

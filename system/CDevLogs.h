@@ -25,8 +25,8 @@ class CDevLogs {
   // A log appending to `path` when it is a regular file of this process's
   // user (root, for the service) with one link.  Anyone may plant something
   // at a path under /tmp, so anything else there (a link, another user's
-  // file, a second name of one, a FIFO, a folder) is taken away and the
-  // file made anew, mode 0644; opening never waits.  A log that cannot be
+  // file, a second name of one, a FIFO, a folder) is replaced by the file
+  // made anew, mode 0644, as OwnPath.h tells; opening never waits.  A log that cannot be
   // had at all writes its lines to standard error, never nowhere.
   explicit CDevLogs(const std::string& path);
   ~CDevLogs();
@@ -52,7 +52,7 @@ class CDevLogs {
 
 // A descriptor appending to the log file at `path`, opened as the log's
 // constructor opens it: a regular file of this process's user with one
-// link is kept; anything else there is taken away and the file made anew,
+// link is kept; anything else there is replaced by the file made anew,
 // mode 0644.  Never follows a link and never waits.  -1 when it cannot be
 // had.
 int OpenOwnLogFile(const std::string& path);

@@ -206,11 +206,11 @@ TaskWrapper TaskWrapper::runScript(const std::string& commandLine) {
 }
 
 bool TaskWrapper::launchTaskInBackground(const std::string& path, const std::vector<std::string>& arguments,
-                                         const std::string& input) {
+                                         const std::string& input, std::shared_ptr<void> keptUntilExit) {
   auto pipes = std::make_shared<ChildPipes>(false);
   pid_t pid = -1;
   if (Start(path, arguments, pipes.get(), &pid) != 0) return false;
-  platform::RunInBackground([pipes, pid, input] {
+  platform::RunInBackground([pipes, pid, input, keptUntilExit] {
     pipes->WriteInput(input);
     WaitForExit(pid);
   });

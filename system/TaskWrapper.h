@@ -8,6 +8,7 @@
 #ifndef ZQ_SYSTEM_TASKWRAPPER_H_
 #define ZQ_SYSTEM_TASKWRAPPER_H_
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -32,9 +33,11 @@ class TaskWrapper {
   // Starts `path` with `arguments` and returns at once.  The child writes to
   // this process's standard output and error; `input` is written to its
   // standard input, then closed, and the child is reaped when it ends, on a
-  // thread of its own.  False when the program could not be started.
+  // thread of its own, which keeps `keptUntilExit` until then.  False when
+  // the program could not be started.
   static bool launchTaskInBackground(const std::string& path, const std::vector<std::string>& arguments,
-                                     const std::string& input = std::string());
+                                     const std::string& input = std::string(),
+                                     std::shared_ptr<void> keptUntilExit = nullptr);
 
   const std::optional<std::string>& response() const { return response_; }
   const std::optional<std::string>& errorMessage() const { return errorMessage_; }

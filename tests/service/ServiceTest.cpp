@@ -68,14 +68,15 @@ TEST_F(ServiceTest, ForwardedCommandsReachTheOtherClientAndUnknownNumbersNobody)
   EXPECT_TRUE(Ping(*mainUI)) << "the service still answers";
 }
 
-// Each mounter waits for the other, so both clients are answered 0 only if
-// their mounts overlap.  Exit ends the service at once even while the
+// Each mounter, on a device of its own, waits for the other, so both
+// clients are answered 0 only if their mounts overlap.  Exit ends the service at once even while the
 // other client's mount runs.
 TEST_F(ServiceTest, TwoClientsMountAtTheSameTimeAndExitWaitsForNeither) {
   StartWithClients();
   bundle->Answer("zq-mounter.rendezvous", "2");
   const CCommandDataWrapper<char> mount = DeviceRecord(eCOMMAND_BITLOCKER_MOUNT, "disk7", "/media/disk7");
-  std::thread second([&] { EXPECT_EQ(Result(*explorer, mount, 30), 0u); });
+  const CCommandDataWrapper<char> other = DeviceRecord(eCOMMAND_BITLOCKER_MOUNT, "disk8", "/media/disk8");
+  std::thread second([&] { EXPECT_EQ(Result(*explorer, other, 30), 0u); });
   EXPECT_EQ(Result(*mainUI, mount, 30), 0u);
   second.join();
 

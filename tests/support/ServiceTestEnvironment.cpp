@@ -25,8 +25,8 @@ bool PollFor(int seconds, const std::function<bool()>& done) {
 }  // namespace
 
 RawClient::RawClient(const ClientChannel& channel) : channel_(channel) {
-  mkfifo(channel_.toService, 0666);
-  mkfifo(channel_.toClient, 0666);
+  mkfifo(channel_.toService, 0600);
+  mkfifo(channel_.toClient, 0600);
   readFd_ = open(channel_.toClient, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
 
 #include "tests/support/FileContents.h"
@@ -67,12 +68,17 @@ TEST(TaskWrapperTest, ChildInheritsOnlyItsThreeStreams) {
 TEST(TaskWrapperTest, BackgroundChildGetsItsInputAndIsNotWaitedFor) {
   TempDir folder;
   const std::string out = folder("out");
+  auto kept = std::make_shared<int>(0);
+  const std::weak_ptr<int> watch = kept;
   ASSERT_TRUE(TaskWrapper::launchTaskInBackground(
       "/bin/sh", {"-c", "sleep 1; read line; printf '%s' \"$line\" > \"$0.tmp\" && mv \"$0.tmp\" \"$0\"", out},
-      "secret\n"));
+      "secret\n", std::move(kept)));
   EXPECT_NE(access(out.c_str(), F_OK), 0) << "the launch returned only after the child ended";
+  EXPECT_FALSE(watch.expired()) << "let go of while the child runs";
   for (int i = 0; i < 100 && access(out.c_str(), F_OK) != 0; ++i) usleep(100 * 1000);
   EXPECT_EQ(ReadFile(out), "secret");
+  for (int i = 0; i < 100 && !watch.expired(); ++i) usleep(100 * 1000);
+  EXPECT_TRUE(watch.expired()) << "kept after the child ended";
 }
 
 // Malformed: a continuation without a lead, a sequence cut at the end, a

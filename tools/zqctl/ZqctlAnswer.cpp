@@ -30,11 +30,13 @@ constexpr Wording kWordings[] = {
     {eCOMMAND_BITLOCKER_CHECK, kResultIsNotBitlocker, kZqctlFailure, "not a BitLocker volume"},
     {eCOMMAND_BITLOCKER_MOUNT, bitlocker::kOk, kZqctlSuccess, nullptr},
     {eCOMMAND_BITLOCKER_MOUNT, kResultUnmountFailed, kZqctlFailure,
-     "the device could not be unmounted first (something on it is in use)"},
+     "the device could not be had: it could not be unmounted first, or the service runs all the mounters "
+     "and explorers it allows at once (see /tmp/zqlog.log)"},
     {eCOMMAND_BITLOCKER_MOUNT, kMounterNotStarted, kZqctlFailure, "the mounter could not be started"},
     {eCOMMAND_BITLOCKER_EXPLORER, bitlocker::kOk, kZqctlSuccess, "opened in the explorer"},
     {eCOMMAND_BITLOCKER_EXPLORER, kResultUnmountFailed, kZqctlFailure,
-     "the device could not be unmounted first (something on it is in use)"},
+     "the device could not be had: it could not be unmounted first, or the service runs all the mounters "
+     "and explorers it allows at once (see /tmp/zqlog.log)"},
     {eCOMMAND_BITLOCKER_EXPLORER, CBitlockerExplorer::kLibraryMissing, kZqctlFailure,
      "the BitLocker library is missing from the bundle"},
 };

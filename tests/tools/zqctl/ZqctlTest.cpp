@@ -212,8 +212,8 @@ TEST_F(ZqctlTest, EachAnswerAndRefusalNamesItsCause) {
            {1, "zqctl: mount of loop0 at /media/x failed: the service refused the request: see /tmp/zqlog.log (64)\n"},
            "printf 64 >zq-mounter.exit", MounterLine("/media/y", 64, "the mounter refused its arguments", "not this")},
           {"mount loop0 /media/x", "pw\n",
-           {1, "zqctl: mount of loop0 at /media/x failed: the device could not be unmounted first (something on it is "
-               "in use) (19)\n"},
+           {1, "zqctl: mount of loop0 at /media/x failed: the device could not be had: it could not be unmounted first, "
+               "or the service runs all the mounters and explorers it allows at once (see /tmp/zqlog.log) (19)\n"},
            "echo busy >diskutil-unmount.stdout"},
           {"explore loop0", "pw\n", {0, "loop0: opened in the explorer\n"}},
           {"explore loop0", "pw\n", {1, "zqctl: explore of loop0 failed: unsupported volume (3)\n"},
