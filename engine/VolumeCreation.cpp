@@ -337,7 +337,6 @@ Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewV
   created->volumeId = Guid::FromBytes(secrets.volumeId.data());
   created->recoveryPassword = FormatRecoveryPassword(secrets.recoveryKey);
   created->dataSize = place.copies[0];
-  created->metadataOffset = place.copies[0];
   return Status::kOk;
 }
 

@@ -33,7 +33,6 @@ struct CreatedVolume {
   Guid volumeId;
   std::string recoveryPassword;  // generated: 48 digits in eight dashed groups
   uint64_t dataSize = 0;         // bytes at the volume's start free for a file system
-  uint64_t metadataOffset = 0;   // where the first metadata copy lies
 };
 
 // The smallest target a volume is made on.
