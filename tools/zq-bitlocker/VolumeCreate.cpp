@@ -80,8 +80,8 @@ std::string HeldContents(const std::string& path) {
   if (ParseVolumeHeader(start)) return "a BitLocker volume";
   if (!ReadPartitionTable(*disk->source, disk->sectorSize).empty()) return "a partition table";
   const FilesystemType type = DetectFilesystem(start);
-  if (type != FilesystemType::kUnknown) return std::string("an ") + FilesystemName(type) + " file system";
-  if (std::memcmp(start + kExtMagicOffset, kExtMagic, sizeof kExtMagic) == 0) return "an ext file system";
+  if (type != FilesystemType::kUnknown) return std::string("a file system (") + FilesystemName(type) + ")";
+  if (std::memcmp(start + kExtMagicOffset, kExtMagic, sizeof kExtMagic) == 0) return "a file system (ext)";
   return "";
 }
 
