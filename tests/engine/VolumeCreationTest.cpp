@@ -107,6 +107,8 @@ const Tamper kTampers[] = {
     {"sealed_sha256", 8 + 8 + 12 + 16 + 20, true, "the metadata's SHA-256 validation is wrong"},
 };
 
+void PrintTo(const Tamper& tamper, std::ostream* out) { *out << tamper.name; }
+
 class TamperedValidationTest : public ::testing::TestWithParam<Tamper> {};
 
 TEST_P(TamperedValidationTest, IsRefusedWithTheReason) {

@@ -88,6 +88,8 @@ const CipherCase kCiphers[] = {
     {"aes-cbc-256", "cbc-eboiv", "256 bits", true},
 };
 
+void PrintTo(const CipherCase& c, std::ostream* out) { *out << c.cipher; }
+
 class CreateTest : public ::testing::TestWithParam<CipherCase> {
  protected:
   void SetUp() override {
@@ -209,6 +211,8 @@ const Refusal kRefusals[] = {
     {"recovery_file_exists", "truncate -s 64M IMG && echo keep > REC", {"--recovery-file", "REC"},
      "exists: the recovery password is never written over a file", false},
 };
+
+void PrintTo(const Refusal& refusal, std::ostream* out) { *out << refusal.name; }
 
 class CreateRefusalTest : public ::testing::TestWithParam<Refusal> {};
 
