@@ -3,6 +3,7 @@
 // file, libbde's bdeinfo; and the targets it refuses.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -185,6 +186,45 @@ TEST(CreateWipe, LeavesNoOldByteBehind) {
   std::string whole(unlocked->Size(), '\1');
   ASSERT_EQ(unlocked->Read(0, whole.data(), whole.size()), static_cast<ssize_t>(whole.size()));
   EXPECT_EQ(whole.find_first_not_of('\0'), std::string::npos) << "the new volume does not read as zeros";
+}
+
+// At a terminal the password is asked twice without echo; two that differ
+// make nothing.
+TEST(CreatePassword, IsAskedTwiceAtATerminal) {
+  const struct {
+    const char* first;
+    const char* second;
+    int status;
+    const char* says;
+  } cases[] = {{"same pw", "same pw", 0, "recovery password"}, {"one pw", "other pw", kUsageError, "the two passwords differ"}};
+  for (const auto& c : cases) {
+    const TempDir folder;
+    const std::string image = folder("typed.img");
+    const ProgramRun run = RunProgram(
+        "/usr/bin/python3",
+        {"-c",
+         "import os, pty, sys\n"
+         "pid, fd = pty.fork()\n"
+         "if pid == 0: os.execv(sys.argv[1], sys.argv[1:2] + ['create', '--size', '16M', '--quick', sys.argv[2]])\n"
+         "seen, answers = b'', [sys.argv[3], sys.argv[4]]\n"
+         "while True:\n"
+         "  try: chunk = os.read(fd, 4096)\n"
+         "  except OSError: break\n"
+         "  if not chunk: break\n"
+         "  seen += chunk\n"
+         "  if answers and seen.endswith(b': '): os.write(fd, answers.pop(0).encode() + b'\\n')\n"
+         "print(os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]), seen.decode(errors='replace'))\n",
+         ZQ_TOOL_FILE, image, c.first, c.second});
+    ASSERT_EQ(run.status, 0) << run.errors;
+    EXPECT_EQ(run.output.rfind(std::to_string(c.status) + " ", 0), 0u) << run.output;
+    EXPECT_NE(run.output.find(c.says), std::string::npos) << run.output;
+    EXPECT_EQ(run.output.find(c.first), std::string::npos) << "the password was echoed: " << run.output;
+    if (c.status != 0) {
+      EXPECT_NE(access(image.c_str(), F_OK), 0) << "a refused creation left its image behind";
+      continue;
+    }
+    EXPECT_EQ(RunProgram(ZQ_TOOL_FILE, {"verify", "--kind", "password", image}, std::string(c.first) + "\n").status, 0);
+  }
 }
 
 // A target made by `setup` (IMG, REC: the image and recovery file paths)
