@@ -20,6 +20,7 @@
 #include "tools/zq-bitlocker/Failure.h"
 #include "tools/zq-bitlocker/SharedStorage.h"
 #include "tools/zq-bitlocker/SizeText.h"
+#include "tools/zq-bitlocker/VolumeScan.h"
 #include "util/CredentialInput.h"
 #include "util/FilesystemType.h"
 
@@ -28,6 +29,7 @@ using namespace bitlocker;
 namespace {
 
 constexpr int kUsageError = 64;
+constexpr uint32_t kSectorSize = 512;
 
 // Seconds from 1601, where FILETIME counts from, to 1970.
 constexpr uint64_t kFiletimeUnixEpoch = 11644473600ull;
@@ -60,25 +62,27 @@ std::string DefaultDescription() {
   return std::string(host) + " " + day;
 }
 
-// Where the target is mounted, under any name; empty when it is not.
-std::string MountedAt(const struct stat& target) {
+// Where the target is mounted, under any name: as list tells a mounted
+// device, or by a source that shares its storage (a partition of it, the
+// loop device over it); empty when it is not.
+std::string MountedAt(const std::string& path, const struct stat& target) {
   for (const MountEntry& mount : platform::ReadMountTable()) {
     struct stat source;
-    if (mount.source.empty() || mount.source[0] != '/' || ::stat(mount.source.c_str(), &source) != 0) continue;
-    if (SharesStorage(target, source)) return mount.mountPoint;
+    if (IsMountedSource(path, {mount.source}) ||
+        (!mount.source.empty() && mount.source[0] == '/' && ::stat(mount.source.c_str(), &source) == 0 &&
+         SharesStorage(target, source)))
+      return mount.mountPoint;
   }
   return "";
 }
 
 // What the target holds that a new volume would destroy; empty when
 // nothing is recognised.
-std::string HeldContents(const std::string& path) {
-  const std::optional<Disk> disk = OpenDisk(path);
-  if (!disk) return "";
+std::string HeldContents(const Disk& disk) {
   uint8_t start[kExtMagicOffset + sizeof kExtMagic] = {};
-  if (!disk->source->ReadAt(0, start, std::min<uint64_t>(sizeof start, disk->source->Size()))) return "";
+  if (!disk.source->ReadAt(0, start, std::min<uint64_t>(sizeof start, disk.source->Size()))) return "";
   if (ParseVolumeHeader(start)) return "a BitLocker volume";
-  if (!ReadPartitionTable(*disk->source, disk->sectorSize).empty()) return "a partition table";
+  if (!ReadPartitionTable(*disk.source, disk.sectorSize).empty()) return "a partition table";
   const FilesystemType type = DetectFilesystem(start);
   if (type != FilesystemType::kUnknown) return std::string("a file system (") + FilesystemName(type) + ")";
   if (std::memcmp(start + kExtMagicOffset, kExtMagic, sizeof kExtMagic) == 0) return "a file system (ext)";
@@ -129,9 +133,13 @@ std::string CreateRefusal(const Options& options) {
     return options.recoveryFile + " exists: the recovery password is never written over a file";
   if (!exists) return "";
   if (!S_ISREG(info.st_mode) && !S_ISBLK(info.st_mode)) return target + " is no image file or block device";
-  const std::string mountPoint = MountedAt(info);
+  const std::string mountPoint = MountedAt(target, info);
   if (!mountPoint.empty()) return target + " is mounted at " + mountPoint + ": unmount it first";
-  const std::string contents = HeldContents(target);
+  const std::optional<Disk> disk = OpenDisk(target);
+  if (!disk) return target + ": " + std::strerror(errno);
+  if (disk->sectorSize != kSectorSize)
+    return target + " has " + std::to_string(disk->sectorSize) + "-byte sectors: volumes are made with 512-byte ones";
+  const std::string contents = HeldContents(*disk);
   if (!contents.empty() && !options.force) return target + " holds " + contents + ": give --force to replace it";
   return "";
 }

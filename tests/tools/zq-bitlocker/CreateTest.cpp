@@ -308,4 +308,18 @@ TEST(CreateRefusal, MountedTargetUnderAnyName) {
   EXPECT_EQ(Digest(image), before);
 }
 
+TEST(CreateRefusal, DeviceOfOtherSectorSize) {
+  const std::string why = LoopDevicesUnavailable();
+  if (!why.empty()) GTEST_SKIP() << why;
+  const TempDir folder;
+  const std::string image = folder("4k.img");
+  ASSERT_EQ(RunShell("truncate -s 64M " + image), 0);
+  LoopDevice loop(image, 4096);
+  ASSERT_TRUE(loop.valid());
+  const ProgramRun run = Create({"--quick", loop.devicePath()});
+  EXPECT_EQ(run.status, kUsageError) << run.errors;
+  EXPECT_NE(run.errors.find("has 4096-byte sectors"), std::string::npos) << run.errors;
+  EXPECT_FALSE(bitlocker::CBitlockerVolume::IsBitlocker(image));
+}
+
 }  // namespace
