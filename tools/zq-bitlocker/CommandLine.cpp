@@ -191,8 +191,9 @@ void PrintUsage(std::ostream& out) {
          "writes only the metadata and leaves them in place.  A mounted TARGET is\n"
          "refused; so is one holding a BitLocker volume, a partition table or a file\n"
          "system unless --force.  The new volume holds no file system: mount it raw\n"
-         "with zq-mounter and run mkfs on the volume's file, ending the file system\n"
-         "before the metadata (create prints where the free space ends).\n"
+         "(zqctl mount DEVICE FOLDER raw) and make a FAT or NTFS file system on\n"
+         "FOLDER/volume that ends within the BYTES create prints, e.g.\n"
+         "mkfs.fat FOLDER/volume $((BYTES / 1024)).\n"
          "\n"
          "Exit status: 0 done, 1 not BitLocker (list: none found), 2 wrong credential,\n"
          "3 unsupported, 4 I/O error, 64 usage.\n";
