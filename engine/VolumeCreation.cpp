@@ -35,6 +35,8 @@ constexpr size_t kRecoveryKeySize = 16;
 constexpr size_t kNonceBaseSize = 8;
 constexpr size_t kGuidSize = 16;
 constexpr uint16_t kMetadataVersion = 2;
+// A description that leaves the copy ample room in its 64 KiB.
+constexpr size_t kMaxDescriptionUnits = 256;
 
 // The methods inside key entries and stretch entries, as the Windows-made
 // volumes show them: the stretch entries name the kind of secret, the
@@ -115,13 +117,18 @@ class MetadataComposer {
  public:
   MetadataComposer(const NewVolume& spec, const Secrets& secrets) : spec_(spec), secrets_(secrets) {}
 
-  // The entries, or nullopt when a key could not be wrapped or the
-  // password is not UTF-8 (*why says which).
+  // The entries, or nullopt when a key could not be wrapped, the password
+  // or description is not UTF-8 or the description too long (*why says
+  // which).
   std::optional<std::vector<uint8_t>> Entries(uint64_t storedHeaderOffset, std::string* why) {
     auto passwordHash = PasswordHash(spec_.password);
     auto description = Utf8ToUtf16Le(spec_.description);
     if (!passwordHash || !description) {
       *why = passwordHash ? "the description is not UTF-8 text" : "the password is not UTF-8 text";
+      return std::nullopt;
+    }
+    if (description->size() > 2 * kMaxDescriptionUnits) {
+      *why = "the description is longer than " + std::to_string(kMaxDescriptionUnits) + " characters";
       return std::nullopt;
     }
     const CSecureBuffer passwordKey = StretchKey(*passwordHash, secrets_.passwordSalt.data());
@@ -302,7 +309,8 @@ Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewV
     *why = "the metadata could not be sealed";
     return Status::kIoError;
   }
-  const std::array<uint8_t, VolumeHeader::kSize> headerSector = FormatVolumeHeader(kSectorSize, place.volumeSize, place.copies);
+  const std::array<uint8_t, VolumeHeader::kSize> headerSector =
+      FormatVolumeHeader(kSectorSize, place.volumeSize, place.copies);
 
   // The data is written through the same path as an unlocked volume's, with
   // the layout read back from what was just composed.

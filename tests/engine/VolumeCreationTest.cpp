@@ -149,11 +149,13 @@ TEST(VolumeCreation, RefusesWhatItCannotMake) {
     const char* password;
     uint64_t size;
     const char* reason;
+    std::string description = "";
   } cases[] = {
       {kAesCbc128Diffuser, "pw", 16 << 20, "is not a method new volumes are made with"},
       {kAesXts128, "", 16 << 20, "the password is empty"},
       {kAesXts128, "\xff\xfe", 16 << 20, "the password is not UTF-8 text"},
       {kAesXts128, "pw", 4 << 20, "a volume needs at least"},
+      {kAesXts128, "pw", 16 << 20, "the description is longer than 256 characters", std::string(257, 'd')},
   };
   for (const auto& c : cases) {
     ASSERT_EQ(RunShell("truncate -s " + std::to_string(c.size) + " " + path), 0);
@@ -161,6 +163,7 @@ TEST(VolumeCreation, RefusesWhatItCannotMake) {
     NewVolume spec;
     spec.method = c.method;
     spec.password = c.password;
+    spec.description = c.description;
     CreatedVolume created;
     std::string why;
     EXPECT_EQ(CreateVolume(sized, spec, &created, &why), Status::kUnsupported) << c.reason;
