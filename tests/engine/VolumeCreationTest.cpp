@@ -6,16 +6,20 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "engine/CBitlockerVolume.h"
+#include "engine/Bytes.h"
 #include "engine/CFileSource.h"
 #include "engine/KeyDerivation.h"
 #include "engine/Unlock.h"
 #include "engine/VolumeCreation.h"
 #include "tests/support/StubBundle.h"
 #include "tests/support/TempDir.h"
+#include "tests/support/TestImages.h"
 
 using namespace bitlocker;
 
@@ -91,6 +95,49 @@ INSTANTIATE_TEST_SUITE_P(Ciphers, VolumeCreationTest,
                            for (char& c : name) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
                            return name;
                          });
+
+// The shape of a copy's metadata: each entry's type, value type, version
+// and size, nested ones indented, with the nonce counter of each AES-CCM
+// entry; the sizes of the description and of the volume header entry,
+// which hold our own text and no more than readers need, are left out.
+std::vector<std::string> Shape(const FveMetadataBlock& block) {
+  std::vector<std::string> shape{"state " + std::to_string(block.state) + "/" + std::to_string(block.nextState) +
+                                 " header sectors " + std::to_string(block.volumeHeaderSectors) + " next nonce " +
+                                 std::to_string(block.metadata.nextNonceCounter)};
+  std::function<void(const std::vector<MetadataEntry>&, const std::string&)> add = [&](const auto& entries,
+                                                                                        const std::string& indent) {
+    for (const MetadataEntry& entry : entries) {
+      std::string line = indent + std::to_string(entry.type) + "/" + std::to_string(entry.valueType) + "/" +
+                         std::to_string(entry.version);
+      if (entry.type != kEntryDescription && entry.type != kEntryVolumeHeaderBlock)
+        line += " size " + std::to_string(entry.value.size());
+      if (entry.valueType == kValueAesCcmKey && entry.value.size() >= 12)
+        line += " nonce " + std::to_string(entry.value.data()[8]);
+      shape.push_back(line);
+      const size_t nested = entry.valueType == kValueVolumeMasterKey ? 28 : entry.valueType == kValueStretchKey ? 20 : 0;
+      if (nested == 0) continue;
+      if (auto inner = ParseNestedEntries(entry, nested)) add(*inner, indent + "  ");
+      if (entry.valueType == kValueVolumeMasterKey)
+        shape.push_back(indent + "  protection " + std::to_string(LoadLe16(entry.value.data() + 26)));
+    }
+  };
+  add(block.metadata.entries, "");
+  return shape;
+}
+
+TEST(VolumeCreation, MetadataHasTheShapeWindowsGivesIt) {
+  std::string why;
+  const testimages::Image* windows = testimages::FindImage("bitlk-aes-xts-128", &why);
+  if (!windows) GTEST_SKIP() << why;
+  auto made = Make(kAesXts128);
+  std::unique_ptr<CBitlockerVolume> ours, theirs;
+  ASSERT_EQ(CBitlockerVolume::Open(made->path, &ours, &why), Status::kOk) << why;
+  ASSERT_EQ(CBitlockerVolume::Open(windows->path, &theirs, &why), Status::kOk) << why;
+  const std::vector<std::string> shape = Shape(theirs->metadata());
+  ASSERT_EQ(shape.size(), 15u) << "the Windows-made volume is not the one this test knows";
+  EXPECT_EQ(Shape(ours->metadata()), shape);
+  EXPECT_EQ(ours->metadata().version, theirs->metadata().version);
+}
 
 // A change to every copy's validation after the volume was made: where
 // it lies past the copy's covered bytes, and what the reader says.
