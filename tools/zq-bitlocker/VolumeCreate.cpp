@@ -186,7 +186,8 @@ int RunCreate(const Options& options) {
     return Fail(status, target, why);
   }
   if (recoveryFd >= 0) {
-    const bool saved = WriteAll(recoveryFd, created.recoveryPassword + "\n") && ::fsync(recoveryFd) == 0;
+    const bool saved = WriteAll(recoveryFd, created.recoveryPassword) && WriteAll(recoveryFd, "\n") &&
+                       ::fsync(recoveryFd) == 0;
     const int savedErrno = errno;
     ::close(recoveryFd);
     if (!saved) {
