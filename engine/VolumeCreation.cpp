@@ -115,14 +115,14 @@ struct Secrets {
 // shape the Windows-made volumes show.
 class MetadataComposer {
  public:
-  MetadataComposer(const NewVolume& spec, const Secrets& secrets) : spec_(spec), secrets_(secrets) {}
+  MetadataComposer(const NewVolume& request, const Secrets& secrets) : request_(request), secrets_(secrets) {}
 
   // The entries, or nullopt when a key could not be wrapped, the password
   // or description is not UTF-8 or the description too long (*why says
   // which).
   std::optional<std::vector<uint8_t>> Entries(uint64_t storedHeaderOffset, std::string* why) {
-    auto passwordHash = PasswordHash(spec_.password);
-    auto description = Utf8ToUtf16Le(spec_.description);
+    auto passwordHash = PasswordHash(request_.password);
+    auto description = Utf8ToUtf16Le(request_.description);
     if (!passwordHash || !description) {
       *why = passwordHash ? "the description is not UTF-8 text" : "the password is not UTF-8 text";
       return std::nullopt;
@@ -141,22 +141,21 @@ class MetadataComposer {
     AppendEntry(&entries, kEntryDescription, kValueUnicodeString, text.data(), text.size());
 
     std::vector<uint8_t> passwordStretch;
-    ok_ = Wrap(&passwordStretch, kEntryProperty, kMethodPasswordStretchedKey, passwordKey,
-               secrets_.volumeMasterKey, kNoncePasswordStretchedKey);
-    AppendProtector(&entries, secrets_.passwordId, kProtectionPassword, kStretchOfPassword,
-                    secrets_.passwordSalt, passwordStretch, passwordKey, kNoncePasswordMasterKey);
+    ok_ = Wrap(&passwordStretch, kEntryProperty, kMethodPasswordStretchedKey, passwordKey, secrets_.volumeMasterKey,
+               kNoncePasswordStretchedKey);
+    AppendProtector(&entries, secrets_.passwordId, kProtectionPassword, kStretchOfPassword, secrets_.passwordSalt,
+                    passwordStretch, passwordKey, kNoncePasswordMasterKey);
 
     std::vector<uint8_t> recoveryStretch;
     ok_ = ok_ && Wrap(&recoveryStretch, kEntryRecoveryKey, kMethodRecoveryKey, secrets_.recoveryKey,
                       secrets_.volumeMasterKey, kNonceRecoveryKey);
-    ok_ = ok_ && Wrap(&recoveryStretch, kEntryRecoveryStretchedKey, kMethodRecoveryStretchedKey,
-                      recoveryKey, secrets_.volumeMasterKey, kNonceRecoveryStretchedKey);
-    AppendProtector(&entries, secrets_.recoveryId, kProtectionRecoveryPassword,
-                    kStretchOfRecoveryPassword, secrets_.recoverySalt, recoveryStretch, recoveryKey,
-                    kNonceRecoveryMasterKey);
+    ok_ = ok_ && Wrap(&recoveryStretch, kEntryRecoveryStretchedKey, kMethodRecoveryStretchedKey, recoveryKey,
+                      secrets_.volumeMasterKey, kNonceRecoveryStretchedKey);
+    AppendProtector(&entries, secrets_.recoveryId, kProtectionRecoveryPassword, kStretchOfRecoveryPassword,
+                    secrets_.recoverySalt, recoveryStretch, recoveryKey, kNonceRecoveryMasterKey);
 
-    ok_ = ok_ && Wrap(&entries, kEntryFullVolumeKey, spec_.method, secrets_.fullVolumeKey,
-                      secrets_.volumeMasterKey, kNonceFullVolumeKey);
+    ok_ = ok_ && Wrap(&entries, kEntryFullVolumeKey, request_.method, secrets_.fullVolumeKey, secrets_.volumeMasterKey,
+                      kNonceFullVolumeKey);
 
     // Windows follows the offset and size with a 76-byte record that the
     // public descriptions of the format do not explain; readers need only
@@ -193,10 +192,9 @@ class MetadataComposer {
   // A volume master key entry: identifier, time, protection, then the
   // stretch entry (salt and what it carries) and the master key wrapped
   // under the stretched key.
-  void AppendProtector(std::vector<uint8_t>* out, const CSecureBuffer& id, uint16_t protection,
-                       uint32_t stretchKind, const CSecureBuffer& salt,
-                       const std::vector<uint8_t>& stretchCarries, const CSecureBuffer& stretchedKey,
-                       uint32_t counter) {
+  void AppendProtector(std::vector<uint8_t>* out, const CSecureBuffer& id, uint16_t protection, uint32_t stretchKind,
+                       const CSecureBuffer& salt, const std::vector<uint8_t>& stretchCarries,
+                       const CSecureBuffer& stretchedKey, uint32_t counter) {
     std::vector<uint8_t> stretch(4);
     StoreLe32(stretchKind, stretch.data());
     stretch.insert(stretch.end(), salt.data(), salt.data() + salt.size());
@@ -204,15 +202,14 @@ class MetadataComposer {
 
     std::vector<uint8_t> value(id.data(), id.data() + id.size());
     value.resize(value.size() + 12);
-    StoreLe64(spec_.creationTime, value.data() + kGuidSize);
+    StoreLe64(request_.creationTime, value.data() + kGuidSize);
     StoreLe16(protection, value.data() + kGuidSize + 10);
     AppendEntry(&value, kEntryProperty, kValueStretchKey, stretch.data(), stretch.size());
-    ok_ = ok_ && Wrap(&value, kEntryProperty, kMethodVolumeMasterKey, secrets_.volumeMasterKey,
-                      stretchedKey, counter);
+    ok_ = ok_ && Wrap(&value, kEntryProperty, kMethodVolumeMasterKey, secrets_.volumeMasterKey, stretchedKey, counter);
     AppendEntry(out, kEntryVolumeMasterKey, kValueVolumeMasterKey, value.data(), value.size());
   }
 
-  const NewVolume& spec_;
+  const NewVolume& request_;
   const Secrets& secrets_;
   bool ok_ = true;
 };
@@ -235,7 +232,7 @@ Placement Place(uint64_t targetSize) {
 
 // A whole metadata copy: block header, metadata header, entries, padding
 // and validation, padded with zeros to fill its area.
-std::vector<uint8_t> ComposeCopy(const NewVolume& spec, const Placement& place, const Secrets& secrets,
+std::vector<uint8_t> ComposeCopy(const NewVolume& request, const Placement& place, const Secrets& secrets,
                                  const std::vector<uint8_t>& entries) {
   const size_t metadataSize = FveMetadata::kHeaderSize + entries.size();
   const size_t covered = RoundUp(FveMetadataBlock::kHeaderSize + metadataSize, 16);
@@ -259,9 +256,9 @@ std::vector<uint8_t> ComposeCopy(const NewVolume& spec, const Placement& place, 
   std::memcpy(metadata + 16, secrets.volumeId.data(), kGuidSize);
   StoreLe32(kNextNonceCounter, metadata + 32);
   // The method twice, as every Windows-made volume has it.
-  StoreLe16(spec.method, metadata + 36);
-  StoreLe16(spec.method, metadata + 38);
-  StoreLe64(spec.creationTime, metadata + 40);
+  StoreLe16(request.method, metadata + 36);
+  StoreLe16(request.method, metadata + 38);
+  StoreLe64(request.creationTime, metadata + 40);
   std::copy(entries.begin(), entries.end(), metadata + FveMetadata::kHeaderSize);
   return copy;
 }
@@ -279,13 +276,13 @@ bool WriteZeros(CUnlockedVolume& volume, uint64_t end) {
 
 }  // namespace
 
-Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewVolume& spec,
-                    CreatedVolume* created, std::string* why) {
-  if (FullVolumeKeySize(spec.method) == 0) {
-    *why = EncryptionMethodName(spec.method) + " is not a method new volumes are made with";
+Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewVolume& request, CreatedVolume* created,
+                    std::string* why) {
+  if (FullVolumeKeySize(request.method) == 0) {
+    *why = EncryptionMethodName(request.method) + " is not a method new volumes are made with";
     return Status::kUnsupported;
   }
-  if (spec.password.empty()) {
+  if (request.password.empty()) {
     *why = "the password is empty";
     return Status::kUnsupported;
   }
@@ -294,18 +291,17 @@ Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewV
     return Status::kUnsupported;
   }
   Secrets secrets;
-  if (!secrets.Draw(spec.method)) {
+  if (!secrets.Draw(request.method)) {
     *why = std::string("no random bytes: ") + std::strerror(errno);
     return Status::kIoError;
   }
   const Placement place = Place(target->Size());
-  MetadataComposer composer(spec, secrets);
+  MetadataComposer composer(request, secrets);
   auto entries = composer.Entries(place.storedHeader, why);
   if (!entries) return Status::kUnsupported;
-  std::vector<uint8_t> copy = ComposeCopy(spec, place, secrets, *entries);
+  std::vector<uint8_t> copy = ComposeCopy(request, place, secrets, *entries);
   const size_t covered = size_t{LoadLe16(copy.data() + 8)} * 16;
-  if (!SealMetadataCopy(copy.data(), covered, secrets.volumeMasterKey,
-                        composer.Nonce(kNonceValidation).data())) {
+  if (!SealMetadataCopy(copy.data(), covered, secrets.volumeMasterKey, composer.Nonce(kNonceValidation).data())) {
     *why = "the metadata could not be sealed";
     return Status::kIoError;
   }
@@ -322,7 +318,7 @@ Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewV
     return Status::kIoError;
   }
   const uint64_t storedHeaderSize = layout.storedHeader().length;
-  UnwrappedKey fullVolumeKey{spec.method, secrets.fullVolumeKey};
+  UnwrappedKey fullVolumeKey{request.method, secrets.fullVolumeKey};
   auto volume = CUnlockedVolume::Make(target, std::move(layout), fullVolumeKey,
                                       std::max(1u, std::thread::hardware_concurrency()), true);
   // The first sectors on the device are never shown by the volume; they
@@ -332,7 +328,7 @@ Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewV
     *why = std::string(what) + ": " + std::strerror(errno);
     return Status::kIoError;
   };
-  if (!volume || !WriteZeros(*volume, spec.wipe ? volume->Size() : storedHeaderSize))
+  if (!volume || !WriteZeros(*volume, request.wipe ? volume->Size() : storedHeaderSize))
     return failed("the data area could not be written");
   if (!target->WriteAt(0, clear.data(), clear.size())) return failed("the first sectors could not be written");
   for (uint64_t offset : place.copies) {

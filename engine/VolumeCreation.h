@@ -42,7 +42,7 @@ constexpr uint64_t kMinimumNewVolumeSize = 8 * 1024 * 1024;
 // with 512-byte sectors.  The header is written last, so a target whose
 // creation fails part way does not look like a volume.  Returns kOk with
 // *created filled, or the reason in *why.
-Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewVolume& spec,
+Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewVolume& request,
                     CreatedVolume* created, std::string* why);
 
 }  // namespace bitlocker

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/CBitlockerVolume.h"
 #include "engine/Bytes.h"
+#include "engine/CBitlockerVolume.h"
 #include "engine/CFileSource.h"
 #include "engine/KeyDerivation.h"
 #include "engine/Unlock.h"
@@ -38,14 +38,14 @@ std::unique_ptr<MadeVolume> Make(uint16_t method, uint64_t size = 16 << 20) {
   auto made = std::make_unique<MadeVolume>();
   EXPECT_EQ(RunShell("truncate -s " + std::to_string(size) + " " + made->path), 0);
   std::shared_ptr<const IByteSource> target = CFileSource::Open(made->path, Access::kReadWrite);
-  NewVolume spec;
-  spec.method = method;
-  spec.password = kPassword;
-  spec.description = "test volume";
-  spec.creationTime = 133000000000000000ull;
-  spec.wipe = false;
+  NewVolume request;
+  request.method = method;
+  request.password = kPassword;
+  request.description = "test volume";
+  request.creationTime = 133000000000000000ull;
+  request.wipe = false;
   std::string why;
-  EXPECT_EQ(CreateVolume(target, spec, &made->created, &why), Status::kOk) << why;
+  EXPECT_EQ(CreateVolume(target, request, &made->created, &why), Status::kOk) << why;
   return made;
 }
 
@@ -88,8 +88,7 @@ TEST_P(VolumeCreationTest, OpensWithEitherCredentialAndEveryCopyValidates) {
   EXPECT_EQ(Unlock(made->path, Credential::Password("wrong"), &why), Status::kWrongCredential);
 }
 
-INSTANTIATE_TEST_SUITE_P(Ciphers, VolumeCreationTest,
-                         ::testing::Values(kAesXts128, kAesXts256, kAesCbc128, kAesCbc256),
+INSTANTIATE_TEST_SUITE_P(Ciphers, VolumeCreationTest, ::testing::Values(kAesXts128, kAesXts256, kAesCbc128, kAesCbc256),
                          [](const auto& info) {
                            std::string name = EncryptionMethodName(info.param);
                            for (char& c : name) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
@@ -105,7 +104,7 @@ std::vector<std::string> Shape(const FveMetadataBlock& block) {
                                  " header sectors " + std::to_string(block.volumeHeaderSectors) + " next nonce " +
                                  std::to_string(block.metadata.nextNonceCounter)};
   std::function<void(const std::vector<MetadataEntry>&, const std::string&)> add = [&](const auto& entries,
-                                                                                        const std::string& indent) {
+                                                                                       const std::string& indent) {
     for (const MetadataEntry& entry : entries) {
       std::string line = indent + std::to_string(entry.type) + "/" + std::to_string(entry.valueType) + "/" +
                          std::to_string(entry.version);
@@ -114,7 +113,9 @@ std::vector<std::string> Shape(const FveMetadataBlock& block) {
       if (entry.valueType == kValueAesCcmKey && entry.value.size() >= 12)
         line += " nonce " + std::to_string(entry.value.data()[8]);
       shape.push_back(line);
-      const size_t nested = entry.valueType == kValueVolumeMasterKey ? 28 : entry.valueType == kValueStretchKey ? 20 : 0;
+      const size_t nested = entry.valueType == kValueVolumeMasterKey ? 28
+                            : entry.valueType == kValueStretchKey    ? 20
+                                                                     : 0;
       if (nested == 0) continue;
       if (auto inner = ParseNestedEntries(entry, nested)) add(*inner, indent + "  ");
       if (entry.valueType == kValueVolumeMasterKey)
@@ -207,13 +208,13 @@ TEST(VolumeCreation, RefusesWhatItCannotMake) {
   for (const auto& c : cases) {
     ASSERT_EQ(RunShell("truncate -s " + std::to_string(c.size) + " " + path), 0);
     std::shared_ptr<const IByteSource> sized = CFileSource::Open(path, Access::kReadWrite);
-    NewVolume spec;
-    spec.method = c.method;
-    spec.password = c.password;
-    spec.description = c.description;
+    NewVolume request;
+    request.method = c.method;
+    request.password = c.password;
+    request.description = c.description;
     CreatedVolume created;
     std::string why;
-    EXPECT_EQ(CreateVolume(sized, spec, &created, &why), Status::kUnsupported) << c.reason;
+    EXPECT_EQ(CreateVolume(sized, request, &created, &why), Status::kUnsupported) << c.reason;
     EXPECT_NE(why.find(c.reason), std::string::npos) << why;
     EXPECT_FALSE(CBitlockerVolume::IsBitlocker(path)) << c.reason;
   }

@@ -252,12 +252,12 @@ TEST_F(ReadWriteTest, ANewVolumeTakesAFileSystemMadeOnItsRawFile) {
   if (!Installed("mkfs.fat")) GTEST_SKIP() << "mkfs.fat is missing";
   const std::string path = root_("new.img");
   ASSERT_EQ(RunShell("truncate -s 64M " + Quoted(path)), 0);
-  bitlocker::NewVolume spec;
-  spec.password = "new volume";
-  spec.wipe = false;
+  bitlocker::NewVolume request;
+  request.password = "new volume";
+  request.wipe = false;
   bitlocker::CreatedVolume created;
   std::string why;
-  ASSERT_EQ(bitlocker::CreateVolume(bitlocker::CFileSource::Open(path, bitlocker::Access::kReadWrite), spec,
+  ASSERT_EQ(bitlocker::CreateVolume(bitlocker::CFileSource::Open(path, bitlocker::Access::kReadWrite), request,
                                     &created, &why),
             bitlocker::Status::kOk)
       << why;

@@ -170,24 +170,24 @@ int RunCreate(const Options& options) {
     if (recoveryFd >= 0) ::close(recoveryFd);
     return kUsageError;
   }
-  NewVolume spec;
-  spec.method = MethodOf(options.cipher);
-  spec.password = std::move(*password);
+  NewVolume request;
+  request.method = MethodOf(options.cipher);
+  request.password = std::move(*password);
   WipeCredential(&*password);
-  spec.description = options.description.value_or(DefaultDescription());
-  spec.creationTime = FiletimeNow();
-  spec.wipe = !options.quick;
+  request.description = options.description.value_or(DefaultDescription());
+  request.creationTime = FiletimeNow();
+  request.wipe = !options.quick;
   CreatedVolume created;
   std::string why;
-  const Status status = bitlocker::CreateVolume(source, spec, &created, &why);
-  WipeCredential(&spec.password);
+  const Status status = bitlocker::CreateVolume(source, request, &created, &why);
+  WipeCredential(&request.password);
   if (status != Status::kOk) {
     if (recoveryFd >= 0) ::close(recoveryFd);
     return Fail(status, target, why);
   }
   if (recoveryFd >= 0) {
-    const bool saved = WriteAll(recoveryFd, created.recoveryPassword) && WriteAll(recoveryFd, "\n") &&
-                       ::fsync(recoveryFd) == 0;
+    const bool saved =
+        WriteAll(recoveryFd, created.recoveryPassword) && WriteAll(recoveryFd, "\n") && ::fsync(recoveryFd) == 0;
     const int savedErrno = errno;
     ::close(recoveryFd);
     if (!saved) {
@@ -199,8 +199,8 @@ int RunCreate(const Options& options) {
   }
   leftovers.image.clear();
 
-  std::cerr << "zq-bitlocker: " << target << ": made a BitLocker volume " << created.volumeId.ToString()
-            << " (" << EncryptionMethodName(spec.method) << ") with no file system yet; one may take its first "
+  std::cerr << "zq-bitlocker: " << target << ": made a BitLocker volume " << created.volumeId.ToString() << " ("
+            << EncryptionMethodName(request.method) << ") with no file system yet; one may take its first "
             << created.dataSize << " bytes (" << SizeText(created.dataSize) << ")\n";
   if (options.quick) {
     std::cerr << "zq-bitlocker: --quick: the old contents of " << target

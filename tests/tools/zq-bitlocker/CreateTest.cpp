@@ -57,7 +57,8 @@ std::string WriteRandomAndRead(const std::string& image) {
   std::unique_ptr<bitlocker::CBitlockerVolume> volume;
   std::unique_ptr<bitlocker::CUnlockedVolume> unlocked;
   std::string why;
-  if (bitlocker::CBitlockerVolume::Open(image, &volume, &why, bitlocker::Access::kReadWrite) != bitlocker::Status::kOk ||
+  if (bitlocker::CBitlockerVolume::Open(image, &volume, &why, bitlocker::Access::kReadWrite) !=
+          bitlocker::Status::kOk ||
       volume->Unlock(bitlocker::Credential::Password(kPassword), &unlocked, &why) != bitlocker::Status::kOk) {
     ADD_FAILURE() << why;
     return "";
@@ -122,14 +123,16 @@ TEST_P(CreateTest, IndependentReadersOpenTheNewVolume) {
         std::string("Description:  \tmade by a test")})
     EXPECT_NE(dump.find(expected), std::string::npos) << expected << " in\n" << dump;
   for (uint64_t offset : MetadataOffsets(image))
-    EXPECT_NE(dump.find("Offset: \t" + std::to_string(offset) + " [bytes]"), std::string::npos) << offset << "\n" << dump;
+    EXPECT_NE(dump.find("Offset: \t" + std::to_string(offset) + " [bytes]"), std::string::npos) << offset << "\n"
+                                                                                                << dump;
 
   const struct {
     std::string secret;
     bool opens;
   } secrets[] = {{kPassword, true}, {recovery, true}, {"not the password", false}};
   for (const auto& s : secrets) {
-    const ProgramRun test = Shell("cryptsetup open --type bitlk --test-passphrase --key-file=- " + Quoted(image), s.secret);
+    const ProgramRun test =
+        Shell("cryptsetup open --type bitlk --test-passphrase --key-file=- " + Quoted(image), s.secret);
     EXPECT_EQ(test.status == 0, s.opens) << s.secret << ": " << test.errors;
   }
 
@@ -141,7 +144,8 @@ TEST_P(CreateTest, IndependentReadersOpenTheNewVolume) {
   } unlocks[] = {{"-u", std::string(kPassword) + "\n"}, {"-p" + recovery, ""}};
   for (const auto& unlock : unlocks) {
     const std::string out = folder("dislocker.img");
-    const ProgramRun read = Shell("dislocker-file -V " + Quoted(image) + " " + unlock.option + " -- " + Quoted(out), unlock.input);
+    const ProgramRun read =
+        Shell("dislocker-file -V " + Quoted(image) + " " + unlock.option + " -- " + Quoted(out), unlock.input);
     EXPECT_EQ(read.status, 0) << read.output << read.errors;
     EXPECT_TRUE(ReadFile(out) == ours) << "dislocker " << unlock.option.substr(0, 2) << " reads the volume otherwise";
     std::remove(out.c_str());
@@ -196,7 +200,8 @@ TEST(CreatePassword, IsAskedTwiceAtATerminal) {
     const char* second;
     int status;
     const char* says;
-  } cases[] = {{"same pw", "same pw", 0, "recovery password"}, {"one pw", "other pw", kUsageError, "the two passwords differ"}};
+  } cases[] = {{"same pw", "same pw", 0, "recovery password"},
+               {"one pw", "other pw", kUsageError, "the two passwords differ"}};
   for (const auto& c : cases) {
     const TempDir folder;
     const std::string image = folder("typed.img");
@@ -242,14 +247,27 @@ const Refusal kRefusals[] = {
     {"ext", "truncate -s 64M IMG && mkfs.ext4 -q -F IMG", {}, "holds a file system (ext): give --force", true},
     {"fat", "truncate -s 64M IMG && mkfs.fat IMG >/dev/null", {}, "holds a file system (FAT): give --force", true},
     {"ntfs", "truncate -s 64M IMG && mkfs.ntfs -Q -q -F IMG >/dev/null", {}, "holds a file system (NTFS)", true},
-    {"partitions", "truncate -s 64M IMG && printf 'label: dos\\nstart=2048, type=83\\n' | sfdisk -q IMG", {},
-     "holds a partition table", true},
-    {"bitlocker", "truncate -s 64M IMG && printf 'pw\\n' | ZQ create --quick IMG >/dev/null 2>&1", {},
-     "holds a BitLocker volume", true},
-    {"size_on_existing", "truncate -s 64M IMG", {"--size", "64M"}, "exists: --size is only for a new image file", false},
+    {"partitions",
+     "truncate -s 64M IMG && printf 'label: dos\\nstart=2048, type=83\\n' | sfdisk -q IMG",
+     {},
+     "holds a partition table",
+     true},
+    {"bitlocker",
+     "truncate -s 64M IMG && printf 'pw\\n' | ZQ create --quick IMG >/dev/null 2>&1",
+     {},
+     "holds a BitLocker volume",
+     true},
+    {"size_on_existing",
+     "truncate -s 64M IMG",
+     {"--size", "64M"},
+     "exists: --size is only for a new image file",
+     false},
     {"missing_without_size", "true", {}, "does not exist: give --size", false},
-    {"recovery_file_exists", "truncate -s 64M IMG && echo keep > REC", {"--recovery-file", "REC"},
-     "exists: the recovery password is never written over a file", false},
+    {"recovery_file_exists",
+     "truncate -s 64M IMG && echo keep > REC",
+     {"--recovery-file", "REC"},
+     "exists: the recovery password is never written over a file",
+     false},
 };
 
 void PrintTo(const Refusal& refusal, std::ostream* out) { *out << refusal.name; }
@@ -260,8 +278,8 @@ TEST_P(CreateRefusalTest, LeavesTheTargetAlone) {
   const TempDir folder;
   const std::string image = folder("target.img"), recoveryFile = folder("recovery.txt");
   auto fill = [&](std::string text) {
-    for (const auto& [from, to] : {std::pair<std::string, std::string>{"IMG", image}, {"REC", recoveryFile},
-                                   {"ZQ", ZQ_TOOL_FILE}})
+    for (const auto& [from, to] :
+         {std::pair<std::string, std::string>{"IMG", image}, {"REC", recoveryFile}, {"ZQ", ZQ_TOOL_FILE}})
       for (size_t at; (at = text.find(from)) != std::string::npos;) text.replace(at, from.size(), to);
     return text;
   };
