@@ -59,6 +59,18 @@ std::optional<CSecureBuffer> EncryptAesCcmValue(const CSecureBuffer& plain, cons
   return value;
 }
 
+std::optional<CSecureBuffer> WrapKeyEntry(uint16_t method, const CSecureBuffer& keyBytes,
+                                          const CSecureBuffer& key, const uint8_t* nonce) {
+  // A key entry of version 0 holding a 32-bit method, as Windows wraps them.
+  constexpr size_t kKeyOffset = MetadataEntry::kHeaderSize + 4;
+  CSecureBuffer plain(kKeyOffset + keyBytes.size());
+  StoreLe16(static_cast<uint16_t>(plain.size()), plain.data());
+  StoreLe16(kValueKey, plain.data() + 4);
+  StoreLe16(method, plain.data() + MetadataEntry::kHeaderSize);
+  std::copy(keyBytes.data(), keyBytes.data() + keyBytes.size(), plain.data() + kKeyOffset);
+  return EncryptAesCcmValue(plain, key, nonce);
+}
+
 std::optional<UnwrappedKey> ReadKeyEntry(const MetadataEntry& entry) {
   if (entry.valueType != kValueKey || entry.value.size() < 4) return std::nullopt;
   UnwrappedKey key;

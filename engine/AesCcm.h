@@ -32,6 +32,12 @@ std::optional<CSecureBuffer> EncryptAesCcmValue(const CSecureBuffer& plain, cons
 // entry (value type 1: 32-bit method, key bytes), and returns that key.
 std::optional<UnwrappedKey> UnwrapKeyEntry(const MetadataEntry& entry, const CSecureBuffer& key);
 
+// The value of an AES-CCM encrypted entry holding a key entry of `method`
+// and `keyBytes` (what UnwrapKeyEntry opens), sealed under a 256-bit key
+// with a 12-byte nonce; nullopt when the wrapping key has the wrong size.
+std::optional<CSecureBuffer> WrapKeyEntry(uint16_t method, const CSecureBuffer& keyBytes,
+                                          const CSecureBuffer& key, const uint8_t* nonce);
+
 // The method and bytes of a plain key entry (value type 1).
 std::optional<UnwrappedKey> ReadKeyEntry(const MetadataEntry& entry);
 

@@ -4,6 +4,7 @@
 #include <openssl/sha.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 
@@ -129,6 +130,19 @@ std::optional<CSecureBuffer> ParseRecoveryPassword(std::string_view text) {
     group = 0;
   }
   return key;
+}
+
+std::string FormatRecoveryPassword(const CSecureBuffer& recoveryKey) {
+  std::string text;
+  for (size_t group = 0; group < kRecoveryGroups && 2 * group + 1 < recoveryKey.size(); ++group) {
+    const uint32_t value = (recoveryKey.data()[2 * group] | (recoveryKey.data()[2 * group + 1] << 8)) * 11u;
+    char digits[8];
+    std::snprintf(digits, sizeof digits, "%06u", value);
+    if (group > 0) text += '-';
+    text += digits;
+    std::memset(digits, 0, sizeof digits);
+  }
+  return text;
 }
 
 CSecureBuffer RecoveryPasswordHash(const CSecureBuffer& recoveryKey) {

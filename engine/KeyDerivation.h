@@ -33,6 +33,10 @@ bool HasRecoveryPasswordShape(std::string_view text);
 // little-endian value.  Returns nullopt for a malformed or invalid password.
 std::optional<CSecureBuffer> ParseRecoveryPassword(std::string_view text);
 
+// The recovery password that spells a 16-byte recovery key, as eight dashed
+// groups of six digits; the inverse of ParseRecoveryPassword.
+std::string FormatRecoveryPassword(const CSecureBuffer& recoveryKey);
+
 // SHA-256 of the 16-byte recovery key.
 CSecureBuffer RecoveryPasswordHash(const CSecureBuffer& recoveryKey);
 

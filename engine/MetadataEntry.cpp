@@ -29,6 +29,17 @@ std::optional<std::vector<MetadataEntry>> ParseNestedEntries(const MetadataEntry
   return ParseEntries(entry.value.data() + offset, entry.value.size() - offset);
 }
 
+void AppendEntry(std::vector<uint8_t>* out, uint16_t type, uint16_t valueType, const uint8_t* value,
+                 size_t size, uint16_t version) {
+  uint8_t header[MetadataEntry::kHeaderSize];
+  StoreLe16(static_cast<uint16_t>(MetadataEntry::kHeaderSize + size), header);
+  StoreLe16(type, header + 2);
+  StoreLe16(valueType, header + 4);
+  StoreLe16(version, header + 6);
+  out->insert(out->end(), header, header + sizeof header);
+  out->insert(out->end(), value, value + size);
+}
+
 const MetadataEntry* FindByValueType(const std::vector<MetadataEntry>& entries,
                                      uint16_t valueType) {
   for (const auto& entry : entries) {

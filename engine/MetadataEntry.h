@@ -58,6 +58,11 @@ std::optional<std::vector<MetadataEntry>> ParseEntries(const uint8_t* data, size
 std::optional<std::vector<MetadataEntry>> ParseNestedEntries(const MetadataEntry& entry,
                                                              size_t offset);
 
+// Appends an entry (header, then `value`) to the bytes of a metadata copy
+// being made.  Entries are version 1 unless told otherwise.
+void AppendEntry(std::vector<uint8_t>* out, uint16_t type, uint16_t valueType, const uint8_t* value,
+                 size_t size, uint16_t version = 1);
+
 // The first entry of `entries` with this value type, or null.
 const MetadataEntry* FindByValueType(const std::vector<MetadataEntry>& entries, uint16_t valueType);
 

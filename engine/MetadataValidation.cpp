@@ -56,13 +56,8 @@ std::optional<MetadataValidation> ReadMetadataValidation(const uint8_t* copy, si
 }
 
 bool SealMetadataCopy(uint8_t* copy, size_t covered, const CSecureBuffer& volumeMasterKey, const uint8_t* nonce) {
-  CSecureBuffer plain(kDigestOffset + 32);
-  StoreLe16(static_cast<uint16_t>(plain.size()), plain.data());
-  StoreLe16(kValueKey, plain.data() + 4);
-  StoreLe16(kHashSha256, plain.data() + 8);
   const std::array<uint8_t, 32> digest = Sha256(copy, covered);
-  std::copy(digest.begin(), digest.end(), plain.data() + kDigestOffset);
-  auto value = EncryptAesCcmValue(plain, volumeMasterKey, nonce);
+  auto value = WrapKeyEntry(kHashSha256, CSecureBuffer(digest.data(), digest.size()), volumeMasterKey, nonce);
   if (!value || MetadataEntry::kHeaderSize + value->size() != MetadataValidation::kSize - 8) return false;
 
   uint8_t* after = copy + covered;

@@ -16,6 +16,21 @@ constexpr size_t kVistaMetadataClusterOffset = 56;
 constexpr size_t kWindows7GuidOffset = 160;
 constexpr size_t kToGoGuidOffset = 424;
 constexpr uint8_t kVistaBootEntry[3] = {0xeb, 0x52, 0x90};
+constexpr uint8_t kWindows7BootEntry[3] = {0xeb, 0x58, 0x90};
+// Geometry fields of the boot parameter block, with the values the
+// Windows-made volumes carry.
+constexpr size_t kMediaDescriptorOffset = 21;
+constexpr size_t kSectorsPerTrackOffset = 24;
+constexpr size_t kHeadsOffset = 26;
+constexpr uint8_t kFixedDiskMedia = 0xf8;
+// The volume's sector count, in FAT's 32-bit field or, too large for that,
+// NTFS's 64-bit one.  Windows leaves both zero, as its volumes carry a file
+// system that tells their size; a new volume holds none yet, and readers
+// that look for the size here find it.
+constexpr size_t kTotalSectors32Offset = 32;
+constexpr size_t kTotalSectors64Offset = 40;
+constexpr uint8_t kNewVolumeSectorsPerCluster = 8;
+constexpr size_t kBootSignatureOffset = 510;
 
 bool HasSignature(const uint8_t* sector, const char* signature) {
   return std::memcmp(sector + kSignatureOffset, signature, 8) == 0;
@@ -79,6 +94,31 @@ std::optional<VolumeHeader> ParseVolumeHeader(const uint8_t* sector) {
     return header;
   }
   return std::nullopt;
+}
+
+std::array<uint8_t, VolumeHeader::kSize> FormatVolumeHeader(uint32_t bytesPerSector, uint64_t volumeSize,
+                                                            const std::array<uint64_t, 3>& metadataOffsets) {
+  std::array<uint8_t, VolumeHeader::kSize> sector{};
+  std::memcpy(sector.data(), kWindows7BootEntry, sizeof kWindows7BootEntry);
+  std::memcpy(sector.data() + kSignatureOffset, kFveSignature, 8);
+  StoreLe16(static_cast<uint16_t>(bytesPerSector), sector.data() + kBytesPerSectorOffset);
+  sector[kSectorsPerClusterOffset] = kNewVolumeSectorsPerCluster;
+  sector[kMediaDescriptorOffset] = kFixedDiskMedia;
+  StoreLe16(63, sector.data() + kSectorsPerTrackOffset);
+  StoreLe16(255, sector.data() + kHeadsOffset);
+  const uint64_t sectors = volumeSize / bytesPerSector;
+  if (sectors <= UINT32_MAX) {
+    StoreLe32(static_cast<uint32_t>(sectors), sector.data() + kTotalSectors32Offset);
+  } else {
+    StoreLe64(sectors, sector.data() + kTotalSectors64Offset);
+  }
+  std::memcpy(sector.data() + kWindows7GuidOffset, kBitlockerVolumeGuid.bytes.data(), 16);
+  for (size_t i = 0; i < metadataOffsets.size(); ++i) {
+    StoreLe64(metadataOffsets[i], sector.data() + kWindows7GuidOffset + 16 + 8 * i);
+  }
+  sector[kBootSignatureOffset] = 0x55;
+  sector[kBootSignatureOffset + 1] = 0xaa;
+  return sector;
 }
 
 const char* VolumeKindName(VolumeKind kind) {

@@ -47,6 +47,13 @@ struct VolumeHeader {
 // is still one, of HeaderIdentifier::kUnknown.
 std::optional<VolumeHeader> ParseVolumeHeader(const uint8_t* sector);
 
+// The first sector of a new Windows 7 style volume of `volumeSize` bytes
+// whose metadata copies lie at `metadataOffsets`: the "-FVE-FS-" signature,
+// the sector geometry and count, the ordinary identifier and the offsets.
+// It carries no boot code.
+std::array<uint8_t, VolumeHeader::kSize> FormatVolumeHeader(uint32_t bytesPerSector, uint64_t volumeSize,
+                                                            const std::array<uint64_t, 3>& metadataOffsets);
+
 const char* VolumeKindName(VolumeKind kind);
 const char* HeaderIdentifierName(HeaderIdentifier identifier);
 

@@ -49,8 +49,6 @@ void RestoreAndEnd(int signal) {
 std::optional<std::string> ReadCredential(const char* prompt) {
   if (!::isatty(STDIN_FILENO)) return ReadLine(STDIN_FILENO);
 
-  std::fprintf(stderr, "%s", prompt);
-  std::fflush(stderr);
   termios saved;
   bool restore = ::tcgetattr(STDIN_FILENO, &saved) == 0;
   struct sigaction ending = {}, previous[std::size(kEndingSignals)];
@@ -62,6 +60,10 @@ std::optional<std::string> ReadCredential(const char* prompt) {
     quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
     ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
   }
+  // Only once echo is off: what is typed on seeing the prompt is then
+  // neither shown nor flushed away.
+  std::fprintf(stderr, "%s", prompt);
+  std::fflush(stderr);
   auto line = ReadLine(STDIN_FILENO);
   if (restore) {
     ::tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);

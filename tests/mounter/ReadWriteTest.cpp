@@ -18,6 +18,9 @@
 #include <thread>
 
 #include "engine/CBitlockerVolume.h"
+#include "engine/CFileSource.h"
+#include "engine/VolumeCreation.h"
+#include "tests/support/FileContents.h"
 #include "tests/support/LoopDevice.h"
 #include "tests/support/MounterHarness.h"
 #include "tests/support/ProgramRun.h"
@@ -240,6 +243,39 @@ class ReadWriteTest : public ::testing::Test {
 const std::vector<Write> kAwkwardWrites = {{100, 300, 1},     {1023, 2, 2},     {4095, 4099, 3},
                                            {8190, 5, 4},      {1048699, 300001, 5}, {1248576, 777, 6},
                                            {-1052673, 3, 7}, {-1000, 600, 8},  {-512, 512, 9}};
+
+// A volume made by the engine takes the file system its documentation
+// says how to make: FAT on the raw file, ending before the metadata; the
+// mounter then mounts it with its file system, and what is written there
+// stays.
+TEST_F(ReadWriteTest, ANewVolumeTakesAFileSystemMadeOnItsRawFile) {
+  if (!Installed("mkfs.fat")) GTEST_SKIP() << "mkfs.fat is missing";
+  const std::string path = root_("new.img");
+  ASSERT_EQ(RunShell("truncate -s 64M " + Quoted(path)), 0);
+  bitlocker::NewVolume request;
+  request.password = "new volume";
+  request.wipe = false;
+  bitlocker::CreatedVolume created;
+  std::string why;
+  ASSERT_EQ(bitlocker::CreateVolume(bitlocker::CFileSource::Open(path, bitlocker::Access::kReadWrite), request,
+                                    &created, &why),
+            bitlocker::Status::kOk)
+      << why;
+  Image made;
+  made.recoveryPassword = created.recoveryPassword;
+  LoopDevice loop(path);
+  ASSERT_TRUE(loop.valid() && Mount(loop, made, "raw"));
+  EXPECT_EQ(RunShell("PATH=$PATH:/usr/sbin:/sbin mkfs.fat " + Quoted(volume_) + " " +
+                     std::to_string(created.dataSize / 1024) + " >/dev/null 2>&1"),
+            0);
+  ASSERT_TRUE(Unmount());
+  ASSERT_TRUE(Mount(loop, made, ""));
+  EXPECT_EQ(RunShell("echo kept > " + Quoted(mountPoint_ + "/note.txt")), 0);
+  ASSERT_TRUE(Unmount());
+  ASSERT_TRUE(Mount(loop, made, ""));
+  EXPECT_EQ(ReadFile(mountPoint_ + "/note.txt"), "kept\n");
+  EXPECT_TRUE(Unmount());
+}
 
 // The tests that go over every image, a minute or more each.
 class EveryImageTest : public ReadWriteTest {};

@@ -1,11 +1,13 @@
 #include "tools/zq-bitlocker/CommandLine.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 
 namespace {
 
 const char* const kKinds[] = {"auto", "password", "recovery", "startup-key", "clear-key"};
+const char* const kCiphers[] = {"xts-aes-128", "xts-aes-256", "aes-cbc-128", "aes-cbc-256"};
 
 // The commands each option applies to.
 struct OptionRule {
@@ -17,10 +19,15 @@ struct OptionRule {
 const OptionRule kOptionRules[] = {
     {"--kind", true, " verify dump "},
     {"--output", true, " dump "},
-    {"--force", false, " dump "},
+    {"--force", false, " dump create "},
     {"--offset", true, " info verify dump "},
     {"--json", false, " info list "},
     {"--progress-json", false, " dump "},
+    {"--size", true, " create "},
+    {"--cipher", true, " create "},
+    {"--recovery-file", true, " create "},
+    {"--description", true, " create "},
+    {"--quick", false, " create "},
 };
 
 // Decimal, or hexadecimal after "0x".
@@ -32,6 +39,18 @@ bool ParseByteCount(const std::string& text, uint64_t* value) {
   errno = 0;
   *value = std::strtoull(digits.c_str(), nullptr, hex ? 16 : 10);
   return errno == 0;
+}
+
+// A byte count, optionally followed by K, M, G or T for powers of 1024.
+bool ParseSize(const std::string& text, uint64_t* value) {
+  const std::string units = "KMGT";
+  const size_t unit = text.empty() ? std::string::npos : units.find(text.back());
+  if (!ParseByteCount(unit == std::string::npos ? text : text.substr(0, text.size() - 1), value)) return false;
+  for (size_t i = 0; unit != std::string::npos && i <= unit; ++i) {
+    if (*value > UINT64_MAX / 1024) return false;
+    *value *= 1024;
+  }
+  return *value > 0;
 }
 
 bool Apply(const std::string& name, const std::string& value, Options* options, std::string* error) {
@@ -47,6 +66,21 @@ bool Apply(const std::string& name, const std::string& value, Options* options, 
     *error = "'" + value + "' is no byte offset for --offset";
     return false;
   }
+  if (name == "--size") {
+    if (ParseSize(value, &options->size)) return true;
+    *error = "'" + value + "' is no size for --size";
+    return false;
+  }
+  if (name == "--cipher") {
+    for (const char* cipher : kCiphers) {
+      if (value == cipher) return options->cipher = value, true;
+    }
+    *error = "unknown cipher '" + value + "'";
+    return false;
+  }
+  if (name == "--recovery-file") options->recoveryFile = value;
+  if (name == "--description") options->description = value;
+  if (name == "--quick") options->quick = true;
   if (name == "--output") options->output = value;
   if (name == "--force") options->force = true;
   if (name == "--json") options->json = true;
@@ -100,7 +134,7 @@ Request ParseCommandLine(int argc, char** argv, Options* options, std::string* e
   options->command = argv[1];
   if (options->command == "scan") options->command = "list";
   if (options->command != "info" && options->command != "verify" && options->command != "dump" &&
-      options->command != "list") {
+      options->command != "list" && options->command != "create") {
     *error = std::string(options->command[0] == '-' ? "unknown option '" : "unknown command '") + options->command + "'";
     return Request::kUsageError;
   }
@@ -111,7 +145,7 @@ Request ParseCommandLine(int argc, char** argv, Options* options, std::string* e
     *error = "unexpected argument '" + options->devices[1] + "': " + options->command + " takes one DEVICE";
   } else if (options->command != "list" && options->devices.empty()) {
     *error = options->command + " needs a DEVICE";
-  } else if (options->force && options->output.empty()) {
+  } else if (options->command == "dump" && options->force && options->output.empty()) {
     *error = "'--force' needs --output FILE";
   }
   return error->empty() ? Request::kRun : Request::kUsageError;
@@ -123,6 +157,8 @@ void PrintUsage(std::ostream& out) {
          "       zq-bitlocker dump [--kind KIND] [--offset BYTES] [--output FILE [--force]]\n"
          "                         [--progress-json] DEVICE\n"
          "       zq-bitlocker list [--json] [IMAGE_OR_DEVICE...]      (alias: scan)\n"
+         "       zq-bitlocker create [--size SIZE] [--cipher CIPHER] [--recovery-file FILE]\n"
+         "                           [--description TEXT] [--quick] [--force] TARGET\n"
          "       zq-bitlocker --help | --version\n"
          "\n"
          "info describes a volume without any credential, with --json as one JSON\n"
@@ -144,6 +180,20 @@ void PrintUsage(std::ostream& out) {
          "list shows the BitLocker volumes of the given disk images or devices, in their\n"
          "partitions (MBR or GPT) too, or of every disk device on this machine; it needs\n"
          "no credential, and skips with a note the devices it may not read.\n"
+         "\n"
+         "create makes a new BitLocker volume over all of TARGET, a block device or\n"
+         "image file, or a new image file of --size SIZE (bytes, or with K, M, G or T).\n"
+         "It asks for the password twice (once from standard input that is no\n"
+         "terminal), generates a recovery password and prints it once on standard\n"
+         "output, and with --recovery-file also writes it to FILE, which must not exist.\n"
+         "CIPHER: xts-aes-128 (the default), xts-aes-256, aes-cbc-128 or aes-cbc-256.\n"
+         "Every sector is written encrypted, so TARGET's old contents are gone; --quick\n"
+         "writes only the metadata and leaves them in place.  A mounted TARGET is\n"
+         "refused; so is one holding a BitLocker volume, a partition table or a file\n"
+         "system unless --force.  The new volume holds no file system: mount it raw\n"
+         "(zqctl mount DEVICE FOLDER raw) and make a FAT or NTFS file system on\n"
+         "FOLDER/volume that ends within the BYTES create prints, e.g.\n"
+         "mkfs.fat FOLDER/volume $((BYTES / 1024)).\n"
          "\n"
          "Exit status: 0 done, 1 not BitLocker (list: none found), 2 wrong credential,\n"
          "3 unsupported, 4 I/O error, 64 usage.\n";

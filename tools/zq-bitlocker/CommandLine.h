@@ -4,12 +4,13 @@
 #define ZQ_TOOLS_ZQ_BITLOCKER_COMMANDLINE_H_
 
 #include <cstdint>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 struct Options {
-  std::string command;               // info, verify, dump or list
+  std::string command;               // info, verify, dump, list or create
   std::vector<std::string> devices;  // one, or for list any number
   std::string kind = "auto";         // of credential
   std::string output;                // dump's file; empty: standard output
@@ -17,6 +18,12 @@ struct Options {
   uint64_t offset = 0;  // where the volume starts in the device
   bool json = false;
   bool progressJson = false;
+  // create
+  uint64_t size = 0;  // of a new image file; 0 when not given
+  std::string cipher = "xts-aes-128";
+  std::string recoveryFile;
+  std::optional<std::string> description;
+  bool quick = false;
 };
 
 enum class Request { kRun, kHelp, kVersion, kUsageError };

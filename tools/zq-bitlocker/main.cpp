@@ -1,5 +1,5 @@
-// zq-bitlocker: looks at, checks, reads and finds BitLocker volumes through
-// the engine.  Credentials come from standard input or a prompt, never from
+// zq-bitlocker: looks at, checks, reads, finds and makes BitLocker volumes
+// through the engine.  Credentials come from standard input or a prompt, never from
 // the command line.
 #include <unistd.h>
 
@@ -14,6 +14,7 @@
 #include "tools/zq-bitlocker/CommandLine.h"
 #include "tools/zq-bitlocker/DiskSource.h"
 #include "tools/zq-bitlocker/Failure.h"
+#include "tools/zq-bitlocker/VolumeCreate.h"
 #include "tools/zq-bitlocker/VolumeDump.h"
 #include "tools/zq-bitlocker/VolumeList.h"
 #include "tools/zq-bitlocker/VolumeReport.h"
@@ -121,5 +122,9 @@ int main(int argc, char** argv) {
       break;
   }
   if (options.command == "list") return ListVolumes(options.devices, options.json, std::cout);
+  if (options.command == "create") {
+    const std::string refusal = CreateRefusal(options);
+    return refusal.empty() ? RunCreate(options) : UsageError(refusal);
+  }
   return RunOnVolume(options);
 }

@@ -129,6 +129,11 @@ TEST(ZqBitlockerTool, FollowsTheCommandLineConventions) {
       {{"info", "--offset", "12x", "disk"}, 64, "", "zq-bitlocker: '12x'"},
       {{"info", "--progress-json", "disk"}, 64, "", "zq-bitlocker: '--progress-json'"},
       {{"verify", "disk", "other"}, 64, "", "zq-bitlocker: unexpected argument 'other'"},
+      {{"create", "--size", "12Q", "new.img"}, 64, "", "zq-bitlocker: '12Q' is no size for --size"},
+      {{"create", "--size", "0", "new.img"}, 64, "", "zq-bitlocker: '0' is no size for --size"},
+      {{"create", "--cipher", "aes-cbc-128-diffuser", "new.img"}, 64, "", "zq-bitlocker: unknown cipher"},
+      {{"info", "--quick", "disk"}, 64, "", "zq-bitlocker: '--quick' does not apply to info"},
+      {{"create"}, 64, "", "zq-bitlocker: create needs a DEVICE"},
       {{"list", testimages::ScratchFolder() + "/missing"}, 1, "", "zq-bitlocker: " + testimages::ScratchFolder()},
   };
   for (const auto& c : cases) {

@@ -1,0 +1,22 @@
+// `zq-bitlocker create`: a new BitLocker volume on a device or image file,
+// protected by a password and a generated recovery password.
+#ifndef ZQ_TOOLS_ZQ_BITLOCKER_VOLUMECREATE_H_
+#define ZQ_TOOLS_ZQ_BITLOCKER_VOLUMECREATE_H_
+
+#include <string>
+
+#include "tools/zq-bitlocker/CommandLine.h"
+
+// Why a volume may not be made as `options` ask, or the empty string.
+// Checked before anything is written: --size only for a target that does
+// not exist yet, a recovery file that does not exist yet, a target that is
+// no file or block device or is mounted (under any name: a partition of it,
+// the loop device over it), and, unless --force, a target that holds a
+// BitLocker volume, a partition table or a file system.
+std::string CreateRefusal(const Options& options);
+
+// Makes the volume: reads the password, writes the volume and tells the
+// recovery password.  Returns the exit status.
+int RunCreate(const Options& options);
+
+#endif  // ZQ_TOOLS_ZQ_BITLOCKER_VOLUMECREATE_H_
