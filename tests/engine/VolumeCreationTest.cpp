@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,7 @@
 #include "engine/KeyDerivation.h"
 #include "engine/Unlock.h"
 #include "engine/VolumeCreation.h"
+#include "engine/VolumeHeader.h"
 #include "tests/support/StubBundle.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestImages.h"
@@ -164,7 +166,9 @@ TEST_P(TamperedValidationTest, IsRefusedWithTheReason) {
   std::shared_ptr<const IByteSource> file = CFileSource::Open(made->path, Access::kReadWrite);
   uint8_t sector[512];
   ASSERT_TRUE(file->ReadAt(0, sector, sizeof sector));
-  for (uint64_t copy : ParseVolumeHeader(sector)->metadataOffsets) {
+  const std::optional<VolumeHeader> header = ParseVolumeHeader(sector);
+  ASSERT_TRUE(header);
+  for (uint64_t copy : header->metadataOffsets) {
     uint8_t units[2];
     ASSERT_TRUE(file->ReadAt(copy + 8, units, sizeof units));
     const uint64_t at = copy + (units[0] | units[1] << 8) * 16u + GetParam().offsetAfterCovered;
