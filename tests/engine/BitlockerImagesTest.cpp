@@ -348,13 +348,17 @@ class EncryptOnWriteTest : public PatchedImageTest {
   void SetUp() override { Load(testimages::EncryptOnWriteImage(&why_)); }
 };
 
-TEST_F(EncryptOnWriteTest, OpensWithEachCredentialToAnNtfsVolumeOfItsSize) {
+// It opens with each credential to the same NTFS volume of its size.  A
+// volume that began as an ordinary one keeps its stored boot sectors
+// encrypted; it reads the same.
+TEST_F(EncryptOnWriteTest, OpensWithEachCredentialWithItsStoredBootSectorsInTheClearOrEncrypted) {
   Bytes raw(source_->Size());
   ASSERT_TRUE(source_->ReadAt(0, raw.data(), raw.size()));
-  ASSERT_EQ(Unlock(Credential::Password(image_->password)), Status::kOk) << why_;
-  const Bytes bytes = ReadWholeVolume(*unlocked_);
+  const Credential password = Credential::Password(image_->password);
+  const Bytes bytes = ReadUnlocked(password);
   ASSERT_EQ(bytes.size(), raw.size());
   const Extent stored = unlocked_->layout().storedHeader();
+  const uint32_t sectorSize = unlocked_->layout().sectorSize();
   EXPECT_TRUE(bytes == ReadUnlocked(Credential::RecoveryPassword(image_->recoveryPassword)));
   // NTFS keeps the volume's last sector for its backup boot sector.
   EXPECT_EQ(std::memcmp(bytes.data() + 3, "NTFS    ", 8), 0);
@@ -363,23 +367,13 @@ TEST_F(EncryptOnWriteTest, OpensWithEachCredentialToAnNtfsVolumeOfItsSize) {
   for (uint64_t at = stored.length; at < offsets_[0]; at += 512) {
     ASSERT_NE(std::memcmp(bytes.data() + at, raw.data() + at, 512), 0) << "sector " << at << " shown as it lies";
   }
-}
-
-// A volume that began as an ordinary one keeps its stored boot sectors
-// encrypted; it reads the same.
-TEST_F(EncryptOnWriteTest, OpensWithItsStoredBootSectorsInTheClearOrEncrypted) {
-  const Credential password = Credential::Password(image_->password);
-  const Bytes clear = ReadUnlocked(password);
-  ASSERT_FALSE(clear.empty());
-  const Extent stored = unlocked_->layout().storedHeader();
-  const uint32_t sectorSize = unlocked_->layout().sectorSize();
   UnwrappedKey key;
   size_t copy = 0;
   ASSERT_EQ(UnlockFullVolumeKey(volume_->copies().blocks, password, &key, &copy, &why_), Status::kOk) << why_;
-  Bytes sectors(clear.begin(), clear.begin() + stored.length);
+  Bytes sectors(bytes.begin(), bytes.begin() + stored.length);
   ASSERT_TRUE(MakeSectorCipher(key.method, key.key, sectorSize)->Encrypt(stored.offset, sectors.data(), stored.length / sectorSize));
   source_->Patch(stored.offset, sectors);
-  EXPECT_TRUE(ReadUnlocked(password) == clear);
+  EXPECT_TRUE(ReadUnlocked(password) == bytes);
   EXPECT_FALSE(unlocked_->layout().storedHeaderInClear());
 }
 
