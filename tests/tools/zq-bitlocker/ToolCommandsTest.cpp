@@ -96,7 +96,9 @@ TEST(ZqBitlockerList, ScansTheMachinesDevicesReadsTheTablesTheKernelDidNotAndSee
   TempDir folder;
   const DiskCase& c = kDisks[0];
   std::string why;
-  const std::string image = testimages::FindImage(c.image, &why)->path;
+  const testimages::Image* found = testimages::FindImage(c.image, &why);
+  ASSERT_NE(found, nullptr) << why;
+  const std::string image = found->path;
   LoopDevice partitioned(MakeDisk(folder, c.layout, image, c.start), 0, true);
   LoopDevice whole(image, 0, true);
   ASSERT_TRUE(partitioned.valid() && whole.valid());
