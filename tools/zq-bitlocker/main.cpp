@@ -51,7 +51,8 @@ std::optional<Credential> AskCredential(const std::string& kind) {
   return credential;
 }
 
-ProgressStyle DumpProgressStyle(const Options& options) {
+// How dump's copy and create's wipe tell their progress.
+ProgressStyle ProgressStyleOf(const Options& options) {
   if (options.progressJson) return ProgressStyle::kJson;
   return ::isatty(STDERR_FILENO) ? ProgressStyle::kTerminal : ProgressStyle::kSummary;
 }
@@ -101,7 +102,7 @@ int RunOnVolume(const Options& options) {
     std::cout << "unlocked with the " << CredentialKindName(credential->kind()) << "\n";
     return 0;
   }
-  return DumpVolume(*unlocked, target, DumpProgressStyle(options));
+  return DumpVolume(*unlocked, target, ProgressStyleOf(options));
 }
 
 }  // namespace
