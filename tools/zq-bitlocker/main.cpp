@@ -125,7 +125,7 @@ int main(int argc, char** argv) {
   if (options.command == "list") return ListVolumes(options.devices, options.json, std::cout);
   if (options.command == "create") {
     const std::string refusal = CreateRefusal(options);
-    return refusal.empty() ? RunCreate(options) : UsageError(refusal);
+    return refusal.empty() ? RunCreate(options, ProgressStyleOf(options)) : UsageError(refusal);
   }
   return RunOnVolume(options);
 }
