@@ -263,15 +263,23 @@ std::vector<uint8_t> ComposeCopy(const NewVolume& request, const Placement& plac
   return copy;
 }
 
-// Writes encrypted zeros over the writable runs of [0, end) of the volume.
-bool WriteZeros(CUnlockedVolume& volume, uint64_t end) {
+// Writes encrypted zeros over the writable runs of [0, end) of the volume,
+// telling `progress`, when there is one, how far it has come.  False when a
+// write fails, or with errno ECANCELED when `progress` says to stop.
+bool WriteZeros(CUnlockedVolume& volume, uint64_t end, const std::function<bool(uint64_t, uint64_t)>& progress) {
+  auto goOn = [&](uint64_t at) {
+    if (!progress || progress(at, end)) return true;
+    errno = ECANCELED;
+    return false;
+  };
   const std::vector<uint8_t> zeros(kWipeChunk);
   for (uint64_t at = 0; at < end;) {
+    if (!goOn(at)) return false;
     const LayoutRun run = volume.layout().RunAt(at, std::min<uint64_t>(kWipeChunk, end - at));
     if (run.writable() && volume.Write(at, zeros.data(), static_cast<size_t>(run.length)) < 0) return false;
     at += run.length;
   }
-  return volume.Flush() == 0;
+  return volume.Flush() == 0 && goOn(end);
 }
 
 }  // namespace
@@ -322,15 +330,18 @@ Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewV
   auto volume = CUnlockedVolume::Make(target, std::move(layout), fullVolumeKey,
                                       std::max(1u, std::thread::hardware_concurrency()), true);
   // The first sectors on the device are never shown by the volume; they
-  // are cleared here, and the header goes over them at the end.
+  // are cleared first, so that an old header does not outlive a stopped
+  // wipe, and the new header goes over them at the end.
   const std::vector<uint8_t> clear(storedHeaderSize);
   auto failed = [&](const char* what) {
     *why = std::string(what) + ": " + std::strerror(errno);
     return Status::kIoError;
   };
-  if (!volume || !WriteZeros(*volume, request.wipe ? volume->Size() : storedHeaderSize))
-    return failed("the data area could not be written");
+  if (!volume) return failed("the data area could not be written");
   if (!target->WriteAt(0, clear.data(), clear.size())) return failed("the first sectors could not be written");
+  const bool wrote = request.wipe ? WriteZeros(*volume, volume->Size(), request.wipeProgress)
+                                  : WriteZeros(*volume, storedHeaderSize, nullptr);
+  if (!wrote) return failed("the data area could not be written");
   for (uint64_t offset : place.copies) {
     if (!target->WriteAt(offset, copy.data(), copy.size())) return failed("a metadata copy could not be written");
   }

@@ -9,6 +9,7 @@
 #define ZQ_ENGINE_VOLUMECREATION_H_
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -27,6 +28,11 @@ struct NewVolume {
   // Every sector of the data area is written as encrypted zeros; without,
   // only the first sectors are, and the rest keeps the target's old bytes.
   bool wipe = true;
+  // Told, on the thread that calls CreateVolume, how many bytes of the data
+  // area the wipe has written out of all of them: once as it starts and
+  // after each chunk.  Returning false stops the creation there; it then
+  // fails with the header unwritten.
+  std::function<bool(uint64_t written, uint64_t total)> wipeProgress;
 };
 
 struct CreatedVolume {
@@ -39,8 +45,9 @@ struct CreatedVolume {
 constexpr uint64_t kMinimumNewVolumeSize = 8 * 1024 * 1024;
 
 // Writes a new volume over the whole of `target`, which must be writable,
-// with 512-byte sectors.  The header is written last, so a target whose
-// creation fails part way does not look like a volume.  Returns kOk with
+// with 512-byte sectors.  The first sectors are cleared before anything
+// else and the header is written last, so a target whose creation fails or
+// is stopped part way does not look like a volume, not even an older one.  Returns kOk with
 // *created filled, or the reason in *why.
 Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewVolume& request,
                     CreatedVolume* created, std::string* why);

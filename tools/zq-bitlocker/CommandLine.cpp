@@ -22,7 +22,7 @@ const OptionRule kOptionRules[] = {
     {"--force", false, " dump create "},
     {"--offset", true, " info verify dump "},
     {"--json", false, " info list "},
-    {"--progress-json", false, " dump "},
+    {"--progress-json", false, " dump create "},
     {"--size", true, " create "},
     {"--cipher", true, " create "},
     {"--recovery-file", true, " create "},
@@ -158,7 +158,8 @@ void PrintUsage(std::ostream& out) {
          "                         [--progress-json] DEVICE\n"
          "       zq-bitlocker list [--json] [IMAGE_OR_DEVICE...]      (alias: scan)\n"
          "       zq-bitlocker create [--size SIZE] [--cipher CIPHER] [--recovery-file FILE]\n"
-         "                           [--description TEXT] [--quick] [--force] TARGET\n"
+         "                           [--description TEXT] [--quick] [--force] [--progress-json]\n"
+         "                           TARGET\n"
          "       zq-bitlocker --help | --version\n"
          "\n"
          "info describes a volume without any credential, with --json as one JSON\n"
@@ -188,13 +189,15 @@ void PrintUsage(std::ostream& out) {
          "output, and with --recovery-file also writes it to FILE, which must not exist.\n"
          "CIPHER: xts-aes-128 (the default), xts-aes-256, aes-cbc-128 or aes-cbc-256.\n"
          "Every sector is written encrypted, so TARGET's old contents are gone; --quick\n"
-         "writes only the metadata and leaves them in place.  A mounted TARGET is\n"
-         "refused; so is one holding a BitLocker volume, a partition table or a file\n"
-         "system unless --force.  The new volume holds no file system: mount it raw\n"
+         "writes only the metadata and leaves them in place.  The wipe tells its progress\n"
+         "as dump does, --progress-json too; Ctrl-C stops it and leaves TARGET with no\n"
+         "header, so no volume.  A mounted TARGET is refused; so is one holding a\n"
+         "BitLocker volume, a partition table or a file system unless --force.  The new\n"
+         "volume holds no file system: mount it raw\n"
          "(zqctl mount DEVICE FOLDER raw) and make a FAT or NTFS file system on\n"
          "FOLDER/volume that ends within the BYTES create prints, e.g.\n"
          "mkfs.fat FOLDER/volume $((BYTES / 1024)).\n"
          "\n"
          "Exit status: 0 done, 1 not BitLocker (list: none found), 2 wrong credential,\n"
-         "3 unsupported, 4 I/O error, 64 usage.\n";
+         "3 unsupported, 4 I/O error, 64 usage, 130 interrupted.\n";
 }

@@ -20,7 +20,9 @@
 #include "tools/zq-bitlocker/Failure.h"
 #include "tools/zq-bitlocker/SharedStorage.h"
 #include "tools/zq-bitlocker/SizeText.h"
+#include "tools/zq-bitlocker/StopSignal.h"
 #include "tools/zq-bitlocker/VolumeScan.h"
+#include "tools/zq-bitlocker/WriteProgress.h"
 #include "util/CredentialInput.h"
 #include "util/FilesystemType.h"
 
@@ -144,7 +146,7 @@ std::string CreateRefusal(const Options& options) {
   return "";
 }
 
-int RunCreate(const Options& options) {
+int RunCreate(const Options& options, ProgressStyle style) {
   const std::string& target = options.devices.front();
   Leftovers leftovers;
   if (options.size != 0) {
@@ -177,13 +179,28 @@ int RunCreate(const Options& options) {
   request.description = options.description.value_or(DefaultDescription());
   request.creationTime = FiletimeNow();
   request.wipe = !options.quick;
+  const StopSignal stop;
+  std::optional<WriteProgress> progress;
+  uint64_t wiped = 0;
+  request.wipeProgress = [&](uint64_t written, uint64_t total) {
+    if (!progress) progress.emplace(kWiping, total, style, std::cerr);
+    progress->Update(wiped = written);
+    return !stop.asked();
+  };
   CreatedVolume created;
   std::string why;
   const Status status = bitlocker::CreateVolume(source, request, &created, &why);
   WipeCredential(&request.password);
+  if (progress) progress->Finish(wiped);
   if (status != Status::kOk) {
     if (recoveryFd >= 0) ::close(recoveryFd);
-    return Fail(status, target, why);
+    if (!stop.asked()) return Fail(status, target, why);
+    std::cerr << "zq-bitlocker: interrupted after " << wiped << " bytes; "
+              << (leftovers.image.empty() ? target + " is no BitLocker volume: its first sectors are cleared, "
+                                                     "and its old contents are overwritten only as far as the wipe came"
+                                          : "the new image file " + target + " is removed")
+              << "\n";
+    return kInterrupted;
   }
   if (recoveryFd >= 0) {
     const bool saved =

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "tools/zq-bitlocker/CommandLine.h"
+#include "tools/zq-bitlocker/WriteProgress.h"
 
 // Why a volume may not be made as `options` ask, or the empty string.
 // Checked before anything is written: --size only for a target that does
@@ -15,8 +16,10 @@
 // BitLocker volume, a partition table or a file system.
 std::string CreateRefusal(const Options& options);
 
-// Makes the volume: reads the password, writes the volume and tells the
-// recovery password.  Returns the exit status.
-int RunCreate(const Options& options);
+// Makes the volume: reads the password, writes the volume, telling the
+// progress of the wipe in `style`, and tells the recovery password.  Ctrl-C
+// stops the wipe; the target is then left without a header.  Returns the
+// exit status.
+int RunCreate(const Options& options, ProgressStyle style);
 
 #endif  // ZQ_TOOLS_ZQ_BITLOCKER_VOLUMECREATE_H_

@@ -4,28 +4,20 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <iostream>
 #include <vector>
 
 #include "tools/zq-bitlocker/Failure.h"
 #include "tools/zq-bitlocker/SharedStorage.h"
+#include "tools/zq-bitlocker/StopSignal.h"
 
 using namespace bitlocker;
 
 namespace {
 
 constexpr size_t kDumpChunk = 8 * 1024 * 1024;
-
-// The exit status of a dump ended by a signal, as a shell reports one.
-constexpr int kInterrupted = 128 + SIGINT;
-
-std::atomic<bool> stopAsked{false};
-
-void AskToStop(int) { stopAsked = true; }
 
 // A regular file is written under a temporary name beside it and renamed
 // into place once whole; anything else (a device, a pipe) in place.
@@ -72,16 +64,13 @@ int DumpVolume(CUnlockedVolume& volume, const DumpTarget& target, ProgressStyle 
     fd = ::mkstemp(written.data());
     if (fd < 0) return Fail(Status::kIoError, target.output, std::strerror(errno));
   }
-  struct sigaction stop = {}, savedInt, savedTerm;
-  stop.sa_handler = AskToStop;
-  ::sigaction(SIGINT, &stop, &savedInt);
-  ::sigaction(SIGTERM, &stop, &savedTerm);
+  const StopSignal stop;
   const std::string outputName = target.output.empty() ? "standard output" : target.output;
   std::string failed, why;  // what failed, and why
   std::vector<uint8_t> buffer(kDumpChunk);
-  DumpProgress progress(volume.Size(), style, std::cerr);
+  WriteProgress progress(kDumping, volume.Size(), style, std::cerr);
   uint64_t offset = 0;
-  while (offset < volume.Size() && failed.empty() && !stopAsked) {
+  while (offset < volume.Size() && failed.empty() && !stop.asked()) {
     ssize_t got = volume.Read(offset, buffer.data(), buffer.size());
     if (got <= 0) {
       failed = target.device, why = got < 0 ? std::strerror(errno) : "short read";
@@ -93,13 +82,11 @@ int DumpVolume(CUnlockedVolume& volume, const DumpTarget& target, ProgressStyle 
     }
   }
   if (fd != STDOUT_FILENO && ::close(fd) != 0 && failed.empty()) failed = outputName, why = std::strerror(errno);
-  if (!written.empty() && failed.empty() && !stopAsked && ::rename(written.c_str(), target.output.c_str()) != 0)
+  if (!written.empty() && failed.empty() && !stop.asked() && ::rename(written.c_str(), target.output.c_str()) != 0)
     failed = outputName, why = std::strerror(errno);
-  if (!written.empty() && (!failed.empty() || stopAsked)) ::unlink(written.c_str());
-  ::sigaction(SIGINT, &savedInt, nullptr);
-  ::sigaction(SIGTERM, &savedTerm, nullptr);
+  if (!written.empty() && (!failed.empty() || stop.asked())) ::unlink(written.c_str());
   progress.Finish(offset);
-  if (stopAsked) {
+  if (stop.asked()) {
     std::cerr << "zq-bitlocker: interrupted after " << offset << " bytes"
               << (written.empty() ? "" : "; " + target.output + " was not written") << "\n";
     return kInterrupted;

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "engine/CUnlockedVolume.h"
-#include "tools/zq-bitlocker/DumpProgress.h"
+#include "tools/zq-bitlocker/WriteProgress.h"
 
 struct DumpTarget {
   std::string device;  // the volume's device or image, for messages and the check below

@@ -51,7 +51,8 @@ std::optional<Credential> AskCredential(const std::string& kind) {
   return credential;
 }
 
-ProgressStyle DumpProgressStyle(const Options& options) {
+// How dump's copy and create's wipe tell their progress.
+ProgressStyle ProgressStyleOf(const Options& options) {
   if (options.progressJson) return ProgressStyle::kJson;
   return ::isatty(STDERR_FILENO) ? ProgressStyle::kTerminal : ProgressStyle::kSummary;
 }
@@ -101,7 +102,7 @@ int RunOnVolume(const Options& options) {
     std::cout << "unlocked with the " << CredentialKindName(credential->kind()) << "\n";
     return 0;
   }
-  return DumpVolume(*unlocked, target, DumpProgressStyle(options));
+  return DumpVolume(*unlocked, target, ProgressStyleOf(options));
 }
 
 }  // namespace
@@ -124,7 +125,7 @@ int main(int argc, char** argv) {
   if (options.command == "list") return ListVolumes(options.devices, options.json, std::cout);
   if (options.command == "create") {
     const std::string refusal = CreateRefusal(options);
-    return refusal.empty() ? RunCreate(options) : UsageError(refusal);
+    return refusal.empty() ? RunCreate(options, ProgressStyleOf(options)) : UsageError(refusal);
   }
   return RunOnVolume(options);
 }

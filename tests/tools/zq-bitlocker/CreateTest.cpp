@@ -192,6 +192,54 @@ TEST(CreateWipe, LeavesNoOldByteBehind) {
   EXPECT_EQ(whole.find_first_not_of('\0'), std::string::npos) << "the new volume does not read as zeros";
 }
 
+// The JSON lines of a wipe count from nothing to the whole unlocked volume.
+TEST(CreateWipe, TellsItsProgressAsJsonLines) {
+  const TempDir folder;
+  const std::string image = folder("new.img");
+  const ProgramRun run = Create({"--size", "16M", "--progress-json", image});
+  ASSERT_EQ(run.status, 0) << run.errors;
+  std::unique_ptr<bitlocker::CBitlockerVolume> volume;
+  std::unique_ptr<bitlocker::CUnlockedVolume> unlocked;
+  std::string why;
+  ASSERT_EQ(bitlocker::CBitlockerVolume::Open(image, &volume, &why), bitlocker::Status::kOk) << why;
+  ASSERT_EQ(volume->Unlock(bitlocker::Credential::Password(kPassword), &unlocked, &why), bitlocker::Status::kOk) << why;
+  const ProgramRun lines = Shell(
+      "grep '^{' | python3 -c 'import json, sys\n"
+      "l = [json.loads(line) for line in sys.stdin]\n"
+      "print({x[\"phase\"] for x in l}, {x[\"total\"] for x in l}, l[0][\"done\"], l[-1][\"done\"],"
+      " l[-1][\"finished\"])'",
+      run.errors);
+  const std::string size = std::to_string(unlocked->Size());
+  EXPECT_EQ(lines.output, "{'wipe'} {" + size + "} 0 " + size + " True\n") << run.errors << lines.errors;
+}
+
+// Ctrl-C at the wipe's first progress line: exit 130, and the target, which
+// held a volume before, holds none, not even the old one.
+TEST(CreateWipe, InterruptedLeavesNoVolume) {
+  const TempDir folder;
+  const std::string image = folder("old.img");
+  ASSERT_EQ(Create({"--size", "512M", "--quick", image}).status, 0);
+  std::unique_ptr<bitlocker::CBitlockerVolume> volume;
+  std::string why;
+  ASSERT_EQ(bitlocker::CBitlockerVolume::Open(image, &volume, &why), bitlocker::Status::kOk) << why;
+  const ProgramRun run = RunProgram(
+      "/usr/bin/python3",
+      {"-c",
+       "import signal, subprocess, sys\n"
+       "p = subprocess.Popen(sys.argv[1:], stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,"
+       " text=True)\n"
+       "p.stdin.write('" + std::string(kPassword) + "\\n'); p.stdin.close()\n"
+       "for line in iter(p.stderr.readline, ''):\n"
+       "  if line.startswith('{'): break\n"
+       "p.send_signal(signal.SIGINT)\n"
+       "rest = p.stderr.read(); print(p.wait(), rest, end='')\n",
+       ZQ_TOOL_FILE, "create", "--force", "--progress-json", image});
+  EXPECT_EQ(run.output.rfind("130 ", 0), 0u) << run.output << run.errors;
+  EXPECT_NE(run.output.find("\"finished\":false"), std::string::npos) << run.output;
+  EXPECT_NE(run.output.find("zq-bitlocker: interrupted after "), std::string::npos) << run.output;
+  EXPECT_EQ(bitlocker::CBitlockerVolume::Open(image, &volume, &why), bitlocker::Status::kNotBitlocker) << why;
+}
+
 // At a terminal the password is asked twice without echo; two that differ
 // make nothing.
 TEST(CreatePassword, IsAskedTwiceAtATerminal) {

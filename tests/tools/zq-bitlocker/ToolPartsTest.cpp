@@ -6,8 +6,8 @@
 #include <sstream>
 
 #include "engine/Bytes.h"
-#include "tools/zq-bitlocker/DumpProgress.h"
 #include "tools/zq-bitlocker/PartitionTable.h"
+#include "tools/zq-bitlocker/WriteProgress.h"
 #include "util/JsonWriter.h"
 
 namespace {
@@ -95,24 +95,39 @@ TEST(JsonQuoted, EscapesWhatJsonForbidsAndNeverPassesBrokenUtf8) {
   for (const auto& c : cases) EXPECT_EQ(JsonQuoted(c.text), c.quoted);
 }
 
-TEST(DumpProgress, ShowsTwiceASecondAtMostAndEndsWithTheWholeStory) {
+TEST(WriteProgress, ShowsTwiceASecondAtMostAndEndsWithTheWholeStory) {
   using std::chrono::milliseconds;
-  const DumpProgress::Clock::time_point start;
-  std::ostringstream json, summary;
-  DumpProgress lines(1000, ProgressStyle::kJson, json, start);
-  lines.Update(100, start + milliseconds(100));
-  lines.Update(200, start + milliseconds(400));
-  lines.Update(500, start + milliseconds(1000));
-  lines.Finish(1000, start + milliseconds(2000));
-  EXPECT_EQ(json.str(),
-            "{\"done\":100,\"total\":1000,\"bytes_per_second\":1000,\"seconds_left\":0}\n"
-            "{\"done\":500,\"total\":1000,\"bytes_per_second\":500,\"seconds_left\":1}\n"
-            "{\"done\":1000,\"total\":1000,\"bytes_per_second\":500,\"seconds_left\":0,\"seconds\":2.000,"
-            "\"finished\":true}\n");
-  DumpProgress quiet(4000000, ProgressStyle::kSummary, summary, start);
-  quiet.Update(1000, start + milliseconds(900));
-  quiet.Finish(3000000, start + milliseconds(1500));
-  EXPECT_EQ(summary.str(), "zq-bitlocker: stopped after 3000000 bytes in 1.5 s, 2.0 MB/s\n");
+  const WriteProgress::Clock::time_point start;
+  const struct {
+    WriteWork work;
+    const char* jsonStart;
+    const char* summary;
+  } cases[] = {
+      {kDumping, "{\"phase\":\"dump\",", "zq-bitlocker: dumped 3000000 bytes in 1.5 s, 2.0 MB/s\n"},
+      {kWiping, "{\"phase\":\"wipe\",", "zq-bitlocker: wiped 3000000 bytes in 1.5 s, 2.0 MB/s\n"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.work.phase);
+    std::ostringstream json, whole, stopped;
+    WriteProgress lines(test.work, 1000, ProgressStyle::kJson, json, start);
+    lines.Update(100, start + milliseconds(100));
+    lines.Update(200, start + milliseconds(400));
+    lines.Update(500, start + milliseconds(1000));
+    lines.Finish(1000, start + milliseconds(2000));
+    const std::string first = test.jsonStart;
+    EXPECT_EQ(json.str(), first + "\"done\":100,\"total\":1000,\"bytes_per_second\":1000,\"seconds_left\":0}\n" +
+                              first + "\"done\":500,\"total\":1000,\"bytes_per_second\":500,\"seconds_left\":1}\n" +
+                              first +
+                              "\"done\":1000,\"total\":1000,\"bytes_per_second\":500,\"seconds_left\":0,"
+                              "\"seconds\":2.000,\"finished\":true}\n");
+    WriteProgress done(test.work, 3000000, ProgressStyle::kSummary, whole, start);
+    done.Update(1000, start + milliseconds(900));
+    done.Finish(3000000, start + milliseconds(1500));
+    EXPECT_EQ(whole.str(), test.summary);
+    WriteProgress quiet(test.work, 4000000, ProgressStyle::kSummary, stopped, start);
+    quiet.Finish(3000000, start + milliseconds(1500));
+    EXPECT_EQ(stopped.str(), "zq-bitlocker: stopped after 3000000 bytes in 1.5 s, 2.0 MB/s\n");
+  }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "tools/zq-bitlocker/DumpProgress.h"
+#include "tools/zq-bitlocker/WriteProgress.h"
 
 #include <cstdio>
 
@@ -13,10 +13,11 @@ double Rate(uint64_t bytes, double seconds) { return seconds > 0 ? static_cast<d
 
 }  // namespace
 
-DumpProgress::DumpProgress(uint64_t total, ProgressStyle style, std::ostream& out, Clock::time_point start)
-    : total_(total), style_(style), out_(out), start_(start) {}
+WriteProgress::WriteProgress(WriteWork work, uint64_t total, ProgressStyle style, std::ostream& out,
+                             Clock::time_point start)
+    : work_(work), total_(total), style_(style), out_(out), start_(start) {}
 
-void DumpProgress::Update(uint64_t done, Clock::time_point now) {
+void WriteProgress::Update(uint64_t done, Clock::time_point now) {
   if (style_ == ProgressStyle::kSummary || (shown_ && now - *shown_ < kInterval)) return;
   shown_ = now;
   const double seconds = std::chrono::duration<double>(now - start_).count();
@@ -27,7 +28,7 @@ void DumpProgress::Update(uint64_t done, Clock::time_point now) {
   }
 }
 
-void DumpProgress::ShowTerminal(uint64_t done, double seconds) {
+void WriteProgress::ShowTerminal(uint64_t done, double seconds) {
   const double rate = Rate(done, seconds);
   std::string line = SizeText(done) + " / " + SizeText(total_);
   char text[64];
@@ -41,10 +42,10 @@ void DumpProgress::ShowTerminal(uint64_t done, double seconds) {
   out_ << '\r' << line << std::flush;
 }
 
-void DumpProgress::ShowJson(uint64_t done, double seconds, bool last) {
+void WriteProgress::ShowJson(uint64_t done, double seconds, bool last) {
   const double rate = Rate(done, seconds);
   JsonWriter json(out_);
-  json.BeginObject().Key("done").Number(done).Key("total").Number(total_);
+  json.BeginObject().Key("phase").String(work_.phase).Key("done").Number(done).Key("total").Number(total_);
   json.Key("bytes_per_second").Number(static_cast<uint64_t>(rate));
   if (rate > 0 || done == total_) {
     json.Key("seconds_left").Number(done == total_ ? 0 : static_cast<uint64_t>((total_ - done) / rate));
@@ -54,13 +55,13 @@ void DumpProgress::ShowJson(uint64_t done, double seconds, bool last) {
   out_ << std::endl;
 }
 
-void DumpProgress::Finish(uint64_t done, Clock::time_point now) {
+void WriteProgress::Finish(uint64_t done, Clock::time_point now) {
   const double seconds = std::chrono::duration<double>(now - start_).count();
   if (style_ == ProgressStyle::kJson) return ShowJson(done, seconds, true);
   if (style_ == ProgressStyle::kTerminal && lineLength_ > 0) out_ << '\r' << std::string(lineLength_, ' ') << '\r';
   char text[128];
-  std::snprintf(text, sizeof(text), "%s %llu bytes in %.1f s, %.1f MB/s\n",
-                done == total_ ? "zq-bitlocker: dumped" : "zq-bitlocker: stopped after",
+  std::snprintf(text, sizeof(text), "zq-bitlocker: %s %llu bytes in %.1f s, %.1f MB/s\n",
+                done == total_ ? work_.verb : "stopped after",
                 static_cast<unsigned long long>(done), seconds, Rate(done, seconds) / 1e6);
   out_ << text << std::flush;
 }
