@@ -28,6 +28,7 @@ const OptionRule kOptionRules[] = {
     {"--recovery-file", true, " create "},
     {"--description", true, " create "},
     {"--quick", false, " create "},
+    {"--startup-key-dir", true, " create "},
 };
 
 // Decimal, or hexadecimal after "0x".
@@ -81,6 +82,7 @@ bool Apply(const std::string& name, const std::string& value, Options* options, 
   if (name == "--recovery-file") options->recoveryFile = value;
   if (name == "--description") options->description = value;
   if (name == "--quick") options->quick = true;
+  if (name == "--startup-key-dir") options->startupKeyDir = value;
   if (name == "--output") options->output = value;
   if (name == "--force") options->force = true;
   if (name == "--json") options->json = true;
@@ -158,6 +160,7 @@ void PrintUsage(std::ostream& out) {
          "                         [--progress-json] DEVICE\n"
          "       zq-bitlocker list [--json] [IMAGE_OR_DEVICE...]      (alias: scan)\n"
          "       zq-bitlocker create [--size SIZE] [--cipher CIPHER] [--recovery-file FILE]\n"
+         "                           [--startup-key-dir DIR]\n"
          "                           [--description TEXT] [--quick] [--force] TARGET\n"
          "       zq-bitlocker --help | --version\n"
          "\n"
@@ -186,6 +189,8 @@ void PrintUsage(std::ostream& out) {
          "It asks for the password twice (once from standard input that is no\n"
          "terminal), generates a recovery password and prints it once on standard\n"
          "output, and with --recovery-file also writes it to FILE, which must not exist.\n"
+         "--startup-key-dir adds a startup key that unlocks the volume on its own,\n"
+         "written to a new file GUID.BEK (mode 0600) in the existing folder DIR.\n"
          "CIPHER: xts-aes-128 (the default), xts-aes-256, aes-cbc-128 or aes-cbc-256.\n"
          "Every sector is written encrypted, so TARGET's old contents are gone; --quick\n"
          "writes only the metadata and leaves them in place.  A mounted TARGET is\n"
