@@ -14,6 +14,13 @@
 
 namespace bitlocker {
 
+// The method a startup key is stored with, in its file and in its protector.
+constexpr uint16_t kMethodExternalKey = 0x2002;
+
+// "ExternalKey" in UTF-16LE with its terminating zero, the name Windows
+// gives startup keys in their files and protectors.
+CSecureBuffer ExternalKeyName();
+
 struct StartupKey {
   Guid id;  // matches the key identifier of the protector it opens
   CSecureBuffer key;
@@ -28,6 +35,15 @@ std::optional<std::vector<StartupKey>> ParseStartupKeyFile(const uint8_t* data, 
 // when that user may not read it.  Sets *ioError when the file opened but
 // could not be read.
 std::optional<std::vector<StartupKey>> ReadStartupKeyFile(const std::string& path, bool* ioError);
+
+// The contents of a .BEK file holding `key` as Windows writes one: a
+// metadata header named by the key's identifier, then one external key
+// entry with the name "ExternalKey" and the key.  `creationTime` is a
+// FILETIME.
+CSecureBuffer FormatStartupKeyFile(const Guid& id, const CSecureBuffer& key, uint64_t creationTime);
+
+// The name Windows gives that file: the identifier in upper case, ".BEK".
+std::string StartupKeyFileName(const Guid& id);
 
 }  // namespace bitlocker
 

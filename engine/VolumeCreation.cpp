@@ -16,6 +16,7 @@
 #include "engine/KeyProtector.h"
 #include "engine/MetadataValidation.h"
 #include "engine/RandomBytes.h"
+#include "engine/StartupKeyFile.h"
 #include "engine/VolumeHeader.h"
 #include "engine/VolumeLayout.h"
 
@@ -54,7 +55,10 @@ constexpr uint16_t kEntryRecoveryKey = 0x0012;
 constexpr uint16_t kEntryRecoveryStretchedKey = 0x0013;
 
 // The nonce counter of each wrapped key, in the order Windows spends them
-// (it skips 7); the validation takes the last, the header names the next.
+// (it skips 7): a startup key protector, made after the full volume key,
+// wraps the startup key under the master key, then the master key under
+// the startup key.  The validation takes the next counter, and the header
+// names the one after.
 enum NonceCounter : uint32_t {
   kNoncePasswordStretchedKey = 2,
   kNoncePasswordMasterKey = 3,
@@ -62,8 +66,8 @@ enum NonceCounter : uint32_t {
   kNonceRecoveryStretchedKey = 5,
   kNonceRecoveryMasterKey = 6,
   kNonceFullVolumeKey = 8,
-  kNonceValidation = 9,
-  kNextNonceCounter = 10,
+  kNonceStartupKey = 9,
+  kNonceStartupMasterKey = 10,
 };
 
 size_t FullVolumeKeySize(uint16_t method) {
@@ -84,26 +88,28 @@ uint64_t RoundUp(uint64_t value, uint64_t unit) { return (value + unit - 1) / un
 
 // Every random value of a new volume.
 struct Secrets {
-  CSecureBuffer volumeMasterKey, fullVolumeKey, recoveryKey;
+  CSecureBuffer volumeMasterKey, fullVolumeKey, recoveryKey, startupKey;
   CSecureBuffer passwordSalt, recoverySalt, nonceBase;
-  CSecureBuffer volumeId, passwordId, recoveryId;
+  CSecureBuffer volumeId, passwordId, recoveryId, startupId;
 
   bool Draw(uint16_t method) {
     for (auto [buffer, size] : {std::pair{&volumeMasterKey, kKeySize},
                                 {&fullVolumeKey, FullVolumeKeySize(method)},
                                 {&recoveryKey, kRecoveryKeySize},
+                                {&startupKey, kKeySize},
                                 {&passwordSalt, kSaltSize},
                                 {&recoverySalt, kSaltSize},
                                 {&nonceBase, kNonceBaseSize},
                                 {&volumeId, kGuidSize},
                                 {&passwordId, kGuidSize},
-                                {&recoveryId, kGuidSize}}) {
+                                {&recoveryId, kGuidSize},
+                                {&startupId, kGuidSize}}) {
       auto bytes = RandomBytes(size);
       if (!bytes) return false;
       *buffer = std::move(*bytes);
     }
     // Random identifiers carry the marks of a version 4 GUID.
-    for (CSecureBuffer* id : {&volumeId, &passwordId, &recoveryId}) {
+    for (CSecureBuffer* id : {&volumeId, &passwordId, &recoveryId, &startupId}) {
       id->data()[7] = static_cast<uint8_t>((id->data()[7] & 0x0f) | 0x40);
       id->data()[8] = static_cast<uint8_t>((id->data()[8] & 0x3f) | 0x80);
     }
@@ -156,6 +162,7 @@ class MetadataComposer {
 
     ok_ = ok_ && Wrap(&entries, kEntryFullVolumeKey, request_.method, secrets_.fullVolumeKey, secrets_.volumeMasterKey,
                       kNonceFullVolumeKey);
+    if (request_.saveStartupKey) AppendStartupKeyProtector(&entries);
 
     // Windows follows the offset and size with a 76-byte record that the
     // public descriptions of the format do not explain; readers need only
@@ -170,6 +177,10 @@ class MetadataComposer {
       return std::nullopt;
     }
     return entries;
+  }
+
+  uint32_t ValidationCounter() const {
+    return (request_.saveStartupKey ? kNonceStartupMasterKey : kNonceFullVolumeKey) + 1;
   }
 
   std::array<uint8_t, 12> Nonce(uint32_t counter) const {
@@ -200,13 +211,37 @@ class MetadataComposer {
     stretch.insert(stretch.end(), salt.data(), salt.data() + salt.size());
     stretch.insert(stretch.end(), stretchCarries.begin(), stretchCarries.end());
 
+    std::vector<uint8_t> value = ProtectorStart(id, protection);
+    AppendEntry(&value, kEntryProperty, kValueStretchKey, stretch.data(), stretch.size());
+    ok_ = ok_ && Wrap(&value, kEntryProperty, kMethodVolumeMasterKey, secrets_.volumeMasterKey, stretchedKey, counter);
+    AppendEntry(out, kEntryVolumeMasterKey, kValueVolumeMasterKey, value.data(), value.size());
+  }
+
+  // A startup key protector: identifier, time, protection, its name, the
+  // startup key wrapped under the master key (so that whoever holds the
+  // master key can write the .BEK file again), and the master key wrapped
+  // under the startup key.
+  void AppendStartupKeyProtector(std::vector<uint8_t>* out) {
+    std::vector<uint8_t> value = ProtectorStart(secrets_.startupId, kProtectionStartupKey);
+    const CSecureBuffer name = ExternalKeyName();
+    AppendEntry(&value, kEntryProperty, kValueUnicodeString, name.data(), name.size());
+    std::vector<uint8_t> useKey(4);
+    StoreLe16(kMethodExternalKey, useKey.data());
+    ok_ = ok_ && Wrap(&useKey, kEntryProperty, kMethodExternalKey, secrets_.startupKey, secrets_.volumeMasterKey,
+                      kNonceStartupKey);
+    AppendEntry(&value, kEntryProperty, kValueUseKey, useKey.data(), useKey.size());
+    ok_ = ok_ && Wrap(&value, kEntryProperty, kMethodVolumeMasterKey, secrets_.volumeMasterKey, secrets_.startupKey,
+                      kNonceStartupMasterKey);
+    AppendEntry(out, kEntryVolumeMasterKey, kValueVolumeMasterKey, value.data(), value.size());
+  }
+
+  // The fixed start of a volume master key entry.
+  std::vector<uint8_t> ProtectorStart(const CSecureBuffer& id, uint16_t protection) const {
     std::vector<uint8_t> value(id.data(), id.data() + id.size());
     value.resize(value.size() + 12);
     StoreLe64(request_.creationTime, value.data() + kGuidSize);
     StoreLe16(protection, value.data() + kGuidSize + 10);
-    AppendEntry(&value, kEntryProperty, kValueStretchKey, stretch.data(), stretch.size());
-    ok_ = ok_ && Wrap(&value, kEntryProperty, kMethodVolumeMasterKey, secrets_.volumeMasterKey, stretchedKey, counter);
-    AppendEntry(out, kEntryVolumeMasterKey, kValueVolumeMasterKey, value.data(), value.size());
+    return value;
   }
 
   const NewVolume& request_;
@@ -233,7 +268,7 @@ Placement Place(uint64_t targetSize) {
 // A whole metadata copy: block header, metadata header, entries, padding
 // and validation, padded with zeros to fill its area.
 std::vector<uint8_t> ComposeCopy(const NewVolume& request, const Placement& place, const Secrets& secrets,
-                                 const std::vector<uint8_t>& entries) {
+                                 const std::vector<uint8_t>& entries, uint32_t nextNonceCounter) {
   const size_t metadataSize = FveMetadata::kHeaderSize + entries.size();
   const size_t covered = RoundUp(FveMetadataBlock::kHeaderSize + metadataSize, 16);
   std::vector<uint8_t> copy(kCopyArea);
@@ -254,7 +289,7 @@ std::vector<uint8_t> ComposeCopy(const NewVolume& request, const Placement& plac
   StoreLe32(FveMetadata::kHeaderSize, metadata + 8);
   StoreLe32(static_cast<uint32_t>(metadataSize), metadata + 12);
   std::memcpy(metadata + 16, secrets.volumeId.data(), kGuidSize);
-  StoreLe32(kNextNonceCounter, metadata + 32);
+  StoreLe32(nextNonceCounter, metadata + 32);
   // The method twice, as every Windows-made volume has it.
   StoreLe16(request.method, metadata + 36);
   StoreLe16(request.method, metadata + 38);
@@ -307,9 +342,10 @@ Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewV
   MetadataComposer composer(request, secrets);
   auto entries = composer.Entries(place.storedHeader, why);
   if (!entries) return Status::kUnsupported;
-  std::vector<uint8_t> copy = ComposeCopy(request, place, secrets, *entries);
+  const uint32_t validationCounter = composer.ValidationCounter();
+  std::vector<uint8_t> copy = ComposeCopy(request, place, secrets, *entries, validationCounter + 1);
   const size_t covered = size_t{LoadLe16(copy.data() + 8)} * 16;
-  if (!SealMetadataCopy(copy.data(), covered, secrets.volumeMasterKey, composer.Nonce(kNonceValidation).data())) {
+  if (!SealMetadataCopy(copy.data(), covered, secrets.volumeMasterKey, composer.Nonce(validationCounter).data())) {
     *why = "the metadata could not be sealed";
     return Status::kIoError;
   }
@@ -325,6 +361,11 @@ Status CreateVolume(const std::shared_ptr<const IByteSource>& target, const NewV
     *why = "the composed metadata does not read back: " + *why;
     return Status::kIoError;
   }
+  const Guid startupId = Guid::FromBytes(secrets.startupId.data());
+  if (request.saveStartupKey &&
+      !request.saveStartupKey(startupId, FormatStartupKeyFile(startupId, secrets.startupKey, request.creationTime),
+                              why))
+    return Status::kIoError;
   const uint64_t storedHeaderSize = layout.storedHeader().length;
   UnwrappedKey fullVolumeKey{request.method, secrets.fullVolumeKey};
   auto volume = CUnlockedVolume::Make(target, std::move(layout), fullVolumeKey,

@@ -1,6 +1,7 @@
 // Making a new BitLocker volume on a device or image file: a Windows 7 style
-// header, three metadata copies with their validation, a password and a
-// recovery password protector, and the data area encrypted.
+// header, three metadata copies with their validation, a password, a
+// recovery password and optionally a startup key protector, and the data
+// area encrypted.
 //
 // The metadata copies and the stored first sectors lie together at the end
 // of the target, so that a file system made on the volume later can end
@@ -14,6 +15,7 @@
 #include <string>
 
 #include "bitlocker/BitlockerStatus.h"
+#include "engine/CSecureBuffer.h"
 #include "engine/Guid.h"
 #include "engine/IByteSource.h"
 #include "engine/SectorCipher.h"
@@ -33,6 +35,11 @@ struct NewVolume {
   // after each chunk.  Returning false stops the creation there; it then
   // fails with the header unwritten.
   std::function<bool(uint64_t written, uint64_t total)> wipeProgress;
+  // When set, the volume also gets a startup key protector, and this is
+  // given its identifier and the contents of its .BEK file before anything
+  // is written to the target; creation stops when it returns false with
+  // *why said.
+  std::function<bool(const Guid& id, const CSecureBuffer& startupKeyFile, std::string* why)> saveStartupKey;
 };
 
 struct CreatedVolume {

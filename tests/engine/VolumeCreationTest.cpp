@@ -1,11 +1,13 @@
 // New volumes as the engine makes them, read back by the engine itself:
-// every cipher with both credentials, the validation of every copy, and
-// copies whose validation was changed afterwards.
+// every cipher with each credential, the validation of every copy, the
+// startup key protector and file beside Windows' own, and copies whose
+// validation was changed afterwards.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,9 +18,12 @@
 #include "engine/CBitlockerVolume.h"
 #include "engine/CFileSource.h"
 #include "engine/KeyDerivation.h"
+#include "engine/KeyProtector.h"
+#include "engine/StartupKeyFile.h"
 #include "engine/Unlock.h"
 #include "engine/VolumeCreation.h"
 #include "engine/VolumeHeader.h"
+#include "tests/support/FileContents.h"
 #include "tests/support/StubBundle.h"
 #include "tests/support/TempDir.h"
 #include "tests/support/TestImages.h"
@@ -34,11 +39,12 @@ struct MadeVolume {
   TempDir folder;
   std::string path = folder("volume.img");
   CreatedVolume created;
+  std::string startupKeyFile;  // with a startup key protector: its .BEK file
 };
 
-std::unique_ptr<MadeVolume> Make(uint16_t method, uint64_t size = 16 << 20) {
+std::unique_ptr<MadeVolume> Make(uint16_t method, bool startupKey = false) {
   auto made = std::make_unique<MadeVolume>();
-  EXPECT_EQ(RunShell("truncate -s " + std::to_string(size) + " " + made->path), 0);
+  EXPECT_EQ(RunShell("truncate -s 16M " + made->path), 0);
   std::shared_ptr<const IByteSource> target = CFileSource::Open(made->path, Access::kReadWrite);
   NewVolume request;
   request.method = method;
@@ -46,6 +52,13 @@ std::unique_ptr<MadeVolume> Make(uint16_t method, uint64_t size = 16 << 20) {
   request.description = "test volume";
   request.creationTime = 133000000000000000ull;
   request.wipe = false;
+  if (startupKey) {
+    request.saveStartupKey = [&made](const Guid& id, const CSecureBuffer& contents, std::string*) {
+      made->startupKeyFile = made->folder(StartupKeyFileName(id));
+      std::ofstream file(made->startupKeyFile, std::ios::binary);
+      return static_cast<bool>(file.write(reinterpret_cast<const char*>(contents.data()), contents.size()));
+    };
+  }
   std::string why;
   EXPECT_EQ(CreateVolume(target, request, &made->created, &why), Status::kOk) << why;
   return made;
@@ -61,8 +74,8 @@ Status Unlock(const std::string& path, const Credential& credential, std::string
 
 class VolumeCreationTest : public ::testing::TestWithParam<uint16_t> {};
 
-TEST_P(VolumeCreationTest, OpensWithEitherCredentialAndEveryCopyValidates) {
-  auto made = Make(GetParam());
+TEST_P(VolumeCreationTest, OpensWithEachCredentialAndEveryCopyValidates) {
+  auto made = Make(GetParam(), true);
   const std::string& recovery = made->created.recoveryPassword;
   ASSERT_TRUE(HasRecoveryPasswordShape(recovery)) << recovery;
 
@@ -75,7 +88,8 @@ TEST_P(VolumeCreationTest, OpensWithEitherCredentialAndEveryCopyValidates) {
   const auto& offsets = volume->header().metadataOffsets;
   EXPECT_EQ(made->created.dataSize, *std::min_element(offsets.begin(), offsets.end()));
   EXPECT_GT(volume->metadata().volumeHeaderOffset, made->created.dataSize);
-  for (const Credential& credential : {Credential::Password(kPassword), Credential::RecoveryPassword(recovery)}) {
+  for (const Credential& credential : {Credential::Password(kPassword), Credential::RecoveryPassword(recovery),
+                                       Credential::StartupKeyFile(made->startupKeyFile)}) {
     auto key = OpenVolumeMasterKey(volume->metadata(), credential);
     ASSERT_TRUE(key) << CredentialKindName(credential.kind());
     for (const FveMetadataBlock& copy : volume->copies().blocks) {
@@ -117,6 +131,7 @@ std::vector<std::string> Shape(const FveMetadataBlock& block) {
       shape.push_back(line);
       const size_t nested = entry.valueType == kValueVolumeMasterKey ? 28
                             : entry.valueType == kValueStretchKey    ? 20
+                            : entry.valueType == kValueUseKey        ? 4
                                                                      : 0;
       if (nested == 0) continue;
       if (auto inner = ParseNestedEntries(entry, nested)) add(*inner, indent + "  ");
@@ -140,6 +155,64 @@ TEST(VolumeCreation, MetadataHasTheShapeWindowsGivesIt) {
   ASSERT_EQ(shape.size(), 15u) << "the Windows-made volume is not the one this test knows";
   EXPECT_EQ(Shape(ours->metadata()), shape);
   EXPECT_EQ(ours->metadata().version, theirs->metadata().version);
+}
+
+// The startup key protector's lines in a shape, nonce counters left out
+// (Windows spent others before it added the protector), and the entries
+// it stands between.
+std::vector<std::string> StartupKeyProtector(const std::vector<std::string>& shape) {
+  const auto last = std::find(shape.begin(), shape.end(), "  protection " + std::to_string(kProtectionStartupKey));
+  if (last == shape.end() || last + 1 == shape.end()) return {};
+  auto first = last;
+  while (first != shape.begin() && first->front() == ' ') --first;
+  std::vector<std::string> lines{"after " + *(first - 1), "before " + *(last + 1)};
+  for (auto line = first; line <= last; ++line) lines.push_back(line->substr(0, line->find(" nonce")));
+  return lines;
+}
+
+TEST(VolumeCreation, StartupKeyProtectorAndFileHaveTheShapeWindowsGivesThem) {
+  std::string why;
+  const testimages::Image* windows = testimages::FindImage("bitlk-aes-xts-128-startup-key", &why);
+  if (!windows) GTEST_SKIP() << why;
+  auto made = Make(kAesXts128, true);
+  std::unique_ptr<CBitlockerVolume> ours, theirs;
+  ASSERT_EQ(CBitlockerVolume::Open(made->path, &ours, &why), Status::kOk) << why;
+  ASSERT_EQ(CBitlockerVolume::Open(windows->path, &theirs, &why), Status::kOk) << why;
+  const std::vector<std::string> protector = StartupKeyProtector(Shape(theirs->metadata()));
+  ASSERT_EQ(protector.size(), 8u) << "the Windows-made volume is not the one this test knows";
+  EXPECT_EQ(StartupKeyProtector(Shape(ours->metadata())), protector);
+
+  // Windows' file written again from its own key and times: byte for byte
+  // the same.
+  const std::string file = ReadFile(windows->startupKeyPath);
+  bool ioError = false;
+  auto keys = ReadStartupKeyFile(windows->startupKeyPath, &ioError);
+  ASSERT_TRUE(keys && keys->size() == 1 && file.size() > 80) << file.size();
+  const auto* bytes = reinterpret_cast<const uint8_t*>(file.data());
+  CSecureBuffer again = FormatStartupKeyFile(keys->front().id, keys->front().key, LoadLe64(bytes + 72));
+  StoreLe64(LoadLe64(bytes + 40), again.data() + 40);
+  EXPECT_TRUE(std::string(again.data(), again.data() + again.size()) == file);
+  EXPECT_EQ(windows->startupKeyPath.substr(windows->startupKeyPath.rfind('/') + 1),
+            StartupKeyFileName(keys->front().id));
+}
+
+// A startup key that cannot be saved stops creation before the target is
+// touched.
+TEST(VolumeCreation, WritesNothingWhenTheStartupKeyIsNotSaved) {
+  const TempDir folder;
+  const std::string path = folder("untouched.img");
+  ASSERT_EQ(RunShell("truncate -s 16M " + path), 0);
+  NewVolume request;
+  request.password = kPassword;
+  request.saveStartupKey = [](const Guid&, const CSecureBuffer&, std::string* why) {
+    *why = "the folder is full";
+    return false;
+  };
+  CreatedVolume created;
+  std::string why;
+  EXPECT_EQ(CreateVolume(CFileSource::Open(path, Access::kReadWrite), request, &created, &why), Status::kIoError);
+  EXPECT_EQ(why, "the folder is full");
+  EXPECT_EQ(ReadFile(path), std::string(16 << 20, '\0'));
 }
 
 // A change to every copy's validation after the volume was made: where

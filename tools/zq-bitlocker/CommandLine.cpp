@@ -28,6 +28,7 @@ const OptionRule kOptionRules[] = {
     {"--recovery-file", true, " create "},
     {"--description", true, " create "},
     {"--quick", false, " create "},
+    {"--startup-key-dir", true, " create "},
 };
 
 // Decimal, or hexadecimal after "0x".
@@ -81,6 +82,7 @@ bool Apply(const std::string& name, const std::string& value, Options* options, 
   if (name == "--recovery-file") options->recoveryFile = value;
   if (name == "--description") options->description = value;
   if (name == "--quick") options->quick = true;
+  if (name == "--startup-key-dir") options->startupKeyDir = value;
   if (name == "--output") options->output = value;
   if (name == "--force") options->force = true;
   if (name == "--json") options->json = true;
@@ -158,8 +160,8 @@ void PrintUsage(std::ostream& out) {
          "                         [--progress-json] DEVICE\n"
          "       zq-bitlocker list [--json] [IMAGE_OR_DEVICE...]      (alias: scan)\n"
          "       zq-bitlocker create [--size SIZE] [--cipher CIPHER] [--recovery-file FILE]\n"
-         "                           [--description TEXT] [--quick] [--force] [--progress-json]\n"
-         "                           TARGET\n"
+         "                           [--startup-key-dir DIR] [--description TEXT] [--quick]\n"
+         "                           [--force] [--progress-json] TARGET\n"
          "       zq-bitlocker --help | --version\n"
          "\n"
          "info describes a volume without any credential, with --json as one JSON\n"
@@ -187,16 +189,17 @@ void PrintUsage(std::ostream& out) {
          "It asks for the password twice (once from standard input that is no\n"
          "terminal), generates a recovery password and prints it once on standard\n"
          "output, and with --recovery-file also writes it to FILE, which must not exist.\n"
+         "--startup-key-dir adds a startup key that unlocks the volume on its own,\n"
+         "written to a new file GUID.BEK (mode 0600) in the existing folder DIR.\n"
          "CIPHER: xts-aes-128 (the default), xts-aes-256, aes-cbc-128 or aes-cbc-256.\n"
          "Every sector is written encrypted, so TARGET's old contents are gone; --quick\n"
          "writes only the metadata and leaves them in place.  The wipe tells its progress\n"
          "as dump does, --progress-json too; Ctrl-C stops it and leaves TARGET with no\n"
          "header, so no volume.  A mounted TARGET is refused; so is one holding a\n"
          "BitLocker volume, a partition table or a file system unless --force.  The new\n"
-         "volume holds no file system: mount it raw\n"
-         "(zqctl mount DEVICE FOLDER raw) and make a FAT or NTFS file system on\n"
-         "FOLDER/volume that ends within the BYTES create prints, e.g.\n"
-         "mkfs.fat FOLDER/volume $((BYTES / 1024)).\n"
+         "volume holds no file system: mount it raw (zqctl mount DEVICE FOLDER raw)\n"
+         "and make a FAT or NTFS file system on FOLDER/volume that ends within the\n"
+         "BYTES create prints, e.g. mkfs.fat FOLDER/volume $((BYTES / 1024)).\n"
          "\n"
          "Exit status: 0 done, 1 not BitLocker (list: none found), 2 wrong credential,\n"
          "3 unsupported, 4 I/O error, 64 usage, 130 interrupted.\n";

@@ -24,6 +24,7 @@ struct Options {
   std::string recoveryFile;
   std::optional<std::string> description;
   bool quick = false;
+  std::string startupKeyDir;  // where the .BEK file goes; empty: no startup key
 };
 
 enum class Request { kRun, kHelp, kVersion, kUsageError };

@@ -13,6 +13,7 @@
 #include <optional>
 
 #include "engine/CFileSource.h"
+#include "engine/StartupKeyFile.h"
 #include "engine/VolumeCreation.h"
 #include "engine/VolumeHeader.h"
 #include "platform/Mounts.h"
@@ -112,15 +113,35 @@ bool WriteAll(int fd, const std::string& text) {
   return ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-// Undoes what a failed creation made: the new image file and the recovery
-// file.
+// Undoes what a failed creation made: the new image file, the recovery
+// file and the startup key file in its folder.
 struct Leftovers {
-  std::string image, recoveryFile;
+  std::string image, recoveryFile, startupKeyFile;
+  int startupKeyFolder = -1;
   ~Leftovers() {
     if (!image.empty()) ::unlink(image.c_str());
     if (!recoveryFile.empty()) ::unlink(recoveryFile.c_str());
+    if (!startupKeyFile.empty()) ::unlinkat(startupKeyFolder, startupKeyFile.c_str(), 0);
+    if (startupKeyFolder >= 0) ::close(startupKeyFolder);
   }
 };
+
+// Writes the .BEK file as a new file in the folder, never through a link
+// or over a file already there.
+bool SaveStartupKey(Leftovers* leftovers, const std::string& name, const CSecureBuffer& contents, std::string* why) {
+  const int fd = ::openat(leftovers->startupKeyFolder, name.c_str(),
+                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+  if (fd < 0) {
+    *why = name + ": " + std::strerror(errno);
+    return false;
+  }
+  leftovers->startupKeyFile = name;
+  const bool saved = ::write(fd, contents.data(), contents.size()) == static_cast<ssize_t>(contents.size()) &&
+                     ::fsync(fd) == 0;
+  if (!saved) *why = name + ": " + std::strerror(errno);
+  ::close(fd);
+  return saved;
+}
 
 }  // namespace
 
@@ -133,6 +154,9 @@ std::string CreateRefusal(const Options& options) {
   struct stat unused;
   if (!options.recoveryFile.empty() && ::lstat(options.recoveryFile.c_str(), &unused) == 0)
     return options.recoveryFile + " exists: the recovery password is never written over a file";
+  const std::string& keys = options.startupKeyDir;
+  if (!keys.empty() && (::stat(keys.c_str(), &unused) != 0 || !S_ISDIR(unused.st_mode)))
+    return keys + " is no folder: --startup-key-dir names an existing one";
   if (!exists) return "";
   if (!S_ISREG(info.st_mode) && !S_ISBLK(info.st_mode)) return target + " is no image file or block device";
   const std::string mountPoint = MountedAt(target, info);
@@ -160,6 +184,10 @@ int RunCreate(const Options& options, ProgressStyle style) {
   std::shared_ptr<CFileSource> source = CFileSource::Open(target, Access::kReadWrite);
   if (!source) return Fail(Status::kIoError, target, std::strerror(errno));
   if (!source->writable()) return Fail(Status::kIoError, target, "it cannot be written");
+  if (!options.startupKeyDir.empty()) {
+    leftovers.startupKeyFolder = ::open(options.startupKeyDir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (leftovers.startupKeyFolder < 0) return Fail(Status::kIoError, options.startupKeyDir, std::strerror(errno));
+  }
   int recoveryFd = -1;
   if (!options.recoveryFile.empty()) {
     recoveryFd = ::open(options.recoveryFile.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
@@ -187,6 +215,11 @@ int RunCreate(const Options& options, ProgressStyle style) {
     progress->Update(wiped = written);
     return !stop.asked();
   };
+  if (leftovers.startupKeyFolder >= 0) {
+    request.saveStartupKey = [&](const Guid& id, const CSecureBuffer& contents, std::string* why) {
+      return SaveStartupKey(&leftovers, StartupKeyFileName(id), contents, why);
+    };
+  }
   CreatedVolume created;
   std::string why;
   const Status status = bitlocker::CreateVolume(source, request, &created, &why);
@@ -215,6 +248,8 @@ int RunCreate(const Options& options, ProgressStyle style) {
     }
   }
   leftovers.image.clear();
+  const std::string startupKeyFile = leftovers.startupKeyFile;
+  leftovers.startupKeyFile.clear();
 
   std::cerr << "zq-bitlocker: " << target << ": made a BitLocker volume " << created.volumeId.ToString() << " ("
             << EncryptionMethodName(request.method) << ") with no file system yet; one may take its first "
@@ -223,6 +258,8 @@ int RunCreate(const Options& options, ProgressStyle style) {
     std::cerr << "zq-bitlocker: --quick: the old contents of " << target
               << " were not overwritten and stay readable on it, in the clear\n";
   }
+  if (!startupKeyFile.empty())
+    std::cerr << "zq-bitlocker: the startup key is in " << options.startupKeyDir << "/" << startupKeyFile << "\n";
   std::cerr << "zq-bitlocker: the recovery password, shown only this once:\n";
   std::cout << created.recoveryPassword << std::endl;
   WipeCredential(&created.recoveryPassword);

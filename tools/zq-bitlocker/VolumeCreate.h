@@ -1,5 +1,6 @@
 // `zq-bitlocker create`: a new BitLocker volume on a device or image file,
-// protected by a password and a generated recovery password.
+// protected by a password, a generated recovery password and optionally a
+// startup key file.
 #ifndef ZQ_TOOLS_ZQ_BITLOCKER_VOLUMECREATE_H_
 #define ZQ_TOOLS_ZQ_BITLOCKER_VOLUMECREATE_H_
 
@@ -10,7 +11,8 @@
 
 // Why a volume may not be made as `options` ask, or the empty string.
 // Checked before anything is written: --size only for a target that does
-// not exist yet, a recovery file that does not exist yet, a target that is
+// not exist yet, a recovery file that does not exist yet, a startup key
+// folder that does, a target that is
 // no file or block device or is mounted (under any name: a partition of it,
 // the loop device over it), and, unless --force, a target that holds a
 // BitLocker volume, a partition table or a file system.

@@ -1,6 +1,7 @@
 // `zq-bitlocker create` as people use it, judged by the field's independent
 // readers: cryptsetup's dump and passphrase test, dislocker's decrypted
-// file, libbde's bdeinfo; and the targets it refuses.
+// file, libbde's bdeinfo, with each credential a new volume has; and the
+// targets it refuses.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -102,17 +103,27 @@ class CreateTest : public ::testing::TestWithParam<CipherCase> {
 
 TEST_P(CreateTest, IndependentReadersOpenTheNewVolume) {
   const TempDir folder;
-  const std::string image = folder("new.img"), recoveryFile = folder("recovery.txt");
+  const std::string image = folder("new.img"), recoveryFile = folder("recovery.txt"), keys = folder("keys");
+  ASSERT_EQ(mkdir(keys.c_str(), 0700), 0);
   const ProgramRun run = Create({"--size", "64M", "--quick", "--cipher", GetParam().cipher, "--recovery-file",
-                                 recoveryFile, "--description", "made by a test", image});
+                                 recoveryFile, "--startup-key-dir", keys, "--description", "made by a test", image});
   ASSERT_EQ(run.status, 0) << run.errors;
+  // One file, named by an upper-case identifier.
+  const std::string keyName = Shell("ls " + Quoted(keys)).output;
+  ASSERT_EQ(keyName.size(), 41u) << keyName;
+  ASSERT_EQ(Shell("ls " + Quoted(keys) + " | grep -qxE '[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.BEK'").status, 0)
+      << keyName;
+  const std::string startupKey = keys + "/" + keyName.substr(0, keyName.size() - 1);
+  EXPECT_NE(run.errors.find("the startup key is in " + startupKey), std::string::npos) << run.errors;
   EXPECT_NE(run.errors.find("were not overwritten"), std::string::npos) << run.errors;
   ASSERT_EQ(run.output.size(), 56u) << run.output;
   const std::string recovery = run.output.substr(0, 55);
   EXPECT_EQ(ReadFile(recoveryFile), run.output);
   struct stat info;
-  ASSERT_EQ(stat(recoveryFile.c_str(), &info), 0);
-  EXPECT_EQ(info.st_mode & 0777, 0600u);
+  for (const std::string& secretFile : {recoveryFile, startupKey}) {
+    ASSERT_EQ(stat(secretFile.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u) << secretFile;
+  }
   ASSERT_EQ(stat(image.c_str(), &info), 0);
   EXPECT_EQ(static_cast<uint64_t>(info.st_size), kImageSize);
 
@@ -120,6 +131,7 @@ TEST_P(CreateTest, IndependentReadersOpenTheNewVolume) {
   for (const std::string& expected :
        {std::string("Cipher mode:  \t") + GetParam().bitlkMode, std::string("Cipher key:   \t") + GetParam().keyBits,
         std::string("VMK protected with passphrase"), std::string("VMK protected with recovery passphrase"),
+        std::string("VMK protected with startup key"),
         std::string("Description:  \tmade by a test")})
     EXPECT_NE(dump.find(expected), std::string::npos) << expected << " in\n" << dump;
   for (uint64_t offset : MetadataOffsets(image))
@@ -136,12 +148,13 @@ TEST_P(CreateTest, IndependentReadersOpenTheNewVolume) {
     EXPECT_EQ(test.status == 0, s.opens) << s.secret << ": " << test.errors;
   }
 
+  EXPECT_EQ(RunProgram(ZQ_TOOL_FILE, {"verify", "--kind", "startup-key", image}, startupKey + "\n").status, 0);
   const std::string ours = WriteRandomAndRead(image);
   // dislocker reads a user password from standard input, but a recovery
   // password only from its argument or a terminal.
   const struct {
     std::string option, input;
-  } unlocks[] = {{"-u", std::string(kPassword) + "\n"}, {"-p" + recovery, ""}};
+  } unlocks[] = {{"-u", std::string(kPassword) + "\n"}, {"-p" + recovery, ""}, {"-f" + Quoted(startupKey), ""}};
   for (const auto& unlock : unlocks) {
     const std::string out = folder("dislocker.img");
     const ProgramRun read =
@@ -155,7 +168,7 @@ TEST_P(CreateTest, IndependentReadersOpenTheNewVolume) {
     std::cout << "[ NOTE     ] bdeinfo is not asked: version 20190102 opens no AES-XTS 256 volume\n";
     return;
   }
-  for (const std::string& option : {"-p " + Quoted(kPassword), "-r " + recovery}) {
+  for (const std::string& option : {"-p " + Quoted(kPassword), "-r " + recovery, "-s " + Quoted(startupKey)}) {
     const ProgramRun info = Shell("bdeinfo " + option + " " + Quoted(image));
     EXPECT_EQ(info.status, 0) << option << ": " << info.output << info.errors;
     EXPECT_EQ(info.errors.find("Unable to unlock"), std::string::npos) << option;
@@ -280,7 +293,8 @@ TEST(CreatePassword, IsAskedTwiceAtATerminal) {
   }
 }
 
-// A target made by `setup` (IMG, REC: the image and recovery file paths)
+// A target made by `setup` (IMG, REC, DIR: the image, recovery file and
+// startup key folder paths)
 // that create must refuse without touching it, and whether --force then
 // makes the volume anyway.
 struct Refusal {
@@ -316,6 +330,16 @@ const Refusal kRefusals[] = {
      {"--recovery-file", "REC"},
      "exists: the recovery password is never written over a file",
      false},
+    {"startup_key_dir_missing",
+     "truncate -s 64M IMG",
+     {"--startup-key-dir", "DIR"},
+     "is no folder: --startup-key-dir names an existing one",
+     false},
+    {"startup_key_dir_is_a_file",
+     "truncate -s 64M IMG && echo keep > DIR",
+     {"--startup-key-dir", "DIR"},
+     "is no folder: --startup-key-dir names an existing one",
+     false},
 };
 
 void PrintTo(const Refusal& refusal, std::ostream* out) { *out << refusal.name; }
@@ -324,10 +348,12 @@ class CreateRefusalTest : public ::testing::TestWithParam<Refusal> {};
 
 TEST_P(CreateRefusalTest, LeavesTheTargetAlone) {
   const TempDir folder;
-  const std::string image = folder("target.img"), recoveryFile = folder("recovery.txt");
+  const std::string image = folder("target.img"), recoveryFile = folder("recovery.txt"), keys = folder("keys");
   auto fill = [&](std::string text) {
-    for (const auto& [from, to] :
-         {std::pair<std::string, std::string>{"IMG", image}, {"REC", recoveryFile}, {"ZQ", ZQ_TOOL_FILE}})
+    for (const auto& [from, to] : {std::pair<std::string, std::string>{"IMG", image},
+                                   {"REC", recoveryFile},
+                                   {"DIR", keys},
+                                   {"ZQ", ZQ_TOOL_FILE}})
       for (size_t at; (at = text.find(from)) != std::string::npos;) text.replace(at, from.size(), to);
     return text;
   };
@@ -336,7 +362,8 @@ TEST_P(CreateRefusalTest, LeavesTheTargetAlone) {
   std::vector<std::string> words;
   for (const std::string& word : GetParam().words) words.push_back(fill(word));
   words.push_back(image);
-  const std::string before = Digest(image), recoveryBefore = ReadFile(recoveryFile);
+  auto keysState = [&] { return std::to_string(access(keys.c_str(), F_OK)) + ReadFile(keys); };
+  const std::string before = Digest(image), recoveryBefore = ReadFile(recoveryFile), keysBefore = keysState();
 
   const ProgramRun run = Create(words);
   EXPECT_EQ(run.status, kUsageError) << run.errors;
@@ -344,6 +371,7 @@ TEST_P(CreateRefusalTest, LeavesTheTargetAlone) {
   EXPECT_EQ(run.output, "");
   EXPECT_EQ(Digest(image), before);
   EXPECT_EQ(ReadFile(recoveryFile), recoveryBefore);
+  EXPECT_EQ(keysState(), keysBefore);
 
   if (!GetParam().forceMakes) return;
   words.insert(words.begin(), {"--force", "--quick"});
