@@ -27,7 +27,6 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,6 +35,7 @@
 #include "bench/Throughput.h"
 #include "bench/WriteThroughput.h"
 #include "bitlocker/MounterStatus.h"
+#include "engine/KeyDerivation.h"
 #include "mounter/PackageVolume.h"
 #include "system/MainBundle.h"
 
@@ -97,7 +97,7 @@ std::optional<double> LibraryPass(const std::string& mounter, const std::string&
 }
 
 std::vector<Reader> Readers(const std::string& mounter, const std::string& image, const std::string& credential) {
-  const bool recovery = std::regex_match(credential, std::regex("([0-9]{6}-){7}[0-9]{6}"));
+  const bool recovery = bitlocker::HasRecoveryPasswordShape(credential);
   const bool keyFile = !recovery && access(credential.c_str(), R_OK) == 0;
   const std::string dislockerOption = recovery ? "-p" : keyFile ? "-f" : "-u";
   const std::string bdemountOption = recovery ? "-r" : keyFile ? "-s" : "-p";
